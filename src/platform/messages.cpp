@@ -1,0 +1,113 @@
+// The complaint routine.  In mode 0 a message goes to the screen, which in this build is the standard
+// error stream; in modes 1 and 2 it goes to the log in the working folder, so that no message can
+// stop a batch run or a script.  A message is never lost: if the log cannot be written, the message
+// goes to the standard error stream instead.
+#include "platform/messages.h"
+
+#include <cstdio>
+
+#include "platform/files.h"
+#include "platform/format.h"
+#include "platform/text_util.h"
+
+namespace tervo {
+
+int ErrorMessageMode = 0;
+int ErrorMessageNumber = 0;
+TextFile TERVOErrorLogFileHandle;
+
+namespace {
+
+std::vector<ReportedMessage>& Reported() {
+    static std::vector<ReportedMessage> messages;
+    return messages;
+}
+
+void ToStandardError(const std::string& title, const std::string& text) {
+    std::fprintf(stderr, "%s\n%s\n\n", title.c_str(), text.c_str());
+    std::fflush(stderr);
+}
+
+// Messages about a calculation carry no class line; those about reading or writing the set-up files
+// carry one that names the files; all others are unspecified.
+const char* ClassLine(const std::string& title) {
+    static const char* const calculation[] = {"short circuit", "working point"};
+    static const char* const setUp[] = {"whilst reading", "whilst setting", "whilst opening",
+                                        "during reading", "during setting", "whilst saving",
+                                        "during saving",  "during opening"};
+    for (const char* phrase : calculation) {
+        if (ContainsNoCase(title, phrase)) return nullptr;
+    }
+    for (const char* phrase : setUp) {
+        if (ContainsNoCase(title, phrase)) {
+            return "TERVO error message whilst reading set-up files \n(def, action, spectrum, generation, "
+                   "filter, abs, batch, recorder, script)";
+        }
+    }
+    return "Unsepcified TERVO error message";
+}
+
+// Opens the log when a message is to be logged and it is not open.  The first message of the process
+// (ErrorMessageNumber 0) empties an overwriting log; a log reopened after CloseErrorLog is appended to.
+bool EnsureLogOpen(int mode) {
+    const bool firstOfSession = ErrorMessageNumber == 0;
+    if (!firstOfSession && TERVOErrorLogFileHandle.IsOpen()) return true;
+    CloseFile(TERVOErrorLogFileHandle);
+    const FileMode how = (firstOfSession && mode != 1) ? FileMode::Write : FileMode::Append;
+    TERVOErrorLogFileHandle = OpenFile(TERVO_ERROR_LOG_NAME, how);
+    return TERVOErrorLogFileHandle.IsOpen();
+}
+
+bool WriteEntry(const std::string& title, const std::string& text) {
+    TextFile& log = TERVOErrorLogFileHandle;
+    const DateTime now = GetSystemDateTime();
+    std::string header;
+    Fmt(header,
+        "%s<TERVO error message #%i written on\t%i[w2p0]-%i[w2p0]-%i[w4] at %i[w2p0]:%i[w2p0]:%i[w2p0]",
+        ErrorMessageNumber, now.day, now.month, now.year, now.hours, now.minutes, now.seconds);
+    bool ok = WriteLine(log, header) == 0;
+    if (const char* classLine = ClassLine(title)) ok = WriteLine(log, classLine) == 0 && ok;
+    ok = WriteLine(log, title) == 0 && ok;
+    ok = WriteLine(log, text) == 0 && ok;
+    ok = WriteLine(log, "") == 0 && ok;
+    // Flushed at once, so that a crash later in the run never loses a message.
+    ok = std::fflush(log.fp.get()) == 0 && ok;
+    return ok;
+}
+
+} // namespace
+
+void TERVOErrorMessage(const std::string& title, const std::string& text) {
+    Reported().push_back({title, text});
+    const int mode = ErrorMessageMode;
+    const bool logOnly = mode == 1 || mode == 2;
+    if (!logOnly) ToStandardError(title, text);
+    if (mode == 0) return;
+
+    if (!EnsureLogOpen(mode)) {
+        std::fprintf(stderr, "The log %s could not be opened (%s); the message follows.\n",
+                     TERVO_ERROR_LOG_NAME, IoErrorText(TERVOErrorLogFileHandle.lastError).c_str());
+        if (logOnly) ToStandardError(title, text);
+        return;
+    }
+    ++ErrorMessageNumber;
+    if (!WriteEntry(title, text)) {
+        std::fprintf(stderr, "The log %s could not be written (%s); the message follows.\n",
+                     TERVO_ERROR_LOG_NAME, IoErrorText(TERVOErrorLogFileHandle.lastError).c_str());
+        if (logOnly) ToStandardError(title, text);
+    }
+}
+
+void CloseErrorLog() {
+    CloseFile(TERVOErrorLogFileHandle);
+}
+
+const std::vector<ReportedMessage>& ReportedMessages() {
+    return Reported();
+}
+
+void ClearReportedMessages() {
+    Reported().clear();
+}
+
+} // namespace tervo

@@ -1,0 +1,53 @@
+// The text helpers of the keyword readers.
+#include <gtest/gtest.h>
+
+#include "platform/text_util.h"
+
+namespace tervo {
+namespace {
+
+TEST(TextUtil, FindPattern) {
+    const std::string text = "Error whilst reading the def file; reading again";
+    EXPECT_EQ(FindPattern(text, 0, -1, "reading", true, false), 13);
+    EXPECT_EQ(FindPattern(text, 0, -1, "reading", true, true), 35);
+    EXPECT_EQ(FindPattern(text, 0, -1, "WHILST", true, false), -1);
+    EXPECT_EQ(FindPattern(text, 0, -1, "WHILST", false, false), 6);
+    EXPECT_EQ(FindPattern(text, 14, -1, "reading", true, false), 35); // from the start index on
+    EXPECT_EQ(FindPattern(text, 0, 19, "reading", true, false), -1);  // the window ends at 19
+    EXPECT_EQ(FindPattern(text, 0, 20, "reading", true, false), 13);
+    EXPECT_EQ(FindPattern(text, 100, -1, "a", true, false), -1);
+    EXPECT_TRUE(StartsWithNoCase("IV_Points : 3", "iv_points"));
+    EXPECT_FALSE(StartsWithNoCase("IV", "iv_points"));
+    EXPECT_TRUE(ContainsNoCase("Calculating the Working Point", "working point"));
+}
+
+TEST(TextUtil, NumbersInLines) {
+    double v = 0.0;
+    EXPECT_TRUE(FirstNumber("Nc : 1.0e25 [/m^3]", v));
+    EXPECT_DOUBLE_EQ(v, 1e25);
+    EXPECT_TRUE(FirstNumber("Et-level : -.25 eV", v));
+    EXPECT_DOUBLE_EQ(v, -0.25);
+    EXPECT_FALSE(FirstNumber("no number", v));
+    EXPECT_TRUE(NumberBehindColon("layer 2 : 3.5", v)); // not the 2 of the label
+    EXPECT_DOUBLE_EQ(v, 3.5);
+    EXPECT_EQ(TextBehindColon("name :  CdS window  \r"), "CdS window");
+    EXPECT_EQ(TextBehindColon("no colon"), "");
+
+    double values[4] = {0, 0, 0, 0};
+    EXPECT_EQ(ReadNumbers("Nd : 1e25\t2e25\t[/m^3]", values, 4), 2); // the unit's 3 is not read
+    EXPECT_DOUBLE_EQ(values[1], 2e25);
+    EXPECT_EQ(ReadNumbers("300 1.5 -2 7 8", values, 3), 3);
+    EXPECT_DOUBLE_EQ(values[2], -2.0);
+    EXPECT_EQ(ReadNumbers("1 2V 3", values, 4), 2);
+    EXPECT_EQ(ReadNumbers("none", values, 4), 0);
+}
+
+TEST(TextUtil, TrimAndCase) {
+    EXPECT_EQ(Trim(" \t a b \r\n"), "a b");
+    EXPECT_EQ(TrimRight("  a  "), "  a");
+    EXPECT_EQ(Trim("   "), "");
+    EXPECT_EQ(ToLower("AbC-1"), "abc-1");
+}
+
+} // namespace
+} // namespace tervo
