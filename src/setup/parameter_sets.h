@@ -1,0 +1,254 @@
+// The three forms of one problem and the roads between them.
+//
+// User form (`zonnecel`, `current_cell`): µm, cm/s, /cm^3, cm^2/Vs.  File form (`parameterset1`): SI
+// units, as the definition file holds them.  Normalised form (`parameterset3`): what the solver reads,
+// every quantity made dimensionless at one temperature with the reference scales of `schaal`:
+// potentials in kT/q, lengths by the total thickness L, densities by one scale N_i per layer, velocities
+// by D/L with D the largest diffusion constant, time by L^2/D.
+//
+// `CalculationVariables` is the state of one solved point on one mesh.
+#pragma once
+
+#include <array>
+
+#include "cell/cell_records.h"
+#include "setup/mesh.h"
+#include "setup/working_settings.h"
+
+namespace tervo {
+
+struct GenerationParameters; // spectrum, fluxes and the generation profile G(x)
+
+// Physical constants of the normalisation.  They are the rounded values the whole program uses.
+inline constexpr double KT_300 = 0.0259;    // kT/q at 300 K, V
+inline constexpr double EPS0 = 8.854e-12;   // F/m
+inline constexpr double Q_ELEM = 1.602e-19; // C
+
+// Reference scales of the normalisation (`schaal`).
+struct ScaleParameters {
+    double length = 1;                        // L, total thickness of the cell, m
+    double time = 1;                          // L^2 / D, s
+    double diffusion = 1;                     // D, the largest diffusion constant, m^2/s
+    double velocity = 1;                      // D / L, m/s
+    std::array<double, MAX_LAYERS> rate{};    // 1 / (L N_i)
+    std::array<double, MAX_LAYERS> density{}; // N_i, /m^3
+    std::array<double, MAX_LAYERS>
+        lambda2{}; // kT eps eps0 / (q L^2 N_i), the squared normalised Debye length
+};
+
+using MeshArray = std::array<double, MAX_MESH_POINTS>;
+
+// The normalised problem (`parameterset3`).  Arrays without a mesh index run over layers or
+// interfaces; the arrays on the mesh are filled by `Full_x_Dependence` once a mesh exists.
+struct CalculationParameters {
+    double temperature = 300; // K
+    double kT = KT_300;       // thermal voltage at `temperature`, V (numerically eV)
+    int numberOfLayers = 0;
+    int defectdiscretisations = 7;
+    double widthtail = 7.0;
+    double widthgauss = 6.0;
+    double Fi_m_right = 5.0; // work functions of the contacts, eV
+    double Fi_m_left = 5.0;
+    std::array<double, MAX_LAYERS> thickness{};           // m
+    std::array<double, MAX_LAYERS> normalisedThickness{}; // d_i / L
+    // Interface i lies between layers i and i+1.
+    std::array<double, MAX_INTERFACES> chiStep{};     // chi left of layer i+1 minus chi right of layer i, eV
+    std::array<double, MAX_INTERFACES> valenceStep{}; // Eg right of i minus chiStep minus Eg left of i+1, eV
+    std::array<int, MAX_LAYERS> insulator{};
+    std::array<int, MAX_LAYERS> functionalKind{};
+    // At the two edges of each layer: Debye length by L, intrinsic density by N_i.
+    std::array<double, MAX_LAYERS> debyeLeft{};
+    std::array<double, MAX_LAYERS> niLeft{};
+    std::array<double, MAX_LAYERS> debyeRight{};
+    std::array<double, MAX_LAYERS> niRight{};
+    // 0 for Nd equal to Na, -1 for Nd above Na (n-type), +1 otherwise; entry 0 of the left signs
+    // carries the contact type of the left contact, entry n-1 of the right signs that of the right one.
+    std::array<int, MAX_LAYERS> dopingSignLeft{};
+    std::array<int, MAX_LAYERS> dopingSignRight{};
+
+    // Copies of the graded properties in file form, with the thickness of each profile in µm since
+    // positions on the mesh are handled in µm.  Nc, Nv, v_th and mu are taken at 300 K here; the
+    // temperature laws act in `Full_x_Dependence`.
+    std::array<Profile, MAX_LAYERS> composition;
+    std::array<MaterialParameters, MAX_LAYERS> material;
+
+    // On the mesh (index over the whole stack).
+    MeshArray Eg{};   // eV
+    MeshArray chi{};  // eV
+    MeshArray eps{};  // relative permittivity
+    MeshArray mu_n{}; // mobility of the profile, m^2/Vs
+    MeshArray mu_p{};
+    MeshArray D_n{}; // diffusion constants by D
+    MeshArray D_p{};
+    MeshArray Nc_norm{}; // Nc(T) / N_i
+    MeshArray Nv_norm{};
+    MeshArray vth_n{}; // thermal velocities by D/L
+    MeshArray vth_p{};
+    MeshArray K_rad{}; // radiative coefficient by D / (N_i L^2)
+    MeshArray C_n{};   // Auger coefficients by D / (N_i^2 L^2)
+    MeshArray C_p{};
+    MeshArray m_tunnel_n{}; // relative electron mass
+    MeshArray m_tunnel_p{}; // relative hole mass
+    MeshArray Nd_norm{};    // Nd / N_i
+    MeshArray Na_norm{};    // Na / N_i
+    MeshArray doping{};     // (Nd - Na) / N_i
+    // Densities of states referred to the work function of the left contact, so that
+    // n = Nc_eff exp(psi) (a_n + u) and p = Nv_eff exp(-psi) (a_p + v).
+    MeshArray Nc_eff{};
+    MeshArray Nv_eff{};
+    // Grading of the band edges and densities of states inside a layer, as it enters the arguments
+    // of the Bernoulli functions: (chi - max chi)/kT + ln(Nc/max Nc) and
+    // (chi + Eg - max(chi + Eg))/kT - ln(Nv/max Nv), maxima over the layer.
+    MeshArray band_n{};
+    MeshArray band_p{};
+
+    // Defects in normalised form.
+    std::array<std::array<DefectLevels, MAX_DEFECTS>, MAX_LAYERS> srh;
+    std::array<std::array<MetaStableDefectParameters, MAX_META>, MAX_LAYERS> meta;
+    std::array<int, MAX_LAYERS> defectsPerLayer{};
+    std::array<int, MAX_INTERFACES> defectsPerInterface{};
+    std::array<std::array<InterfaceRecombinationParameters, MAX_IFDEFECTS>, MAX_INTERFACES> interfaceDefect;
+
+    // Thermionic emission velocities over each interface and surface recombination velocities of the
+    // contacts, all by D/L.
+    std::array<double, MAX_INTERFACES> v_thermionic_n{};
+    std::array<double, MAX_INTERFACES> v_thermionic_p{};
+    double S_n_left = 0;
+    double S_p_left = 0;
+    double S_n_right = 0;
+    double S_p_right = 0;
+
+    ConvergenceParameters convergence;
+
+    ScaleParameters scale; // the scales this record was normalised with (also in `schaal`)
+};
+
+// Recombination data of bulk defects, interface defects and metastable pairs on the mesh of one
+// state: level records, occupations, and the per-point sums the equations read.  Everything of that
+// kind lives here, so that a state is copied, rebuilt or cleared as one piece.
+struct RecombinationData {};
+
+// One solved state on one mesh.
+struct CalculationVariables {
+    MeshBlock mesh;      // the present mesh
+    MeshBlock firstMesh; // the first mesh of the problem; its points are never removed by adaptation
+
+    // Potential and carriers, normalised (kT/q and the Slotboom variables u, v with their offsets).
+    MeshArray psi{};
+    MeshArray exp_psi{};
+    MeshArray exp_min_psi{};
+    MeshArray u{};
+    double a_n = 0;
+    MeshArray v{};
+    double a_p = 0;
+    MeshArray EFn{}; // ln(a_n + u)
+    MeshArray EFp{}; // -ln(a_p + v)
+    // Bernoulli factors of the link between points i-1 and i (entry 0 unused), and their derivatives.
+    MeshArray Bn_plus{};
+    MeshArray Bn_min{};
+    MeshArray Bp_plus{};
+    MeshArray Bp_min{};
+    MeshArray dBn_plus{};
+    MeshArray dBn_min{};
+    MeshArray dBp_plus{};
+    MeshArray dBp_min{};
+    double V_applied = 0; // V
+    double V_norm = 0;    // in kT/q
+    double exp_V = 1;
+
+    // Iteration counters; iteration_count is -1 after a failed solve.
+    int psi_iterations = 0;
+    int u_iterations = 0;
+    int v_iterations = 0;
+    int coupled_iterations = 0;
+    int ft_iterations = 0;
+    int iteration_count = 0;
+    // Signed largest change of the last inner steps.
+    double max_dpsi = 1e30;
+    double max_dEFn = 1e30;
+    double max_dEFp = 1e30;
+
+    int numberOfLayers = 0;
+
+    // Absorption coefficient of each layer at 300 nm, /m, as the first mesh is made: it limits the
+    // finest step near the layer edges to the absorption length.  0 in the dark or with a generation
+    // profile from a file.  The caller that knows the working point sets it.
+    std::array<double, MAX_LAYERS> meshAlpha{};
+
+    // Not owned.
+    CalculationParameters* parameters = nullptr;
+    GenerationParameters* generation = nullptr;    // the generation the equations read (total)
+    GenerationParameters* illumination = nullptr;  // bias light while a probe light is added
+    GenerationParameters* monochromatic = nullptr; // probe light
+
+    RecombinationData recombination; // owned
+};
+
+// The file form of the session's problem, its normalised form, and the scales.
+extern InputParameters parameterset1;
+extern CalculationParameters parameterset3;
+extern ScaleParameters schaal;
+
+// The working state and the stored states of equilibrium, short circuit and working point.
+extern CalculationVariables currentCalcVars;
+extern CalculationVariables evenwichtcv;
+extern CalculationVariables kortsluitcv;
+extern CalculationVariables werkpuntcv;
+
+// User form to file form, into `parameterset1.cellParas`; layers of uniform composition get uniform
+// properties, and the permittivity of the Mott-Schottky analysis is refreshed.
+void parameterset2_to_1(CellDefinition cell);
+// File form to user form.
+void parameterset1_to_2(CellDefinition& target, const InputParameters& source);
+
+// In place, file form to user form.
+void BulkRecombinationParameters1_to_2(BulkRecombinationParameters& level);
+void LayerParameters1_to_2(LayerParameters& layer);
+void InterfaceRecombinationParameters1_to_2(InterfaceRecombinationParameters& defect);
+void InterfaceParameters1_to_2(InterfaceParameters& interface);
+void ContactParameters1_to_2(ContactParameters& contact);
+// In place, user form to file form (the inverse of the above).
+void BulkRecombinationParameters2_to_1(BulkRecombinationParameters& level);
+void LayerParameters2_to_1(LayerParameters& layer);
+void InterfaceRecombinationParameters2_to_1(InterfaceRecombinationParameters& defect);
+void InterfaceParameters2_to_1(InterfaceParameters& interface);
+void ContactParameters2_to_1(ContactParameters& contact);
+
+// A fresh default cell in user form.
+void InitialiseParameterset2(CellDefinition& cell);
+
+// Chooses the layer and side whose permittivity the Mott-Schottky analysis uses: the more lightly
+// doped side of the junction.  Fills epsilon, side, layer and majorityN.
+void SelectEpsilonForMottSchottky(const CellDefinition& cell, MottSchottkySettings& nw);
+
+// exp(x) for x below 0, else 1: the share of carriers that passes a barrier of -x kT.
+double ThermionicFunction(double x);
+
+// Normalisation of `source` at `temperature` (K) into `target`; also fills `schaal`.  The wavelengths
+// are those of the spectrum in use (nm), for the optical capture data of defects.
+void parameterset1_to_3(const InputParameters& source, CalculationParameters& target, double temperature,
+                        const double* wavelengths, int nWavelengths);
+// Clears the optical capture records of all levels and normalises without wavelengths.
+void InitialiseCalculationParameters(CalculationParameters& target, const InputParameters& source,
+                                     double temperature);
+void FreeCalculationParameters(CalculationParameters& target);
+
+// The graded properties of the parameters on the mesh of `cv`, and the composition y on the mesh.
+void Full_x_Dependence(CalculationVariables& cv);
+// Nt(x) of one defect level on the points of its layer, times the peak-to-total factor and `factor`,
+// in units of N_i.  Points outside the layer are left alone.
+void Full_Nt_x_Dependence(CalculationVariables& cv, BulkRecombinationParameters& level, double* target,
+                          double factor);
+// Nt(x) of a metastable defect pair on the points of its layer, in units of N_i.
+void Full_MetaNt_x_Dependence(CalculationVariables& cv, MetaStableDefectParameters& meta, double* target);
+
+// Zero pointers and counters, no recombination data.
+void InitialiseCalculationVariables(CalculationVariables& cv);
+// Binds `cv` to the parameters and the generation record; with `newMesh` makes the first mesh.
+// `keepMeta` keeps the occupations of metastable defects.  0, or -1 when no mesh could be made.
+int CreateCalculationVariables(CalculationVariables& cv, GenerationParameters* generation,
+                               CalculationParameters& parameters, int newMesh, int keepMeta);
+// Copies a whole state: solution, mesh, counters, generation pointers and recombination data.
+void CopyCalculationVariables(CalculationVariables& to, const CalculationVariables& from);
+
+} // namespace tervo
