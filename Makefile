@@ -18,8 +18,11 @@ build: configure
 test: build
 	ctest --test-dir $(BUILD) --output-on-failure -j $(JOBS)
 
+# The main job on a shipped cell: load it from the home tree next to the executable, show what was
+# read, and write it back in the present form of the definition file.
 demo: build
-	./$(BUILD)/tervo --demo
+	./$(BUILD)/tervo --save-def $(BUILD)/results/demo_cigs.def cigs.def
+	@echo "Written: $(BUILD)/results/demo_cigs.def"
 
 bench:
 	cmake -S . -B build-bench -DCMAKE_BUILD_TYPE=Release -DTERVO_TESTS=OFF -DTERVO_BENCH=ON

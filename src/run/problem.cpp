@@ -1,0 +1,146 @@
+#include "run/problem.h"
+
+#include "cell/definition_file.h"
+#include "platform/files.h"
+#include "platform/format.h"
+#include "platform/messages.h"
+#include "run/driver.h"
+#include "run/startup.h"
+#include "run/work_point.h"
+#include "setup/generation.h"
+#include "setup/parameter_sets.h"
+#include "setup/working_settings.h"
+
+namespace tervo {
+
+namespace {
+
+// The settings that the file carries beside the cell, taken from the session.
+DefinitionWorkingSettings SessionSettings() {
+    DefinitionWorkingSettings s;
+    s.qeMode = generatieparameters.QEmode;
+    s.numberOfPhotons = generatieparameters.numberOfPhotons;
+    s.incidentPower = generatieparameters.incidentPower;
+    s.mesh = meshSettings;
+    s.ms = NW;
+    s.side = wp.side;
+    s.Rfront = Rfront;
+    s.Tfront = Tfront;
+    s.RsPresent = wp.RsPresent;
+    s.Rs = wp.Rs;
+    s.GshPresent = wp.RshPresent;
+    s.Gsh = wp.Gsh;
+    s.conventionsShown = wp.conventionsShown;
+    s.ipvMode = IPV_Mode;
+    return s;
+}
+
+// Brings the settings read from a file into the session.
+void ApplySettings(const DefinitionWorkingSettings& s) {
+    generatieparameters.QEmode = s.qeMode;
+    generatieparameters.numberOfPhotons = s.numberOfPhotons;
+    generatieparameters.incidentPower = s.incidentPower;
+    meshSettings = s.mesh;
+    NW.layer = s.ms.layer;
+    NW.side = s.ms.side;
+    NW.fitPoints = s.ms.fitPoints;
+    NW.orderMiddle = s.ms.orderMiddle;
+    NW.orderEdges = s.ms.orderEdges;
+    wp.side = s.side;
+    secondwp.side = s.side;
+    generatieparameters.side = s.side == 0 ? -1 : 1;
+    Rfront = s.Rfront;
+    Tfront = s.Tfront;
+    wp.RsPresent = secondwp.RsPresent = s.RsPresent;
+    wp.Rs = secondwp.Rs = s.Rs;
+    wp.RshPresent = secondwp.RshPresent = s.GshPresent;
+    wp.Gsh = secondwp.Gsh = s.Gsh;
+    wp.conventionsShown = s.conventionsShown;
+    IPV_Mode = s.ipvMode;
+    if (IPV_Mode) {
+        // Optical capture needs the internal optical model: no generation from a file.
+        Generation_Mode = 0;
+        secondGeneration_Mode = 0;
+        wp.generationFromFile = 0;
+        secondwp.generationFromFile = 0;
+    }
+}
+
+void CopyToEditors() {
+    current_cell = zonnecel;
+    current_layers = zonnecel.layer;
+    current_interfaces = zonnecel.interface;
+}
+
+} // namespace
+
+int Laad_data_uit_file(const std::string& path) {
+    std::string fullPath;
+    std::string name;
+    CheckTERVOPaths(&fullPath, &name, path, 0);
+    long long size = 0;
+    if (path.empty() || GetFileSize(fullPath, size) != 0) {
+        TERVOErrorMessage("File not loaded", FmtStr("%s[q]<File not loaded: %s[q] (not found)", fullPath));
+        return -1;
+    }
+    const size_t messagesBefore = ReportedMessages().size();
+    DefinitionWorkingSettings settings = SessionSettings();
+    InputParameters loaded;
+    if (lees_structuurfile(fullPath, loaded, settings) != 1) {
+        // The reader is silent about a file without any layer; a user who named it is told.
+        if (ReportedMessages().size() == messagesBefore)
+            TERVOErrorMessage(
+                "Error whilst reading the def file",
+                FmtStr("%s[q]<File not loaded: %s[q] holds no layer; it is not a definition file.",
+                       fullPath));
+        return -1;
+    }
+    loaded.name = name;
+    loaded.path = fullPath;
+    parameterset1 = loaded;
+    parameterset1_to_2(zonnecel, parameterset1);
+    CopyToEditors();
+    ApplySettings(settings);
+    wp.definitionFile = fullPath;
+    MarkNothingCalculated();
+    return 0;
+}
+
+void CreateNewProblem() {
+    FreeCellDefinition(zonnecel);
+    InitialiseParameterset2(zonnecel);
+    CopyToEditors();
+    ResetRemarks("new problem");
+    parameterset1.name = "new problem";
+    parameterset1.path.clear();
+    wp.definitionFile = "new problem";
+    MarkNothingCalculated();
+    Generation_Mode = 0;
+    IPV_Mode = 0;
+}
+
+int SaveDefinitionFile(TextFile& file) {
+    parameterset2_to_1(zonnecel);
+    return WriteDefinitionFile(file, parameterset1, SessionSettings(), VERSION, DefinitionWriter::Compact);
+}
+
+int SaveDefinitionFileToPath(const std::string& path) {
+    std::string fullPath;
+    CheckTERVOPaths(&fullPath, nullptr, path, 0);
+    TextFile file = OpenFile(fullPath, FileMode::Write);
+    if (!file.IsOpen()) {
+        TERVOErrorMessage("Error whilst saving the def file",
+                          FmtStr("%s[q]<%s[q] could not be opened for writing: %s[q]", fullPath,
+                                 IoErrorText(file.lastError)));
+        return -1;
+    }
+    if (SaveDefinitionFile(file) != 0) {
+        TERVOErrorMessage("Error whilst saving the def file",
+                          FmtStr("%s[q]<An error occurred while writing %s[q]", fullPath));
+        return -1;
+    }
+    CloseFile(file);
+    return 0;
+}
+
+} // namespace tervo
