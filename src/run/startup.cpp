@@ -636,8 +636,10 @@ int RunTervo(int argc, char** argv) {
         home = DefaultHomeFolder(argv0);
     } else {
         std::error_code ec;
-        if (!std::filesystem::is_directory(home, ec)) {
-            TERVOErrorMessage(COMMAND_LINE_TITLE, "The home folder \"" + home + "\" does not exist.");
+        // A home folder that does not exist yet is made, with its tree below.
+        if (!std::filesystem::is_directory(home, ec) && !MakeDirectories(home)) {
+            TERVOErrorMessage(COMMAND_LINE_TITLE,
+                              "The home folder \"" + home + "\" does not exist and cannot be made.");
             return 2;
         }
         const auto absolute = std::filesystem::absolute(home, ec);

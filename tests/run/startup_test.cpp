@@ -411,8 +411,13 @@ TEST(RunTervo, VersionHelpAndWrongOptions) {
     EXPECT_EQ(RunProcess({"cell.def", "--frobnicate"}), 2);
     EXPECT_TRUE(AnyMessageHolds("--frobnicate"));
     EXPECT_EQ(RunProcess({"--home"}), 2); // a folder must follow
-    EXPECT_EQ(RunProcess({"--home", home / "absent"}), 2);
-    EXPECT_FALSE(fs::exists(home.path / "absent"));
+    // A home folder that does not exist yet is made with its whole tree; one that cannot be made
+    // (a file stands in its way) ends the process.
+    EXPECT_EQ(RunProcess({"--home", home / "absent", "startup_missing.def"}), 0);
+    EXPECT_TRUE(fs::is_directory(home.path / "absent" / "spectrum"));
+    EXPECT_TRUE(AnyMessageHolds("startup_missing.def"));
+    std::ofstream(home.path / "blocker") << "x";
+    EXPECT_EQ(RunProcess({"--home", (home.path / "blocker" / "sub").string()}), 2);
 }
 
 TEST(RunTervo, FilesThatCannotBeReadEndTheProcessCleanly) {
