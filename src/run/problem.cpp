@@ -143,4 +143,79 @@ int SaveDefinitionFileToPath(const std::string& path) {
     return 0;
 }
 
+namespace {
+
+// A side file named by its base name must stand in its folder of the home tree to be found when the
+// definition is opened again.
+bool InItsFolder(const std::string& name, const char* folder) {
+    std::string drive, dir, file;
+    SplitPath(name, drive, dir, file);
+    long long size = 0;
+    return GetFileSize(MakePathname(MakePathname(GetProjectDir(), folder), file), size) == 0;
+}
+
+void WarnAboutSideFiles(const CellDefinition& cell, const std::string& defName) {
+    const ContactParameters* contacts[2] = {&cell.leftContact, &cell.rightContact};
+    for (int side = 0; side < 2; ++side) {
+        const ContactParameters& c = *contacts[side];
+        if (c.opticalFilter && !c.wavelengthIndependent && !c.filterFile.empty() &&
+            !InItsFolder(c.filterFile, "filter"))
+            TERVOErrorMessage("Warning !",
+                              "The filterfile  '" + c.filterFile + "', used at the " +
+                                  (side == 0 ? "leftContact" : "rightContact") +
+                                  " of this def-file isn't saved yet in the map \\tervo23\\filter\\. "
+                                  "\nPlease save this file in this map. Otherwise, opening this "
+                                  "def-file '" +
+                                  defName + "' in the future will cause an error.");
+    }
+    for (int i = 0; i < cell.numberOfLayers && i < MAX_LAYERS; ++i) {
+        const MaterialParameters& m = cell.layer[static_cast<size_t>(i)].material;
+        const std::pair<bool, const std::string*> files[2] = {{m.absorptionA == 1, &m.absorptionFileA},
+                                                              {m.absorptionB == 1, &m.absorptionFileB}};
+        for (int k = 0; k < 2; ++k) {
+            const std::string& name = *files[k].second;
+            if (!files[k].first || name.empty() || InItsFolder(name, "absorption")) continue;
+            TERVOErrorMessage("Warning !",
+                              "The absorptionfile  '" + name + "', used in layer " + std::to_string(i + 1) +
+                                  " of this def-file " + (k == 0 ? "is not" : "isn't") +
+                                  " saved yet in the map [current TERVO-directory]\\absorption\\. "
+                                  "\nPlease save this file in this map. Otherwise, opening this "
+                                  "def-file '" +
+                                  defName + "' in the future will cause an error.");
+        }
+    }
+}
+
+} // namespace
+
+int data_naar_file(const std::string& path) {
+    std::string fullPath;
+    std::string name;
+    CheckTERVOPaths(&fullPath, &name, path, 0);
+    if (path.empty()) {
+        TERVOErrorMessage("Error !", "An error occured during selection of the filename.");
+        return -1;
+    }
+    parameterset2_to_1(current_cell);
+    TextFile file = OpenFile(fullPath, FileMode::Write);
+    if (!file.IsOpen()) {
+        TERVOErrorMessage("Function data_naar_file(): Error occured during opening selected filename !",
+                          IoErrorText(file.lastError));
+        return -1;
+    }
+    const int status =
+        WriteDefinitionFile(file, parameterset1, SessionSettings(), VERSION, DefinitionWriter::Interactive);
+    CloseFile(file);
+    if (status != 0) {
+        TERVOErrorMessage("Function data_naar_file(): Error occured during opening selected filename !",
+                          "An error occurred while writing " + fullPath);
+        return -1;
+    }
+    WarnAboutSideFiles(parameterset1.cellParas, name);
+    parameterset1.name = name;
+    parameterset1.path = fullPath;
+    MarkNothingCalculated();
+    return 0;
+}
+
 } // namespace tervo

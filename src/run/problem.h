@@ -26,4 +26,10 @@ int SaveDefinitionFile(TextFile& file);
 // Writes the session's cell to a path (opened for writing).  0, or -1 (reported).
 int SaveDefinitionFileToPath(const std::string& path);
 
+// The save of the edited cell `current_cell` under a chosen name (a bare name goes into the `def`
+// folder): written by the full writer, the names kept in `parameterset1`, nothing counted as
+// calculated.  Filter and absorption files that are not in their folders are warned about; the file
+// is written all the same.  0, or -1 when the file cannot be opened (reported).
+int data_naar_file(const std::string& path);
+
 } // namespace tervo
