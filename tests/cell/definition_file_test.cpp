@@ -577,3 +577,24 @@ TEST(DefinitionFileBadInput, UnreadableNumbersAreReportedAndKeepTheValue) {
     EXPECT_DOUBLE_EQ(p.cellParas.leftContact.Sn, 1000);
     EXPECT_DOUBLE_EQ(p.cellParas.layer[0].material.d, 2e-6);
 }
+
+// The readers for batch use give the same cell and leave the session's remarks alone.
+TEST(DefinitionFile, BatchReadersLeaveTheRemarksAlone) {
+    ResetRemarks("session");
+    problemRemarks.push_back(" kept");
+    CellDefinition cell;
+    ASSERT_EQ(ReadCeldefVariableFromDefFile((kSource / "examples/cells/graded_cigs.def").string(), cell), 1);
+    ASSERT_EQ(problemRemarks.size(), 1u);
+    EXPECT_EQ(problemRemarks[0], " kept");
+    EXPECT_EQ(problemRemarksName, "session");
+    EXPECT_EQ(cell.numberOfLayers, 2);
+    EXPECT_EQ(cell.layer[0].composition.law, LAW_LINEAR);
+    ShortCellDefinition s;
+    ASSERT_EQ(ReadShortCeldefVariableFromDefFile((kSource / "examples/cells/graded_cigs.def").string(), s), 1);
+    EXPECT_EQ(s.numberOfLayers, 2);
+    EXPECT_EQ(s.layer[0].compositionLaw, LAW_LINEAR);
+    EXPECT_EQ(s.layer[0].material[1].law, LAW_PARABOLIC); // Eg
+    EXPECT_EQ(s.layer[0].srh[1][0].energyType, EDIST_CBTAIL);
+    EXPECT_EQ(s.interface[0].defect[0].energyType, EDIST_UNIFORM);
+    EXPECT_EQ(ReadShortCeldefVariableFromDefFile((kSource / "no such file.def").string(), s), -1);
+}
