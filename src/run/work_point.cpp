@@ -1,6 +1,7 @@
 #include "run/work_point.h"
 
 #include "platform/files.h"
+#include "run/startup.h"
 
 namespace tervo {
 
@@ -9,12 +10,48 @@ WorkPoint secondwp;
 WorkPoint wp_vorig;
 Actie actie;
 
+namespace {
+
+constexpr const char* STANDARD_SPECTRUM = "AM1_5G 1 sun.spe";
+constexpr const char* GENERATION_PATTERN = "*.gen";
+
+std::string InTypeFolder(int filetype, const std::string& name) {
+    std::string path;
+    CheckTERVOPaths(&path, nullptr, name, filetype);
+    return path;
+}
+
+} // namespace
+
+void SetStandardSpectrum(WorkPoint& w) {
+    w.spectrumName = STANDARD_SPECTRUM;
+    w.spectrumFile = InTypeFolder(FILETYPE_SPECTRUM, STANDARD_SPECTRUM);
+}
+
 void InitialiseWorkPoint(WorkPoint& w) {
+    const WorkPoint old = w;
     w = WorkPoint{};
-    w.spectrumName = "AM1_5G 1 sun.spe";
-    w.spectrumFile = MakePathname(MakePathname(GetProjectDir(), "spectrum"), w.spectrumName);
-    w.generationName = "*.gen";
-    w.generationFile = MakePathname(MakePathname(GetProjectDir(), "generation"), w.generationName);
+    w.numberofpoints = old.numberofpoints;
+
+    std::string definition = old.definitionFile;
+    if (IsFileFound(definition, FILETYPE_DEF)) w.definitionFile = definition;
+
+    std::string spectrum = old.spectrumFile;
+    if (IsFileFound(spectrum, FILETYPE_SPECTRUM)) {
+        w.spectrumFile = spectrum;
+        CheckTERVOPaths(nullptr, &w.spectrumName, spectrum, FILETYPE_SPECTRUM);
+    } else {
+        SetStandardSpectrum(w);
+    }
+
+    std::string generation = old.generationFile;
+    if (IsFileFound(generation, FILETYPE_GENERATION)) {
+        w.generationFile = generation;
+        CheckTERVOPaths(nullptr, &w.generationName, generation, FILETYPE_GENERATION);
+    } else {
+        w.generationName = GENERATION_PATTERN;
+        w.generationFile = InTypeFolder(FILETYPE_GENERATION, GENERATION_PATTERN);
+    }
 }
 
 } // namespace tervo

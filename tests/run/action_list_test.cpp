@@ -1,0 +1,534 @@
+// The action settings, their files, the consistency rules of sweeps and light, and the check of the
+// files that a problem names.
+#include "run/action_list.h"
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cmath>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "cell/cell_records.h"
+#include "platform/files.h"
+#include "platform/messages.h"
+#include "run/driver.h"
+#include "run/startup.h"
+#include "run/work_point.h"
+#include "setup/generation.h"
+
+namespace fs = std::filesystem;
+using namespace tervo;
+
+namespace {
+
+void WriteFile(const fs::path& path, const std::string& text) {
+    std::ofstream out(path, std::ios::binary);
+    out << text;
+}
+
+// The lines of a file; with `withComments` false, those behind the comment block only.
+std::vector<std::string> FileLines(const fs::path& path, bool withComments = true) {
+    std::ifstream in(path);
+    std::vector<std::string> lines;
+    for (std::string line; std::getline(in, line);)
+        if (withComments || line.rfind("> ", 0) != 0) lines.push_back(line);
+    return lines;
+}
+
+std::vector<std::string> MessagesSince(size_t from) {
+    std::vector<std::string> texts;
+    for (size_t i = from; i < ReportedMessages().size(); ++i) texts.push_back(ReportedMessages()[i].text);
+    return texts;
+}
+
+// A home tree of its own, and the session's records at their defaults.
+class ActionList : public ::testing::Test {
+protected:
+    fs::path home = fs::temp_directory_path() / ("tervo_action_" + std::to_string(::getpid()));
+    std::string oldHome;
+
+    void SetUp() override {
+        oldHome = GetProjectDir();
+        for (const char* d : {"def", "spectrum", "generation", "filter", "grading", "absorption", "optcapt"})
+            fs::create_directories(home / d);
+        SetProjectDir(home.string());
+        ErrorMessageMode = 2;
+        FreshSettings();
+        InitialiseCellDefinition(current_cell);
+        InitialiseCellDefinition(zonnecel);
+        IPV_Mode = Generation_Mode = secondGeneration_Mode = pausestatus = 0;
+        AllFilesFound = kortberekend = 1;
+    }
+    void FreshSettings() {
+        InitialiseActionPanel(actionPanel);
+        wp = WorkPoint{};
+        secondwp = WorkPoint{};
+        InitialiseWorkPoint(wp);
+        InitialiseWorkPoint(secondwp);
+    }
+    void TearDown() override {
+        fs::remove_all(home);
+        SetProjectDir(oldHome);
+    }
+    std::string In(const char* folder, const char* name) { return (home / folder / name).string(); }
+};
+
+// The same settings: values that pass through a logarithm or a rounded step agree closely, the
+// rest exactly.
+void ExpectSameSettings(ActionPanelSettings got, const ActionPanelSettings& want) {
+    for (auto [g, w] : {std::pair{&got.first, &want.first}, std::pair{&got.second, &want.second}}) {
+        EXPECT_NEAR(g->ND, w->ND, 1e-6);
+        EXPECT_NEAR(g->transmission, w->transmission, 1e-4);
+        g->ND = w->ND;
+        g->transmission = w->transmission;
+    }
+    for (auto [g, w] : {std::pair{&got.IV, &want.IV}, std::pair{&got.CV, &want.CV},
+                        std::pair{&got.Cf, &want.Cf}, std::pair{&got.QE, &want.QE}}) {
+        EXPECT_NEAR(g->increment, w->increment, 1e-12);
+        g->increment = w->increment;
+    }
+    EXPECT_TRUE(got == want);
+}
+
+} // namespace
+
+TEST_F(ActionList, SavedActionListReadsBackTheSameInTheOrderOfItsKeys) {
+    WriteFile(home / "spectrum" / "lamp.spe", "400 1\n500 2\n");
+    WriteFile(home / "spectrum" / "blue.spe", "400 1\n500 2\n");
+    WriteFile(home / "generation" / "g1.gen", "0 1e20\n");
+    wp.spectrumFile = "lamp.spe";
+    secondwp.spectrumFile = In("spectrum", "blue.spe");
+    wp.generationFile = In("generation", "g1.gen");
+
+    ActionPanelSettings& a = actionPanel;
+    a.first = {310.25, 0.6125, 2.5e5, 7, 0, 1, 1, 350.5, 1100.25, 1.0, 10.0, 80.5};
+    a.second = {280.5, -0.25, 1e6, 9, 0, 0, 0, 0, 2000, 0.5, 100 * std::pow(10.0, -0.5), 100};
+    a.pause = 1;
+    a.IV = {1, -0.2, 0.8, 41, 0.025};
+    a.stopAfterVoc = 1;
+    a.CV = {1, -1.0, 0.5, 31, 0.05};
+    a.MIS_CV_calculate = 1;
+    a.Cf = {1, 1e3, 1e7, 17, 4};
+    a.QE = {1, 350, 950, 31, 20};
+    const ActionPanelSettings saved = actionPanel;
+    ASSERT_EQ(SaveActionList("round"), 0) << "a bare name without extension is completed in def";
+    ASSERT_TRUE(fs::exists(home / "def" / "round"));
+
+    // Behind the comment block, one setting a line, every key in its order.
+    const std::vector<std::string> body = FileLines(home / "def" / "round", false);
+    std::vector<std::string> wpKeys, keys;
+    std::istringstream wpList("Temperature|Voltage|Frequency|Number of points|dark|generation from file|"
+                              "spectrum file|spectrum cut off|short wavelength cut off|long wavelength cut "
+                              "off|neutral density|transmission|generation file|attenuation");
+    for (std::string k; std::getline(wpList, k, '|');) wpKeys.push_back(k);
+    keys = wpKeys;
+    for (const std::string& k : wpKeys)
+        if (k != "Frequency") keys.push_back("Secondworkpoint " + k);
+    std::istringstream rest(
+        "pause|IV_startV|IV_stopV|IV_points|IV_increment|IV_calculate|stop after Voc|"
+        "CV_startV|CV_stopV|CV_points|CV_increment|CV_calculate|MIS CV_calculate|Cf_startf|"
+        "Cf_stopf|Cf_total points|Cf_points per decade|Cf_calculate|QE_startlambda|"
+        "QE_stoplambda|QE_points|QE_increment|QE_calculate");
+    for (std::string k; std::getline(rest, k, '|');) keys.push_back(k);
+    ASSERT_EQ(body.size(), keys.size());
+    for (size_t i = 0; i < keys.size(); ++i) EXPECT_EQ(body[i].substr(0, keys[i].size() + 2), keys[i] + " :");
+    EXPECT_EQ(body[0], "Temperature :   310.25 K");
+    EXPECT_EQ(body[6], "spectrum file :lamp.spe");
+    EXPECT_EQ(body[11], "transmission :    10.0000 %");
+    EXPECT_EQ(body[19], "Secondworkpoint spectrum file :blue.spe");
+    EXPECT_EQ(body[40], "Cf_startf :    1.000e+03 Hz");
+
+    FreshSettings();
+    ASSERT_EQ(LoadActionList((home / "def" / "round").string()), 0);
+    ActionPanelSettings expected = saved;
+    expected.second.numberofpoints = 5; // not read back: it stays at its default
+    ExpectSameSettings(actionPanel, expected);
+    EXPECT_EQ(wp.spectrumFile, In("spectrum", "lamp.spe"));
+    EXPECT_EQ(secondwp.spectrumFile, In("spectrum", "blue.spe"));
+    EXPECT_EQ(wp.generationFile, In("generation", "g1.gen"));
+    EXPECT_EQ(Generation_Mode, 1);
+    EXPECT_EQ(AllFilesFound, 1);
+    EXPECT_EQ(kortberekend, 0);
+}
+
+TEST_F(ActionList, SecondWorkingPointFileHoldsOnlyItsThirteenLines) {
+    WriteFile(home / "generation" / "g2.gen", "0 1e20\n");
+    secondwp.generationFile = "g2.gen";
+    actionPanel.second = {250, 0.4, 1e6, 12, 0, 1, 1, 400, 800, 0.25, 100 * std::pow(10.0, -0.25), 60};
+    const WorkPointSettings saved = actionPanel.second;
+    ASSERT_EQ(SaveWP2Settings("initial.wp2"), 0);
+    const std::vector<std::string> body = FileLines(home / "def" / "initial.wp2", false);
+    ASSERT_EQ(body.size(), 13u);
+    for (const std::string& l : body) EXPECT_EQ(l.rfind("Secondworkpoint ", 0), 0u) << l;
+    EXPECT_EQ(body[12], "Secondworkpoint attenuation :    60.0000 %");
+
+    InitialiseActionPanel(actionPanel);
+    actionPanel.first.temperature = 333;
+    kortberekend = 1;
+    ASSERT_EQ(LoadWP2Settings("initial.wp2"), 0);
+    ActionPanelSettings expected;
+    expected.first.temperature = 333; // the first working point is not touched
+    expected.second = saved;
+    expected.second.numberofpoints = 5; // the number of points of the second does not travel
+    ExpectSameSettings(actionPanel, expected);
+    EXPECT_EQ(secondwp.generationFile, In("generation", "g2.gen"));
+    EXPECT_EQ(secondGeneration_Mode, 1);
+    EXPECT_EQ(kortberekend, 0);
+}
+
+TEST_F(ActionList, HandWrittenFileReadsByKeyInAnyCaseAndOrder) {
+    WriteFile(home / "generation" / "b.gen", "0 1e20\n");
+    const std::string longTail(119 - std::string("pause : 1").size(), ' ');
+    WriteFile(home / "def" / "old.act", "> saved by hand\n"
+                                        "* another remark\n"
+                                        "\n"
+                                        "TEMPERATURE : 280 K\n"
+                                        "colour of the curves : blue\n"
+                                        "generation file : a.gen\n"
+                                        "generation from file : 0\n"
+                                        "Secondworkpoint generation from file : 1\n"
+                                        "Secondworkpoint generation file : b.gen\n"
+                                        "Secondworkpoint Number of points : 9\n"
+                                        "Rs present : 1\n"
+                                        "Rs : 2.5\n"
+                                        "Rsh present : 1\n"
+                                        "Rsh : 200\n"
+                                        "iv_POINTS : 11\n"
+                                        "Temperature :" +
+                                            std::string(120, ' ') +
+                                            "350\n"
+                                            "pause : 1" +
+                                            longTail +
+                                            "dark : 0\n"
+                                            "neutral density : 2\n"
+                                            "transmission : 50 %\n"
+                                            "dark : 1\n");
+    actionPanel.first.dark = 0;
+    ASSERT_EQ(SetActionPanelFromFile("old.act"), 0);
+    // The later temperature line has its number beyond the 119 characters that are read: 0.
+    EXPECT_DOUBLE_EQ(actionPanel.first.temperature, 0);
+    EXPECT_EQ(actionPanel.pause, 1);
+    EXPECT_EQ(actionPanel.first.dark, 1)
+        << "the tail of a long line is no line of its own; the last dark wins";
+    EXPECT_NEAR(actionPanel.first.transmission, 50, 1e-12);
+    EXPECT_NEAR(actionPanel.first.ND, 0.30103, 1e-5) << "the transmission line came later";
+    EXPECT_DOUBLE_EQ(actionPanel.first.lambda_long, 2000) << "a missing key keeps its default";
+    EXPECT_EQ(wp.generationName, "*.gen") << "generation file is ignored while generation from file is off";
+    EXPECT_EQ(secondwp.generationFile, In("generation", "b.gen"));
+    EXPECT_EQ(actionPanel.second.numberofpoints, 5);
+    EXPECT_DOUBLE_EQ(actionPanel.Rs, 2.5);
+    EXPECT_EQ(actionPanel.RshPresent, 1);
+    EXPECT_DOUBLE_EQ(actionPanel.Gsh, 0.005);
+    EXPECT_EQ(actionPanel.IV.points, 11);
+    EXPECT_NEAR(actionPanel.IV.increment, 0.1, 1e-12);
+
+    const ActionPanelSettings before = actionPanel;
+    const size_t messages = ReportedMessages().size();
+    EXPECT_EQ(SetActionPanelFromFile("no such list.act"), -1);
+    EXPECT_TRUE(actionPanel == before);
+    EXPECT_EQ(ReportedMessages().size(), messages) << "a missing action list is passed over in silence";
+}
+
+TEST_F(ActionList, CommentBlockNamesKindAndDefinition) {
+    const std::string oldVersion = VERSION;
+    VERSION = "TERVO test banner";
+    TextFile out = OpenFile((home / "def" / "c.act").string(), FileMode::Write);
+    ASSERT_EQ(WriteCommentLinesInFile(out, "Action List file"), 0);
+    CloseFile(out);
+    std::vector<std::string> lines = FileLines(home / "def" / "c.act");
+    ASSERT_EQ(lines.size(), 3u);
+    for (const std::string& l : lines) EXPECT_EQ(l.rfind("> ", 0), 0u) << l;
+    EXPECT_EQ(lines[0], "> TERVO test banner");
+    EXPECT_EQ(lines[1].rfind("> TERVO Action List file, saved on \t", 0), 0u);
+    EXPECT_EQ(lines[2], "> no problem definition file loaded ");
+
+    WriteFile(home / "def" / "cell.def", "layer\n");
+    wp.definitionFile = In("def", "cell.def");
+    const std::string text = CommentLinesText("Second work point settings file");
+    EXPECT_NE(text.find("\nTERVO Second work point settings file, saved on \t"), std::string::npos);
+    EXPECT_NE(text.find("\nproblem definition file loaded :\n" + wp.definitionFile + "\nlast saved: \t"),
+              std::string::npos);
+    VERSION = oldVersion;
+}
+
+// Points and step of a sweep after an edit.
+std::pair<int, double> Lin(SweepSettings s, SweepEdit edit) {
+    ChangeNumberOfPointsLin(s, edit);
+    return {s.points, s.increment};
+}
+std::pair<int, double> Log(SweepSettings s, SweepEdit edit) {
+    ChangeNumberOfPointsLog(s, edit);
+    return {s.points, s.increment};
+}
+
+TEST(SweepConsistency, LinearSweep) {
+    using E = SweepEdit;
+    EXPECT_EQ(Lin({1, 0, 1, 5, 0.1}, E::Increment), std::pair(11, 0.1));
+    EXPECT_EQ(Lin({1, 0, 1, 5, 0.3}, E::Range), std::pair(4, 1.0 / 3));    // 3.33 steps round to 3
+    EXPECT_EQ(Lin({1, -1, 1, 5, 0.1}, E::Points), std::pair(5, 0.5));      // the step follows n
+    EXPECT_EQ(Lin({1, 1, -1, 7, 0}, E::Increment), std::pair(7, 2.0 / 6)); // step 0: n stays
+    EXPECT_EQ(Lin({1, 0.5, 0.5, 7, 0.1}, E::Range), std::pair(2, 0.0));    // start equal to stop
+    EXPECT_EQ(Lin({1, 0, 1, 1, 0}, E::Points).first, 2);
+
+    ClearReportedMessages();
+    EXPECT_EQ(Lin({1, 0, 10, 5, 0.001}, E::Increment), std::pair(2001, 10.0 / 2000));
+    ASSERT_EQ(ReportedMessages().size(), 1u);
+    EXPECT_EQ(ReportedMessages()[0].title, "Warning !");
+    EXPECT_EQ(ReportedMessages()[0].text, "Number of calculation points is limited to 2001!");
+    EXPECT_EQ(Lin({1, 0, 1, 5, 1e-300}, E::Increment).first, 2001); // no overflow of the count
+    ClearReportedMessages();
+    EXPECT_EQ(Lin({1, 0, 2, 2001, 0.001}, E::Increment).first, 2001); // at the limit: no warning
+    EXPECT_TRUE(ReportedMessages().empty());
+}
+
+TEST(SweepConsistency, LogarithmicSweep) {
+    using E = SweepEdit;
+    auto near = [](std::pair<int, double> got, int n, double p) {
+        EXPECT_EQ(got.first, n);
+        EXPECT_NEAR(got.second, p, 1e-9);
+    };
+    near(Log({1, 1e2, 1e6, 3, 5}, E::Increment), 21, 5); // four decades at 5 a decade
+    near(Log({1, 1e6, 1e2, 9, 5}, E::Points), 9, 2);     // falling, new n: the density follows
+    near(Log({1, 1e3, 1e4, 5, 2.4}, E::Range), 3, 2);    // 2.4 a decade rounds to 2 steps
+    EXPECT_EQ(Log({1, 1e3, 1e3, 9, 5}, E::Range).first, 2);
+    ClearReportedMessages();
+    near(Log({1, 1, 1e10, 5, 1000}, E::Increment), 2001, 200);
+    EXPECT_EQ(ReportedMessages().size(), 1u);
+    ClearReportedMessages();
+    near(Log({1, 0, 1e6, 9, 5}, E::Range), 9, 5); // no logarithm of 0 Hz: reported, left alone
+    EXPECT_EQ(ReportedMessages().size(), 1u);
+}
+
+TEST(CutoffAndShunt, CutoffWavelengthsAndShuntStayConsistent) {
+    auto cutoff = [](double shortest, double longest) {
+        WorkPointSettings w;
+        w.lambda_short = shortest;
+        w.lambda_long = longest;
+        CheckCutoffWavelengths(w);
+        return std::pair(w.lambda_short, w.lambda_long);
+    };
+    EXPECT_EQ(cutoff(2000, 100), std::pair(100.0, 2000.0));
+    EXPECT_EQ(cutoff(500, 500.00005), std::pair(500.0, 501.0));
+    EXPECT_EQ(cutoff(-5, 800), std::pair(1.0, 800.0));
+    EXPECT_EQ(cutoff(-5, -3), std::pair(1.0, 2.0));
+
+    auto shunt = [](double value, int fromRsh) {
+        ActionPanelSettings a;
+        (fromRsh ? a.Rsh : a.Gsh) = value;
+        Rsh_Gsh(a, fromRsh);
+        return std::pair(a.Rsh, a.Gsh);
+    };
+    EXPECT_EQ(shunt(0, 1), std::pair(1e-6, 1e6));
+    EXPECT_EQ(shunt(200, 1), std::pair(200.0, 1.0 / 200));
+    EXPECT_EQ(shunt(0, 0), std::pair(1e30, 0.0));
+    EXPECT_EQ(shunt(1e-31, 0), std::pair(1e30, 1e-31));
+    EXPECT_EQ(shunt(0.01, 0), std::pair(1.0 / 0.01, 0.01));
+}
+
+TEST_F(ActionList, IntensityViewsAndIncidentPower) {
+    EXPECT_DOUBLE_EQ(TransmissionOfNeutralDensity(2), 1);
+    EXPECT_NEAR(NeutralDensityOfTransmission(50), 0.30103, 1e-5);
+    EXPECT_EQ(NeutralDensityOfTransmission(0), 30);
+    wp.power_cutoff = 1000;
+    actionPanel.first.ND = 1;
+    UpdateIllumination(1, IntensityView::NeutralDensity);
+    EXPECT_NEAR(actionPanel.first.transmission, 10, 1e-12);
+    EXPECT_NEAR(wp.power_incident, 100, 1e-9);
+    actionPanel.first.transmission = 25;
+    UpdateIllumination(1, IntensityView::Transmission);
+    EXPECT_NEAR(wp.ND, -std::log10(0.25), 1e-12);
+    EXPECT_NEAR(wp.power_incident, 250, 1e-9);
+    EXPECT_EQ(secondwp.power_incident, 0) << "the second working point has its own light";
+}
+
+TEST_F(ActionList, WorkingPointsFromTheSettingsAndBack) {
+    zonnecel.voltageAppliedTo = 1; // voltage at the right contact: the calculation's voltage is minus it
+    zonnecel.referenceSystem = 1;
+    wp.conventionsShown = 1;
+    wp.power_cutoff = 800;
+    ActionPanelSettings& a = actionPanel;
+    a.first = {300, 0.5, 1e6, 5, 0, 0, 1, 900, 300, 1, 10, 100}; // cut-off swapped on the way
+    a.second.voltage = 0.2;
+    SideIllumination(0);
+    EXPECT_EQ(generatieparameters.side, -1);
+    EXPECT_EQ(kortberekend, 0);
+    a.RsPresent = a.RshPresent = a.pause = 1;
+    a.Rs = 2;     // ohm cm2
+    a.Gsh = 0.01; // S/cm2
+
+    WorkPoint first;
+    ReadWorkPoint(first, 1);
+    EXPECT_EQ(zonnecel.signV, -1);
+    EXPECT_EQ(zonnecel.signJ, -1);
+    EXPECT_EQ(first.voltageReference, 1);
+    EXPECT_DOUBLE_EQ(first.voltage, -0.5);
+    EXPECT_DOUBLE_EQ(first.lambda_short, 300);
+    EXPECT_NEAR(first.power_incident, 80, 1e-9);
+    EXPECT_NEAR(first.Rs, 2e-4, 1e-18); // ohm m2
+    EXPECT_NEAR(first.Gsh, 100, 1e-12); // S/m2
+    EXPECT_EQ(pausestatus, 1);
+    WorkPoint second;
+    ReadWorkPoint(second, 0); // side, resistances and pause are those of the first
+    EXPECT_DOUBLE_EQ(second.voltage, -0.2);
+    EXPECT_EQ(second.side, 0);
+    EXPECT_NEAR(second.Gsh, 100, 1e-12);
+    wp.conventionsShown = 0; // a cell without conventions: voltages as they are
+    ReadWorkPoint(wp, 1);
+    EXPECT_EQ(zonnecel.signV, 1);
+    EXPECT_DOUBLE_EQ(wp.voltage, 0.5);
+
+    // Written to the settings and read again: the same record.
+    WorkPoint record = wp;
+    record.temperature = 275;
+    record.ND = 0.5;
+    record.Gsh = 0;
+    record.spectrumFile = "/elsewhere/x.spe";
+    WriteWorkPoint(record, 1);
+    EXPECT_EQ(actionPanel.Rsh, 1e30);
+    WorkPoint back;
+    ReadWorkPoint(back, 1);
+    EXPECT_NEAR(back.Rs, record.Rs, 1e-18);
+    EXPECT_NEAR(back.power_incident, record.power_cutoff / std::sqrt(10.0), 1e-9);
+    back.Rs = record.Rs;
+    back.power_incident = record.power_incident;
+    EXPECT_TRUE(back == record);
+}
+
+TEST_F(ActionList, MissingIlluminationFilesAreCountedOrReplaced) {
+    WriteFile(home / "spectrum" / "lamp.spe", "400 1\n");
+    wp.spectrumFile = "lamp.spe"; // found in its folder: rewritten to the full path
+    secondwp.generationFromFile = 1;
+    actionPanel.second.generationFromFile = 1;
+    secondwp.generationFile = "gone.gen";
+    secondwp.spectrumFile = "gone too.spe";
+    wp.generationFile = "not used.gen";
+
+    EXPECT_EQ(CanAllFilesBeFound(3), 0);
+    EXPECT_EQ(AllFilesFound, 0);
+    EXPECT_EQ(wp.spectrumFile, In("spectrum", "lamp.spe"));
+    EXPECT_EQ(secondwp.generationFromFile, 1) << "mode 3 only counts";
+
+    const size_t from = ReportedMessages().size();
+    EXPECT_EQ(CanAllFilesBeFound(2), 1);
+    EXPECT_EQ(AllFilesFound, 1);
+    const std::vector<std::string> texts = MessagesSince(from);
+    ASSERT_EQ(texts.size(), 2u);
+    EXPECT_EQ(texts[0], "Generation file (initial wp) " + In("generation", "gone.gen") +
+                            " not found; illumination mode set to internal TERVO model");
+    EXPECT_EQ(texts[1], "Spectrum file (initial wp) " + In("spectrum", "gone too.spe") +
+                            " not found; standard TERVO AM1.5G 1 sun spectrum set");
+    EXPECT_EQ(ReportedMessages()[from].title, "Error whilst checking files for existence");
+    EXPECT_EQ(secondwp.generationFromFile, 0);
+    EXPECT_EQ(actionPanel.second.generationFromFile, 0);
+    EXPECT_EQ(secondGeneration_Mode, 0);
+    EXPECT_EQ(secondwp.spectrumName, "AM1_5G 1 sun.spe");
+
+    // Mode 1 would show a list; with no screen it replaces and logs as mode 2.  Other modes: 0.
+    WriteFile(home / "spectrum" / "AM1_5G 1 sun.spe", "400 1\n");
+    wp.generationFromFile = 1;
+    wp.generationFile = "gone.gen";
+    const size_t before = ReportedMessages().size();
+    EXPECT_EQ(CanAllFilesBeFound(1), 1);
+    EXPECT_EQ(ReportedMessages().size(), before + 1);
+    EXPECT_EQ(MessagesSince(before)[0], "Generation file " + In("generation", "gone.gen") +
+                                            " not found; illumination mode set to internal TERVO model");
+    EXPECT_EQ(CanAllFilesBeFound(0), 0);
+    EXPECT_EQ(CanAllFilesBeFound(4), 0);
+}
+
+TEST_F(ActionList, MissingCellFilesFollowTheOrderOfTheCheck) {
+    WriteFile(home / "spectrum" / "AM1_5G 1 sun.spe", "400 1\n");
+    WriteFile(home / "grading" / "here.grd", "0 1\n");
+    CellDefinition& c = current_cell;
+    c.numberOfLayers = 2;
+    c.rightContact.opticalFilter = 1;
+    c.rightContact.wavelengthIndependent = 0;
+    c.rightContact.filterFile = "front.ftr";
+    c.leftContact.opticalFilter = 1;
+    c.leftContact.wavelengthIndependent = 0;
+    c.leftContact.filterFile = "back.ftr";
+    LayerParameters& l0 = c.layer[0];
+    l0.name = "absorber";
+    l0.material.Eg.law = LAW_FROM_FILE;
+    l0.material.Eg.gradingFile = "eg.grd";
+    l0.material.c_p_auger.law = LAW_FROM_FILE;
+    l0.material.c_p_auger.gradingFile = "here.grd";
+    l0.compositionType = 0;
+    l0.material.absorptionA = 1;
+    l0.material.absorptionFileA = "a.abs";
+    l0.material.absorptionB = 1; // pure A: the B file is not used
+    l0.material.absorptionFileB = "b.abs";
+    l0.srhteller = 2;
+    l0.srh[1][0].numberOfLevels = 2;
+    for (auto& level : l0.srh[1]) {
+        level.Nt.law = LAW_FROM_FILE;
+        level.Nt.gradingFile = "nt.grd";
+    }
+    l0.srh[1][1].optCaptHoles.fromFile = 1;
+    l0.srh[1][1].optCaptHoles.fileName = "holes.opt";
+    LayerParameters& l1 = c.layer[1];
+    l1.name = "window";
+    l1.composition.law = LAW_FROM_FILE;
+    l1.composition.gradingFile = "y.grd";
+    zonnecel = current_cell;
+    zonnecel.layer[1].composition.gradingFile = "other.grd"; // names another file: left alone
+
+    EXPECT_EQ(CanAllFilesBeFound(3), 0);
+    IPV_Mode = 1;
+    const size_t from = ReportedMessages().size();
+    EXPECT_EQ(CanAllFilesBeFound(2), 1);
+    const std::vector<std::string> expected = {
+        "Filter file (left contact) " + In("filter", "back.ftr") +
+            " not found; switched to Filter from value",
+        "Eg grading file",
+        "Layer absorber: absorption file (pure A) " + In("absorption", "a.abs") +
+            " not found; absorption set to internal TERVO model",
+        "Layer absorber defect 1: Defect density grading file " + In("grading", "nt.grd") +
+            " not found; Nt grading set to Linear",
+        "Layer absorber defect 1: Optical capture cross section file for holes " +
+            In("optcapt", "holes.opt") + " not found; IPV optcapt set to internal TERVO model",
+        "Composition grading file",
+        "Filter file (right contact) " + In("filter", "front.ftr") +
+            " not found; switched to Filter from value",
+    };
+    EXPECT_EQ(MessagesSince(from), expected);
+
+    for (const CellDefinition* cell : {&current_cell, &zonnecel}) { // the same file in both: both change
+        const LayerParameters& l = cell->layer[0];
+        EXPECT_EQ(cell->rightContact.wavelengthIndependent, 1);
+        EXPECT_EQ(l.material.Eg.law, LAW_LINEAR);
+        EXPECT_EQ(l.material.c_p_auger.gradingFile, In("grading", "here.grd"));
+        EXPECT_EQ(l.material.absorptionA, 0);
+        EXPECT_EQ(l.srh[1][1].Nt.law, LAW_LINEAR);
+        EXPECT_EQ(l.srh[1][1].optCaptHoles.fromModel, 1);
+    }
+    EXPECT_EQ(current_cell.layer[1].composition.law, LAW_LINEAR);
+    EXPECT_EQ(zonnecel.layer[1].composition.law, LAW_FROM_FILE);
+    EXPECT_EQ(CanAllFilesBeFound(3), 1) << "after the replacements nothing is missing";
+}
+
+TEST_F(ActionList, InitialWorkPointKeepsOnlyFilesThatExist) {
+    WriteFile(home / "def" / "cell.def", "layer\n");
+    WriteFile(home / "spectrum" / "lamp.spe", "400 1\n");
+    WorkPoint w;
+    w.definitionFile = "cell.def";
+    w.spectrumFile = "lamp.spe";
+    w.generationFile = "gone.gen";
+    w.temperature = 200;
+    w.numberofpoints = 8;
+    InitialiseWorkPoint(w);
+    EXPECT_EQ(w.definitionFile, In("def", "cell.def"));
+    EXPECT_EQ(w.spectrumFile, In("spectrum", "lamp.spe"));
+    EXPECT_EQ(w.generationFile, In("generation", "*.gen"));
+    EXPECT_EQ(w.temperature, 300);
+    EXPECT_EQ(w.numberofpoints, 8);
+    w.spectrumFile = "gone.spe";
+    w.definitionFile = "gone.def";
+    InitialiseWorkPoint(w);
+    EXPECT_EQ(w.spectrumFile, In("spectrum", "AM1_5G 1 sun.spe"));
+    EXPECT_EQ(w.definitionFile, "new problem");
+}
