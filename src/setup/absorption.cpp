@@ -1,0 +1,483 @@
+#include "setup/absorption.h"
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+#include <utility>
+
+#include "cell/grading.h"
+#include "platform/files.h"
+#include "platform/messages.h"
+#include "setup/spectrum.h"
+
+namespace tervo {
+
+namespace {
+
+size_t At(int i) {
+    return static_cast<size_t>(i);
+}
+
+constexpr double kGridPlaceholder = 2e30;  // wavelength of an unused place of a grid
+constexpr double kAnchorMargin = 10.0;     // nm that an anchor stays below its cut-off wavelength
+constexpr double kSameWavelength = 0.0001; // nm
+constexpr double kTinyShare = 1e-10;       // what an alpha of 0 counts as beside a non-zero one
+
+bool FromFile(const MaterialParameters& m, int which) {
+    return (which == 0 ? m.absorptionA : m.absorptionB) == 1;
+}
+
+const std::string& FileOf(const MaterialParameters& m, int which) {
+    return which == 0 ? m.absorptionFileA : m.absorptionFileB;
+}
+
+// The cut-off wavelengths of the pure materials follow their band gaps.
+void RefreshCutoffWavelengths(MaterialParameters& m) {
+    if (m.Eg.pureA > 0) m.absorption.pureA = HC_OVER_Q_NM / m.Eg.pureA;
+    if (m.Eg.pureB > 0) m.absorption.pureB = HC_OVER_Q_NM / m.Eg.pureB;
+}
+
+// (A + B/hv) sqrt(hv - Eg) with hv = 1239.977/l and Eg = 1239.977/lc, written in wavelengths; 0 at and
+// beyond the cut-off wavelength lc.
+double CoefficientAlpha(double A, double B, double lc, double l) {
+    if (!(lc > 0) || !(l > 0) || l >= lc) return 0.0;
+    const double Eg = HC_OVER_Q_NM / lc;
+    return (A + B * l / HC_OVER_Q_NM) * std::sqrt(Eg) * std::sqrt(lc / l - 1.0);
+}
+
+// The wavelength grid of the coefficient model: dense just below the cut-off, where alpha rises as a
+// square root, then evenly through the visible and near infrared, sparse beyond.
+void BuildAlphaGrid(double lc, std::vector<double>& l, int n) {
+    l.assign(At(n), 0.0);
+    const int limit1 = n < 40 ? n : n - 10;
+    const int limit2 = n < 45 ? n : n - 5;
+    for (int i = 0; i < n; ++i) {
+        double v = 0;
+        if (i < 10)
+            v = lc - 0.4 * i;
+        else if (i < 20)
+            v = lc + 6 - i;
+        else if (i < 30)
+            v = lc + 86 - 5.0 * i;
+        else if (i < limit1)
+            v = 200 + (i - 30) * 1200.0 / (limit1 - 30);
+        else if (i < limit2)
+            v = 1400 + (i - limit1) * 500.0 / (limit2 - limit1);
+        else
+            v = 1900 + (i - limit2) * 1000.0 / (n - limit2);
+        l[At(i)] = v;
+    }
+    std::sort(l.begin(), l.end());
+    for (int i = 1; i < n; ++i) {
+        if (l[At(i)] - l[At(i - 1)] >= kSameWavelength) continue;
+        l[At(i)] = i + 1 < n ? 0.5 * (l[At(i)] + l[At(i + 1)]) : l[At(i - 1)] + 1.0;
+    }
+}
+
+void SortTable(std::vector<double>& x, std::vector<double>& y) {
+    std::vector<std::pair<double, double>> pairs(x.size());
+    for (size_t i = 0; i < x.size(); ++i) pairs[i] = {x[i], y[i]};
+    std::stable_sort(pairs.begin(), pairs.end(),
+                     [](const auto& p, const auto& q) { return p.first < q.first; });
+    for (size_t i = 0; i < x.size(); ++i) {
+        x[i] = pairs[i].first;
+        y[i] = pairs[i].second;
+    }
+}
+
+// The absorption table of one pure material on its own grid: the file's lines, or the grid of the
+// coefficient model.
+bool MakeAlphaTable(const MaterialParameters& m, int which, AlphaTable& table) {
+    const int count =
+        FromFile(m, which) ? tel_lijnen_in_file(FileOf(m, which), DATAFILE_ABSORPTION) : ALPHA_GRID_POINTS;
+    if (count <= 0) return false;
+    table.lambda.assign(At(count), kGridPlaceholder);
+    if (!DetermineLayerAlpha(m, table.lambda, table.alpha, count, which, 0)) return false;
+    size_t used = 0;
+    while (used < table.lambda.size() && !(table.lambda[used] > ALPHA_GRID_REQUEST)) ++used;
+    table.lambda.resize(used);
+    table.alpha.resize(used);
+    return used > 0;
+}
+
+// Band gap of the layer at composition y, the Eg profile read as a function of y.
+double BandGapAtComposition(const MaterialParameters& m, double y) {
+    Profile Eg = m.Eg;
+    Eg.dependence = DEP_COMPOSITION;
+    double value = 0;
+    interpolation(Eg, &y, &value, 0, 1);
+    return value;
+}
+
+double TableValue(double position, const AlphaTable& t) {
+    return LogInterpolateFromTable(position, t.lambda.data(), t.alpha.data(),
+                                   static_cast<int>(t.lambda.size()));
+}
+
+// InterpolateAlpha with the band gap at y already known.
+void InterpolateAlphaAtGap(const MaterialParameters& m, int law, double EgY,
+                           const std::vector<double>& wavelengths, std::vector<double>& result, int n,
+                           const AlphaTable& tableA, const AlphaTable& tableB, double y) {
+    result.assign(At(n), 0.0);
+    const double EgA = law == LAW_UNIFORM_PURE_B ? m.Eg.pureB : m.Eg.pureA;
+    const bool onlyA = law == LAW_UNIFORM || m.Eg.law == LAW_UNIFORM;
+    const double EgB = onlyA ? EgA : m.Eg.pureB;
+    if (!(EgA > 0) || !(EgB > 0) || !(EgY > 0)) return;
+    const double lA = HC_OVER_Q_NM / EgA, lB = HC_OVER_Q_NM / EgB, ly = HC_OVER_Q_NM / EgY;
+    // Short-wavelength anchors: the absorption spectrum of each pure material is stretched between its
+    // anchor and its cut-off onto the range from the mixed anchor to the cut-off of the mixture.
+    const double sA = std::min(m.absorption.lawPar1, lA - kAnchorMargin);
+    const double sB = std::min(onlyA ? m.absorption.lawPar1 : m.absorption.lawPar2, lB - kAnchorMargin);
+    const double sy = sB * y + sA * (1 - y);
+    const double span = ly - sy;
+    for (int k = 0; k < n && At(k) < wavelengths.size(); ++k) {
+        const double l = wavelengths[At(k)];
+        const double lAm = span != 0 ? ((ly - l) * sA + (l - sy) * lA) / span : l;
+        const double lBm = span != 0 ? ((ly - l) * sB + (l - sy) * lB) / span : l;
+        double aA = TableValue(lAm, tableA);
+        double aB = TableValue(lBm, tableB);
+        if (!(aA > 0) && !(aB > 0)) continue;
+        if (!(aA > 0)) aA = kTinyShare * aB;
+        if (!(aB > 0)) aB = kTinyShare * aA;
+        result[At(k)] = std::pow(aA, 1 - y) * std::pow(aB, y);
+    }
+}
+
+int LayerOfPoint(const MeshBlock& mesh, int j) {
+    for (int i = 0; i < mesh.number_of_layers; ++i)
+        if (j >= mesh.first_point[At(i)] && j <= mesh.last_point[At(i)]) return i;
+    return std::max(mesh.number_of_layers - 1, 0);
+}
+
+} // namespace
+
+// ---------------------------------------------------------------------------------------------------
+// Alpha.
+
+double LogInterpolateFromTable(double position, const double* x, const double* y, int n) {
+    if (n <= 0 || x == nullptr || y == nullptr) return 0.0;
+    const auto outside = [&](int end, int inner) {
+        const double yEnd = y[end];
+        if (!(yEnd > 0)) return 0.0;
+        if (inner >= 0 && inner < n && y[inner] > 0 && yEnd > y[inner] && x[end] != x[inner]) {
+            const double slope = (std::log(yEnd) - std::log(y[inner])) / (x[end] - x[inner]);
+            return std::exp(std::log(yEnd) + slope * (position - x[end]));
+        }
+        return yEnd;
+    };
+    if (n == 1 || position < x[0]) return outside(0, 1);
+    if (position > x[n - 1]) return outside(n - 1, n - 2);
+
+    const int k = std::clamp(static_cast<int>(std::upper_bound(x, x + n, position) - x) - 1, 0, n - 2);
+    const double x0 = x[k], x1 = x[k + 1];
+    double y0 = y[k], y1 = y[k + 1];
+    if (y0 == y1) return y0;
+    if (x0 == x1) return (y0 > 0 && y1 > 0) ? std::sqrt(y0 * y1) : 0.5 * (y0 + y1);
+    const double t = (position - x0) / (x1 - x0);
+    if (!(y0 > 0) && !(y1 > 0)) return y0 + t * (y1 - y0);
+    if (!(y0 > 0)) y0 = kTinyShare * y1;
+    if (!(y1 > 0)) y1 = kTinyShare * y0;
+    return std::exp(std::log(y0) + t * (std::log(y1) - std::log(y0)));
+}
+
+int DetermineLayerAlpha(const MaterialParameters& m, std::vector<double>& wavelengths,
+                        std::vector<double>& alpha, int n, int whichMaterial, int display) {
+    n = std::max(n, 0);
+    if (wavelengths.size() < At(n)) wavelengths.resize(At(n), 0.0);
+    alpha.assign(At(n), 0.0);
+    if (n == 0) return 1;
+    const bool grid = wavelengths[0] > ALPHA_GRID_REQUEST;
+    const double lc = whichMaterial == 0 ? m.absorption.pureA : m.absorption.pureB;
+
+    if (!FromFile(m, whichMaterial)) {
+        const double A = whichMaterial == 0 ? m.A_pureA : m.A_pureB;
+        const double B = whichMaterial == 0 ? m.B_pureA : m.B_pureB;
+        if (grid) BuildAlphaGrid(lc, wavelengths, n);
+        for (int k = 0; k < n; ++k) alpha[At(k)] = CoefficientAlpha(A, B, lc, wavelengths[At(k)]);
+    } else {
+        std::vector<double> x, y;
+        const int count = lees_file(FileOf(m, whichMaterial), x, y, DATAFILE_ABSORPTION);
+        if (count <= 0) return 0;
+        SortTable(x, y);
+        if (grid) {
+            for (int k = 0; k < n; ++k) {
+                wavelengths[At(k)] = k < count ? x[At(k)] : kGridPlaceholder;
+                alpha[At(k)] = k < count ? y[At(k)] : 0.0;
+            }
+        } else {
+            for (int k = 0; k < n; ++k)
+                alpha[At(k)] = LogInterpolateFromTable(wavelengths[At(k)], x.data(), y.data(), count);
+        }
+    }
+    if (display)
+        for (double& a : alpha) a *= 0.01; // /m to /cm
+    return 1;
+}
+
+void InterpolateAlpha(const MaterialParameters& material, int law, const std::vector<double>& wavelengths,
+                      std::vector<double>& result, int n, const AlphaTable& tableA, const AlphaTable& tableB,
+                      double y) {
+    InterpolateAlphaAtGap(material, law, BandGapAtComposition(material, y), wavelengths, result, n, tableA,
+                          tableB, y);
+}
+
+int bepaal_alfa(CalculationVariables& cv, GenerationParameters& gp) {
+    if (cv.parameters == nullptr) {
+        TERVOErrorMessage("Error in bepaal_alfa()", "No normalised parameters to take the absorption from");
+        return 0;
+    }
+    CalculationParameters& P = *cv.parameters;
+    const MeshBlock& mesh = cv.mesh;
+    const int n = std::clamp(mesh.n_points, 0, MAX_MESH_POINTS);
+    const int nl = std::clamp(gp.numberOfWavelengths, 0, static_cast<int>(gp.lambda.size()));
+    const double L = P.scale.length;
+    gp.alfa_us.assign(At(n), std::vector<double>(At(nl), 0.0));
+    gp.alfa.assign(At(n), std::vector<double>(At(nl), 0.0));
+
+    int result = 1;
+    const int layers = std::min({P.numberOfLayers, mesh.number_of_layers, MAX_LAYERS});
+    for (int i = 0; i < layers; ++i) {
+        MaterialParameters& m = P.material[At(i)];
+        RefreshCutoffWavelengths(m);
+        const int first = std::max(mesh.first_point[At(i)], 0);
+        const int last = std::min(mesh.last_point[At(i)], n - 1);
+        for (int j = first; j <= last; ++j)
+            gp.cutoffWavelength[At(j)] = P.Eg[At(j)] > 0 ? HC_OVER_Q_NM / P.Eg[At(j)] : 0.0;
+
+        // A layer of pure B takes material B's data as its own material A.
+        const int materialA = m.compositionType == 20 ? 1 : 0;
+        AlphaTable tableA, tableB;
+        bool usable = MakeAlphaTable(m, materialA, tableA);
+        if (usable) {
+            if (m.Eg.law == LAW_UNIFORM || m.compositionType == 0)
+                tableB = tableA;
+            else
+                usable = MakeAlphaTable(m, 1, tableB);
+        }
+        if (!usable) {
+            TERVOErrorMessage("Error whilst reading the absorption data of layer " + std::to_string(i + 1),
+                              "The absorption of layer " + std::to_string(i + 1) +
+                                  " cannot be determined; it is taken as 0.");
+            result = 0;
+            continue;
+        }
+
+        // Points of equal composition share one absorption spectrum.
+        std::vector<double> row;
+        double rowY = std::numeric_limits<double>::quiet_NaN();
+        const int law = P.composition[At(i)].law;
+        for (int j = first; j <= last; ++j) {
+            const double y = mesh.y[At(j)];
+            if (!(y == rowY)) {
+                InterpolateAlpha(m, law, gp.lambda, row, nl, tableA, tableB, y);
+                rowY = y;
+            }
+            gp.alfa_us[At(j)] = row;
+            std::vector<double>& scaled = gp.alfa[At(j)];
+            for (int k = 0; k < nl; ++k) scaled[At(k)] = row[At(k)] * L;
+        }
+    }
+    return result;
+}
+
+double ExtractAlpha(const CalculationParameters& parameters, double wavelength, int layer) {
+    if (layer < 0 || layer >= std::min(parameters.numberOfLayers, MAX_LAYERS)) return 0.0;
+    MaterialParameters m = parameters.material[At(layer)];
+    RefreshCutoffWavelengths(m);
+    const int type = m.compositionType;
+    std::vector<double> l{wavelength}, a;
+    double largest = 0;
+    // Material B only matters in a layer that holds some of it; a layer of pure B reads B as its A.
+    const int materialA = type == 20 ? 1 : 0;
+    if (DetermineLayerAlpha(m, l, a, 1, materialA, 0)) largest = a[0];
+    if (type != 0 && type != 20 && DetermineLayerAlpha(m, l, a, 1, 1, 0)) largest = std::max(largest, a[0]);
+    return largest;
+}
+
+double ExtractAlpha(const CalculationVariables& cv, double wavelength, int layer) {
+    return cv.parameters ? ExtractAlpha(*cv.parameters, wavelength, layer) : 0.0;
+}
+
+// ---------------------------------------------------------------------------------------------------
+// Flux and generation.
+
+void CalculateFluxesEverywhere(CalculationVariables& cv, GenerationParameters& gp, int k, int fromFile,
+                               double frontReflection) {
+    if (cv.parameters == nullptr) return;
+    const int n = std::clamp(cv.mesh.n_points, 0, MAX_MESH_POINTS);
+    const int nl = gp.numberOfWavelengths;
+    if (n == 0 || k < 0 || k >= nl || gp.fluxPoints != n || gp.flux.size() < FluxIndex(gp, nl, 0)) return;
+    double* flux = gp.flux.data() + FluxIndex(gp, k, 0);
+    std::fill(flux, flux + n, 0.0);
+
+    // Source strength: the photon flux entering the cell, normalised with the scales of layer 0.
+    const ScaleParameters& sc = cv.parameters->scale;
+    const double N0 = sc.density[0];
+    const double incoming = At(k) < gp.incomingFlux_us.size() ? gp.incomingFlux_us[At(k)] : 0.0;
+    const double s = sc.length * incoming / (N0 * sc.diffusion);
+    if (s == 0 || fromFile || !std::isfinite(s)) return;
+
+    std::array<double, MAX_MESH_POINTS> alpha{}, D{}, E{};
+    for (int j = 0; j < n; ++j)
+        alpha[At(j)] =
+            (At(j) < gp.alfa.size() && At(k) < gp.alfa[At(j)].size()) ? gp.alfa[At(j)][At(k)] : 0.0;
+    // Band-to-band absorption only: optical capture by defects (impurity photovoltaic mode) adds its
+    // share to alpha here, at every point of a layer but its last; it is not part of this build yet.
+
+    // Optical depth from the left and from the right, alpha L times the normalised steps.
+    const MeshBlock& mesh = cv.mesh;
+    D[0] = 0;
+    for (int j = 1; j < n; ++j) D[At(j)] = D[At(j - 1)] + mesh.h[At(j - 1)] * alpha[At(j - 1)];
+    E[At(n - 1)] = 0;
+    for (int j = n - 2; j >= 0; --j) E[At(j)] = E[At(j + 1)] + mesh.h[At(j)] * alpha[At(j + 1)];
+    const double Dt = D[At(n - 1)], E0 = E[0];
+
+    // The light passes once, is reflected with R at the far contact, and the share Rfront of what
+    // returns to the front is sent back in: a geometric series of round trips.
+    const bool fromLeft = gp.side != +1;
+    const std::vector<double>& far = fromLeft ? gp.rightFilter : gp.leftFilter;
+    const double R = At(k) < far.size() ? far[At(k)] : 0.0;
+    // A lossless cavity (no absorption, both mirrors perfect) would hold an unbounded flux; it carries
+    // no generation, so the flux is kept finite.
+    const double roundTrips = 1.0 / std::max(1.0 - frontReflection * R * std::exp(-(E0 + Dt)), 1e-12);
+    int layer = 0;
+    for (int j = 0; j < n; ++j) {
+        while (layer + 1 < mesh.number_of_layers && j > mesh.last_point[At(layer)]) ++layer;
+        const double Ni = sc.density[At(layer)];
+        const double toward = fromLeft ? D[At(j)] : E[At(j)];         // depth along the first pass
+        const double back = fromLeft ? E[At(j)] + Dt : D[At(j)] + E0; // depth along the reflected pass
+        flux[j] = s * N0 / Ni * (std::exp(-toward) + R * std::exp(-back)) * roundTrips;
+    }
+}
+
+void CalculateFluxes(CalculationVariables& cv, GenerationParameters& gp, int fromFile,
+                     double frontReflection) {
+    const int n = std::clamp(cv.mesh.n_points, 0, MAX_MESH_POINTS);
+    const int nl = std::max(gp.numberOfWavelengths, 0);
+    gp.fluxPoints = n;
+    gp.flux.assign(At(nl) * At(n), 0.0);
+    for (int k = 0; k < nl; ++k) CalculateFluxesEverywhere(cv, gp, k, fromFile, frontReflection);
+}
+
+void CalculateFluxes(CalculationVariables& cv, GenerationParameters& gp, int fromFile) {
+    CalculateFluxes(cv, gp, fromFile, Rfront);
+}
+
+void CalculateGeneration(CalculationVariables& cv, GenerationParameters& gp) {
+    const int n = std::clamp(cv.mesh.n_points, 0, MAX_MESH_POINTS);
+    const int nl = std::max(gp.numberOfWavelengths, 0);
+    gp.G.fill(0.0);
+    gp.generation.assign(gp.flux.size(), 0.0);
+    if (gp.fluxPoints != n || gp.flux.size() != At(nl) * At(n) || gp.alfa.size() < At(n)) return;
+    for (int j = 0; j < n; ++j) {
+        const std::vector<double>& a = gp.alfa[At(j)];
+        if (a.size() < At(nl)) continue;
+        double sum = 0;
+        for (int k = 0; k < nl; ++k) {
+            const size_t index = FluxIndex(gp, k, j);
+            const double g = gp.flux[index] * a[At(k)];
+            gp.generation[index] = g;
+            sum += g;
+        }
+        gp.G[At(j)] = sum;
+    }
+}
+
+void AddQEGeneration(const GenerationParameters& spectrum, const GenerationParameters& mono,
+                     GenerationParameters& total) {
+    for (size_t j = 0; j < total.G.size(); ++j) total.G[j] = spectrum.G[j] + mono.G[j];
+}
+
+void RemoveQEGeneration(const GenerationParameters& mono, GenerationParameters& total) {
+    for (size_t j = 0; j < total.G.size(); ++j) total.G[j] -= mono.G[j];
+}
+
+// ---------------------------------------------------------------------------------------------------
+// Generation from a file.
+
+int GetGenerationFromFile(const std::string& file, double attenuation, std::vector<double>& x,
+                          std::vector<double>& G) {
+    x.clear();
+    G.clear();
+    std::string drive, folder, name;
+    SplitPath(file, drive, folder, name);
+    if (name.empty() || name.find('*') != std::string::npos) {
+        TERVOErrorMessage(
+            "Error whilst reading the generation file",
+            "Path with the generation file not yet defined.\nFirst define an existing generation "
+            "filename in the action panel");
+        return -1;
+    }
+    const std::string path = MakeFullPath(file, DATAFILE_GENERATION);
+    long long size = 0;
+    if (GetFileSize(path, size) != 0) {
+        TERVOErrorMessage("Error trying to get the filesize of the generation file G(x)",
+                          "Path of the generation file: " + path +
+                              "\nFile not found or directory in path not found");
+        return -1;
+    }
+    const std::string title = "Error trying to read the generation file G(x)";
+    const int count = tel_lijnen_in_file(path, DATAFILE_GENERATION);
+    if (count <= 0) {
+        TERVOErrorMessage(title, "The generation file '" + path + "' contains no points");
+        return -1;
+    }
+    if (count > MAX_GENERATION_POINTS) {
+        TERVOErrorMessage(title, "The generation file '" + path + "' contains too many " +
+                                     std::to_string(count) + "(>" + std::to_string(MAX_GENERATION_POINTS) +
+                                     ") points.");
+        return -1;
+    }
+    const int read = lees_file(path, x, G, DATAFILE_GENERATION);
+    if (read <= 0) return -1;
+    for (double& g : G) g *= attenuation / 100.0;
+    return read;
+}
+
+int bereken_generatie_uit_file(CalculationVariables& cv, GenerationParameters& gp, int dark,
+                               const std::string& file, double attenuation) {
+    gp.G.fill(0.0);
+    if (dark) return 1;
+    if (cv.parameters == nullptr) return 0;
+    std::vector<double> x, g;
+    const int count = GetGenerationFromFile(file, attenuation, x, g);
+    if (count <= 0) return 0;
+    SortTable(x, g);
+    for (int i = 1; i < count; ++i) {
+        if (x[At(i)] == x[At(i - 1)]) {
+            TERVOErrorMessage("Error !", "The generationfile contains 2 equal x-positions!");
+            return 0;
+        }
+    }
+    const ScaleParameters& sc = cv.parameters->scale;
+    const MeshBlock& mesh = cv.mesh;
+    const int n = std::clamp(mesh.n_points, 0, MAX_MESH_POINTS);
+    for (int j = 0; j < n; ++j) {
+        const double position = mesh.x_m[At(j)];
+        double value = 0;
+        if (position >= x.front() && position <= x.back()) {
+            const int k =
+                std::clamp(static_cast<int>(std::upper_bound(x.begin(), x.end(), position) - x.begin()) - 1,
+                           0, std::max(count - 2, 0));
+            value = count == 1 ? g[0]
+                               : g[At(k)] + (position - x[At(k)]) * (g[At(k + 1)] - g[At(k)]) /
+                                                (x[At(k + 1)] - x[At(k)]);
+        }
+        const double Ni = sc.density[At(LayerOfPoint(mesh, j))];
+        gp.G[At(j)] = sc.length * sc.length * value / (Ni * sc.diffusion);
+    }
+    return 1;
+}
+
+double GenerationFileCurrent(const std::vector<double>& x, const std::vector<double>& G) {
+    const int n = static_cast<int>(std::min(x.size(), G.size()));
+    double sum = 0;
+    for (int i = 0; i < n; ++i) {
+        const double below = x[At(i > 0 ? i - 1 : 0)];
+        const double above = x[At(i + 1 < n ? i + 1 : n - 1)];
+        sum += G[At(i)] * 0.5 * (above - below);
+    }
+    return sum * Q_ELEM * 0.1; // A/m2 to mA/cm2
+}
+
+} // namespace tervo
