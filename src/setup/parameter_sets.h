@@ -123,10 +123,65 @@ struct CalculationParameters {
     ScaleParameters scale; // the scales this record was normalised with (also in `schaal`)
 };
 
+// The contribution of one recombination mechanism at every mesh point: the charge it holds (units
+// of N_i) and its net recombination rate (normalised), each with its derivatives with respect to psi,
+// u and v at the same point.
+struct RecDcTerms {
+    MeshArray rho{};
+    MeshArray drho_dpsi{};
+    MeshArray drho_du{};
+    MeshArray drho_dv{};
+    MeshArray R{};
+    MeshArray dR_dpsi{};
+    MeshArray dR_du{};
+    MeshArray dR_dv{};
+};
+
+// What the defects at the interfaces contribute: per interface the charge (C/m^2) and the net rates
+// of the four carrier streams (electrons and holes, from the layer on the left and on the right) with
+// their derivatives; per link of the mesh the tunnel currents that the capture by tunnelling carries.
+struct IfrDcTerms {
+    using PerInterface = std::array<double, MAX_INTERFACES>;
+    PerInterface sigma{};
+    PerInterface dsigma_dpsi{};
+    PerInterface Rn_left{};
+    PerInterface Rn_left_tunnel{};
+    PerInterface dRn_left_du_left{};
+    PerInterface dRn_left_du_right{};
+    PerInterface Rn_right{};
+    PerInterface Rn_right_tunnel{};
+    PerInterface dRn_right_du_left{};
+    PerInterface dRn_right_du_right{};
+    PerInterface Rp_left{};
+    PerInterface Rp_left_tunnel{};
+    PerInterface dRp_left_dv_left{};
+    PerInterface dRp_left_dv_right{};
+    PerInterface Rp_right{};
+    PerInterface Rp_right_tunnel{};
+    PerInterface dRp_right_dv_left{};
+    PerInterface dRp_right_dv_right{};
+    MeshArray jn_tun{};
+    MeshArray jp_tun{};
+    PerInterface dRn_left_dv_left{};
+    PerInterface dRn_left_dv_right{};
+    PerInterface dRn_right_dv_left{};
+    PerInterface dRn_right_dv_right{};
+    PerInterface dRp_left_du_left{};
+    PerInterface dRp_left_du_right{};
+    PerInterface dRp_right_du_left{};
+    PerInterface dRp_right_du_right{};
+};
+
 // Recombination data of bulk defects, interface defects and metastable pairs on the mesh of one
 // state: level records, occupations, and the per-point sums the equations read.  Everything of that
 // kind lives here, so that a state is copied, rebuilt or cleared as one piece.
-struct RecombinationData {};
+struct RecombinationData {
+    RecDcTerms dc;           // the total that the equations read
+    RecDcTerms dc_defects;   // the share of the bulk defects
+    RecDcTerms dc_radiative; // band-to-band radiative recombination
+    RecDcTerms dc_auger;     // Auger recombination
+    IfrDcTerms ifr;          // interface defects
+};
 
 // One solved state on one mesh.
 struct CalculationVariables {
@@ -155,6 +210,33 @@ struct CalculationVariables {
     double V_applied = 0; // V
     double V_norm = 0;    // in kT/q
     double exp_V = 1;
+
+    // Tunnelling terms of the present iterate, read by the continuity equations as known values: the
+    // tunnel current through the link i to i+1, the band-to-band sources and sinks and their running
+    // sums, and the offsets added to the thermionic differences at the edges of each layer and to the
+    // differences at the contacts.  All zero while no tunnelling acts.
+    MeshArray jn_tun{};
+    MeshArray jp_tun{};
+    MeshArray btb_n_in{};
+    MeshArray btb_n_out{};
+    MeshArray btb_p_in{};
+    MeshArray btb_p_out{};
+    MeshArray btb_current_n{};
+    MeshArray btb_current_p{};
+    std::array<double, MAX_LAYERS> tun_n_left{}; // at the last point of layer j
+    std::array<double, MAX_LAYERS> tun_p_left{};
+    std::array<double, MAX_LAYERS> tun_n_right{}; // at the first point of layer j
+    std::array<double, MAX_LAYERS> tun_p_right{};
+    double tun_n_contact_left = 0;
+    double tun_n_contact_right = 0;
+    double tun_p_contact_left = 0;
+    double tun_p_contact_right = 0;
+
+    // The current of the solved point: the median over the mesh of the total current (mA/cm2), the
+    // largest deviation from it, and 1 when that deviation is within the tolerance.
+    double J_median = 0;
+    double J_spread = 0;
+    int J_converged = 0;
 
     // Iteration counters; iteration_count is -1 after a failed solve.
     int psi_iterations = 0;

@@ -1,0 +1,170 @@
+#include "run/operating_points.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "run/driver.h"
+#include "solver/discrete_equations.h"
+#include "solver/gummel.h"
+
+namespace tervo {
+
+namespace {
+
+size_t At(int i) {
+    return static_cast<size_t>(i);
+}
+
+int Points(const CalculationVariables& cv) {
+    return std::clamp(cv.mesh.n_points, 0, MAX_MESH_POINTS);
+}
+
+// The applied voltage in volt, in units of kT/q and as exp(V/kT), and the offsets of the carrier
+// variables for it.
+void SetVoltage(CalculationVariables& cv, double V) {
+    const double kT = cv.parameters->kT;
+    cv.V_applied = V;
+    cv.V_norm = V / kT;
+    cv.exp_V = std::exp(cv.V_norm);
+    Set_an_And_ap(cv, cv.a_n, cv.a_p);
+}
+
+// The Dirichlet values of psi: 0 at the left contact, the difference of the work functions less
+// the applied voltage at the right one.
+void SetContactPotentials(CalculationVariables& cv, double V) {
+    const CalculationParameters& P = *cv.parameters;
+    const int n = Points(cv);
+    if (n == 0) return;
+    cv.psi[0] = 0;
+    cv.psi[At(n - 1)] = (P.Fi_m_left - P.Fi_m_right - V) / P.kT;
+}
+
+// The fraction of the way from the left contact to the right one of each point.
+double Fraction(const CalculationVariables& cv, int i) {
+    const int n = Points(cv);
+    const double x0 = cv.mesh.x[0];
+    const double x1 = cv.mesh.x[At(n - 1)];
+    return (cv.mesh.x[At(i)] - x0) / (x1 - x0);
+}
+
+// The two older guesses: the electron quasi-Fermi level moves by the step where it has not yet
+// reached the new voltage (walking away from 0) or where it lies beyond it (walking back to 0).
+void ElectronsOnlyGuess(CalculationVariables& cv, double V, double dV, bool tiltPsi) {
+    const CalculationParameters& P = *cv.parameters;
+    const double kT = P.kT;
+    const int n = Points(cv);
+    if (tiltPsi)
+        for (int i = 0; i < n; ++i) cv.psi[At(i)] -= dV * Fraction(cv, i) / kT;
+    SetContactPotentials(cv, V);
+    update_psivar(cv);
+    MeshArray L;
+    for (size_t i = 0; i < At(n); ++i) L[i] = std::log(cv.a_n + cv.u[i]);
+    const double target = std::fabs(V / kT);
+    if (dV != 0 && V != 0) {
+        const bool away = (dV > 0) == (V > 0);
+        for (size_t i = 0; i < At(n); ++i) {
+            const double level = std::fabs(L[i]);
+            if (away ? level < target : level > target) L[i] += dV / kT;
+        }
+    }
+    SetVoltage(cv, V);
+    for (size_t i = 0; i < At(n); ++i) {
+        cv.u[i] = std::exp(L[i]) - cv.a_n;
+        cv.EFn[i] = L[i];
+    }
+}
+
+} // namespace
+
+void eerste_schatting(CalculationVariables& cv) {
+    SetVoltage(cv, 0.0);
+    const int n = Points(cv);
+    if (n == 0) return;
+    SetContactPotentials(cv, 0.0);
+    const double right = cv.psi[At(n - 1)];
+    for (int i = 1; i < n - 1; ++i) cv.psi[At(i)] = right * Fraction(cv, i);
+    update_psivar(cv);
+    for (size_t i = 0; i < At(n); ++i) {
+        cv.EFn[i] = 0;
+        cv.EFp[i] = 0;
+        cv.u[i] = 1 - cv.a_n;
+        cv.v[i] = 1 - cv.a_p;
+    }
+}
+
+void equilibrium(CalculationVariables& cv) {
+    InitialiseTunnelCurrent(cv, 0);
+    eerste_schatting(cv);
+    psi_iteratie_Gummel(cv, 1);
+    cv.iteration_count = cv.psi_iterations;
+    const int failed = cv.iteration_count == -1 ? 1 : 0;
+    EquilibriumConvergenceFailure = failed;
+    CONVERGENTIEFALING = failed;
+}
+
+int onder_belichting(CalculationVariables& cv) {
+    if (cv.iteration_count == -1) {
+        CONVERGENTIEFALING = 1;
+        return -1;
+    }
+    const int result = los_totaal_dc_stelsel_op_Gummel(cv);
+    CONVERGENTIEFALING = (result == -1 || cv.iteration_count == -1) ? 1 : 0;
+    return 0;
+}
+
+void volgende_iv_punt(CalculationVariables& cv, double Vfrom, double Vto, int n) {
+    if (cv.iteration_count == -1) {
+        CONVERGENTIEFALING = 1;
+        return;
+    }
+    CONVERGENTIEFALING = 0;
+    if (std::fabs(Vto - Vfrom) < 1e-9) return;
+    if (n < 2) n = 2; // a walk has at least its one step
+    const double dV = (Vto - Vfrom) / (n - 1);
+    for (int i = 1; i <= n - 1; ++i) {
+        // From the ends, not by adding dV, so that the last voltage is Vto exactly.
+        const double V = Vfrom + i * (Vto - Vfrom) / (n - 1);
+        volgende_schatting(cv, V, dV);
+        const int result = los_totaal_dc_stelsel_op_Gummel(cv);
+        if (result == -1 || cv.iteration_count == -1) {
+            CONVERGENTIEFALING = 1;
+            return;
+        }
+    }
+}
+
+void volgende_schatting(CalculationVariables& cv, double V, double dV) {
+    if (versieschatting == 0)
+        volgende_schatting_TERVO_MOST_RECENT(cv, V, dV);
+    else if (versieschatting == 20)
+        volgende_schatting_TERVO20(cv, V, dV);
+    else
+        volgende_schatting_TERVO1(cv, V, dV);
+}
+
+void volgende_schatting_TERVO_MOST_RECENT(CalculationVariables& cv, double V, double dV) {
+    SetVoltage(cv, V);
+    const double kT = cv.parameters->kT;
+    const int n = Points(cv);
+    for (int i = 0; i < n; ++i) {
+        const size_t I = At(i);
+        const double d = Fraction(cv, i) * dV / kT;
+        cv.psi[I] -= d;
+        cv.EFn[I] += d;
+        cv.EFp[I] += d;
+        cv.u[I] = std::exp(cv.EFn[I]) - cv.a_n;
+        cv.v[I] = std::exp(-cv.EFp[I]) - cv.a_p;
+    }
+    SetContactPotentials(cv, V);
+    update_psivar(cv);
+}
+
+void volgende_schatting_TERVO1(CalculationVariables& cv, double V, double dV) {
+    ElectronsOnlyGuess(cv, V, dV, false);
+}
+
+void volgende_schatting_TERVO20(CalculationVariables& cv, double V, double dV) {
+    ElectronsOnlyGuess(cv, V, dV, true);
+}
+
+} // namespace tervo
