@@ -15,7 +15,26 @@ int BatchSimulationNumber = 0;
 int CurveFitSimulationNumber = 0;
 int CONVERGENTIEFALING = 0;
 int EquilibriumConvergenceFailure = 1;
+int ShortCircuitConvergenceFailure = 1;
+int WorkPointConvergenceFailure = 1;
+int FirstIVPointConvergenceFailure = 1;
+int FirstCVPointConvergenceFailure = 1;
+int IVConvergenceFailure = 1;
+int CVConvergenceFailure = 1;
+int CfConvergenceFailure = 1;
+int QEConvergenceFailure = 1;
+int cvbezig = 0;
+int workpointFromPreviousBatch = 0;
+double JShortCircuit = 0;
+double JWorkingPoint = 0;
+std::string deffilenamevorig;
 int versieschatting = 0;
+int stopRequested = 0;
+
+int Pause(int /*panel*/) {
+    // Without a user a pause point only looks at the stop flag.
+    return stopRequested ? 0 : 1;
+}
 
 void MarkNothingCalculated() {
     equiberekend = 0;
