@@ -2,8 +2,18 @@
 
 #include <algorithm>
 #include <cmath>
+#include <string>
+#include <utility>
+#include <vector>
 
+#include "cell/cell_records.h"
+#include "platform/format.h"
+#include "platform/messages.h"
 #include "run/driver.h"
+#include "run/extraction.h"
+#include "run/work_point.h"
+#include "setup/absorption.h"
+#include "setup/generation.h"
 #include "solver/discrete_equations.h"
 #include "solver/gummel.h"
 
@@ -165,6 +175,158 @@ void volgende_schatting_TERVO1(CalculationVariables& cv, double V, double dV) {
 
 void volgende_schatting_TERVO20(CalculationVariables& cv, double V, double dV) {
     ElectronsOnlyGuess(cv, V, dV, true);
+}
+
+void ReturnToAKnownStartingPoint(CalculationVariables& cv, const CalculationVariables& stored,
+                                 int regenerate) {
+    if (&cv != &stored) CopyCalculationVariables(cv, stored);
+    Full_x_Dependence(cv);
+    if (regenerate == 0) return;
+    // The stored state may lie on another mesh than the one left behind: the generation profile
+    // belongs to the mesh and is formed anew on it.
+    GenerationParameters& gp = cv.generation != nullptr ? *cv.generation : generatieparameters;
+    if (Generation_Mode == 0) {
+        CalculateFluxes(cv, gp, 0);
+        CalculateGeneration(cv, gp);
+    } else {
+        bereken_generatie_uit_file(cv, gp, wp.dark, wp.generationFile, wp.attenuation);
+    }
+}
+
+namespace {
+
+// Where the walk to the first voltage of a sweep begins.
+enum class Origin { ShortCircuit, WorkingPoint, PresentState };
+
+struct StartChoice {
+    Origin origin = Origin::ShortCircuit;
+    double to = 0; // first voltage of the sweep
+    int steps = 2; // points of the walk, ends included
+    int mode = SWEEP_FROM_START;
+};
+
+// The choice of the first case that fits; may exchange or order start and stop.
+StartChoice ChooseStart(double& start, double& stop, double c, double Vw) {
+    StartChoice s;
+    if (start == 0) {
+        s.origin = Origin::ShortCircuit;
+        s.to = start;
+    } else if (stop == 0) {
+        std::swap(start, stop);
+        s.origin = Origin::ShortCircuit;
+        s.to = start;
+    } else if (start == Vw) {
+        s.origin = Origin::WorkingPoint;
+        s.to = start;
+    } else if (stop == Vw) {
+        std::swap(start, stop);
+        s.origin = Origin::WorkingPoint;
+        s.to = start;
+    } else if (start == c) {
+        s.origin = Origin::PresentState;
+        s.to = start;
+    } else if (stop == c) {
+        std::swap(start, stop);
+        s.origin = Origin::PresentState;
+        s.to = start;
+    } else if (start == stop) {
+        // One voltage, reached from the nearest of the three known states, in the working point's
+        // number of steps.
+        const double V = start;
+        s.to = V;
+        s.steps = wp.numberofpoints;
+        s.origin = Origin::ShortCircuit;
+        if (std::fabs(V - Vw) < std::fabs(V) && std::fabs(V - Vw) <= std::fabs(V - c))
+            s.origin = Origin::WorkingPoint;
+        if (std::fabs(V - c) < std::fabs(V) && std::fabs(V - c) < std::fabs(V - Vw))
+            s.origin = Origin::PresentState;
+    } else {
+        if (start > stop) std::swap(start, stop);
+        if (start < 0 && 0 < stop) {
+            // 0 V inside the range: the sweep walks two branches away from the short circuit.
+            s.origin = Origin::ShortCircuit;
+            s.to = 0;
+            s.mode = SWEEP_AROUND_ZERO;
+        } else if (start < Vw && Vw < stop) {
+            s.origin = Origin::WorkingPoint;
+            s.to = Vw;
+            s.mode = SWEEP_AROUND_WORKING;
+        } else {
+            // The first known state that lies nearer to one end than the short circuit lies to the
+            // start decides which end the sweep begins at.
+            s.steps = wp.numberofpoints;
+            const double reference = std::fabs(start);
+            if (std::fabs(stop) < reference) {
+                std::swap(start, stop);
+                s.origin = Origin::ShortCircuit;
+            } else if (std::fabs(start - Vw) < reference) {
+                s.origin = Origin::WorkingPoint;
+            } else if (std::fabs(stop - Vw) < reference) {
+                std::swap(start, stop);
+                s.origin = Origin::WorkingPoint;
+            } else if (std::fabs(start - c) < reference) {
+                s.origin = Origin::PresentState;
+            } else if (std::fabs(stop - c) < reference) {
+                std::swap(start, stop);
+                s.origin = Origin::PresentState;
+            } else {
+                s.origin = Origin::ShortCircuit;
+            }
+            s.to = start;
+        }
+    }
+    return s;
+}
+
+} // namespace
+
+int CalculateStartingPoint(double& start, double& stop, CalculationVariables& cv,
+                           const CalculationVariables& shortcircuit, const CalculationVariables& workingpoint,
+                           const std::string& name, int kind) {
+    (void)kind; // the kind of sweep only chose a status line on a screen
+    const double c = cv.V_applied;
+    const double Vw = wp.voltage;
+    const StartChoice choice = ChooseStart(start, stop, c, Vw);
+    double from = c;
+    switch (choice.origin) {
+    case Origin::ShortCircuit:
+        ReturnToAKnownStartingPoint(cv, shortcircuit, 1);
+        from = 0;
+        break;
+    case Origin::WorkingPoint:
+        ReturnToAKnownStartingPoint(cv, workingpoint, 1);
+        from = Vw;
+        break;
+    case Origin::PresentState:
+        break;
+    }
+    volgende_iv_punt(cv, from, choice.to, choice.steps);
+    if (pausestatus) {
+        const int answer = Pause(0);
+        if (answer != 1) return answer;
+    }
+    if (cv.iteration_count == -1) {
+        const double sign = zonnecel.signV;
+        TERVOErrorMessage(
+            FmtStr("%s<Calculating first point of %s from working point", name),
+            FmtStr("%s<from V = %f[p3] Volt to V = %f[p3] V: convergence failure at V = %f[p3] Volt",
+                   from * sign, choice.to * sign, cv.V_applied * sign));
+        return SWEEP_FAILED;
+    }
+    update_eb_panel(cv, 1);
+    return choice.mode;
+}
+
+void ReorderVoltagesAroundStartVoltage(double* v, int n, double Vs, int& splitIndex) {
+    if (v == nullptr || n < 2 || !(v[0] < Vs && Vs < v[n - 1])) return;
+    int k = 0;
+    while (k < n && !(v[k] > Vs)) ++k;
+    std::vector<double> order;
+    order.reserve(At(n));
+    for (int i = k; i < n; ++i) order.push_back(v[i]);
+    for (int i = k - 1; i >= 0; --i) order.push_back(v[i]);
+    std::copy(order.begin(), order.end(), v);
+    splitIndex = n - k;
 }
 
 } // namespace tervo

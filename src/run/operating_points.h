@@ -5,6 +5,8 @@
 // Voltages here are internal: applied to the left contact, the right contact the reference.
 #pragma once
 
+#include <string>
+
 #include "setup/parameter_sets.h"
 
 namespace tervo {
@@ -32,5 +34,34 @@ void volgende_schatting_TERVO_MOST_RECENT(CalculationVariables& cv, double V, do
 // Older guesses that move only the electron quasi-Fermi level; the second also tilts psi.
 void volgende_schatting_TERVO1(CalculationVariables& cv, double V, double dV);
 void volgende_schatting_TERVO20(CalculationVariables& cv, double V, double dV);
+
+// Makes `cv` a copy of a stored state, with the graded properties expanded on the stored mesh.  With
+// `regenerate` not 0 the generation profile is formed anew on that mesh: by the optical model, or
+// from the generation file of the working point when Generation_Mode is 1.
+void ReturnToAKnownStartingPoint(CalculationVariables& cv, const CalculationVariables& stored,
+                                 int regenerate);
+
+// How a sweep walks its voltages after CalculateStartingPoint.
+enum SweepStartMode : int {
+    SWEEP_FAILED = 0,         // the first point was not reached
+    SWEEP_FROM_START = 1,     // from start to stop
+    SWEEP_AROUND_ZERO = 6,    // 0 V lies inside the range: two branches away from the short circuit
+    SWEEP_AROUND_WORKING = 7, // the working-point voltage lies inside: two branches away from it
+};
+
+// Brings `cv` to the first voltage of a sweep from the nearest known state: the short circuit, the
+// working point (voltage of `wp`) or the present state.  `start` and `stop` are the sweep's own
+// values (internal convention) and may be exchanged, so that the sweep runs from the nearer end, or
+// ordered ascending when the range holds 0 V or the working-point voltage.  The result is the
+// SweepStartMode, 0 after a convergence failure (reported under the sweep's `name`), or the result
+// of a pause that was not "go on".  `kind` names the sweep (3 I-V, 4 C-V) and changes nothing.
+int CalculateStartingPoint(double& start, double& stop, CalculationVariables& cv,
+                           const CalculationVariables& shortcircuit, const CalculationVariables& workingpoint,
+                           const std::string& name, int kind);
+
+// For an ascending sweep v[0..n-1] with v[0] < Vs < v[n-1]: the voltages above Vs in rising order,
+// then those at or below it in falling order, so that both branches walk away from Vs.
+// `splitIndex` becomes the index where the second branch begins.  Otherwise nothing changes.
+void ReorderVoltagesAroundStartVoltage(double* v, int n, double Vs, int& splitIndex);
 
 } // namespace tervo

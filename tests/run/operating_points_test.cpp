@@ -12,10 +12,14 @@
 #include <cmath>
 #include <functional>
 #include <memory>
+#include <utility>
+#include <vector>
 
+#include "cell/cell_records.h"
 #include "platform/messages.h"
 #include "run/driver.h"
 #include "run/extraction.h"
+#include "run/work_point.h"
 #include "setup/generation.h"
 #include "setup/parameter_sets.h"
 #include "setup/working_settings.h"
@@ -241,9 +245,8 @@ TEST_P(ShortBaseDiode, WithContactRecombinationOnlyTheDarkCurrentFollowsTheIdeal
         const double J0 =
             q * ni2 * (Dn / (j.Na * (w.p + Dn / j.Sn_left)) + Dp / (j.Nd * (w.n + Dp / j.Sp_right)));
         const double expected = J0 * std::expm1(V / kT) * 0.1; // A/m2 -> mA/cm2
-        // Forward current flows from the p side on the left to the n side on the right: negative in
-        // the convention of the solver.
-        EXPECT_NEAR(-J / expected, 1.0, 0.05) << "at " << V << " V: expected " << expected << " mA/cm2";
+        // Forward current flows from the p side on the left to the n side on the right: positive.
+        EXPECT_NEAR(J / expected, 1.0, 0.05) << "at " << V << " V: expected " << expected << " mA/cm2";
         EXPECT_TRUE(cv.J_converged) << "current not constant through the cell at " << V << " V";
         if (previous != 0) {
             const double ideality = 0.05 / (kT * std::log(J / previous));
@@ -278,7 +281,7 @@ TEST(DarkCurrent, RadiativeRecombinationInAThickJunctionGivesQKradNi2W) {
         const double J = WalkTo(cv, V);
         ASSERT_EQ(CONVERGENTIEFALING, 0);
         const double J0 = q * j.m.Krad * j.m.ni2() * W;
-        EXPECT_NEAR(-J / (J0 * std::expm1(V / kT) * 0.1), 1.0, 0.05) << "at " << V << " V";
+        EXPECT_NEAR(J / (J0 * std::expm1(V / kT) * 0.1), 1.0, 0.05) << "at " << V << " V";
     }
 }
 
@@ -336,10 +339,10 @@ TEST(VoltageWalk, ReverseToMinusOneAndForwardToPointEightVoltConvergeOnTheDefaul
     EXPECT_GT(cv.iteration_count, 0);
     EXPECT_DOUBLE_EQ(cv.V_applied, 0.8);
     extraheer_stroom(cv, 0);
-    // Rectification: the reverse current saturates at a tiny positive value, the forward current is
-    // large and negative.
-    EXPECT_GT(reverse, 0);
-    EXPECT_LT(cv.J_median, -1e6 * reverse);
+    // Rectification: the reverse current saturates at a tiny negative value, the forward current is
+    // large and positive.
+    EXPECT_LT(reverse, 0);
+    EXPECT_GT(cv.J_median, -1e6 * reverse);
 }
 
 TEST(VoltageWalk, StepsBelowANanovoltAndFailedStatesAreNotWalked) {
@@ -390,6 +393,184 @@ TEST(VoltageWalk, AnImpossibleSolveReportsAndReturns) {
     EXPECT_EQ(ReportedMessages()[0].title, "Error in psi_iteratie_Gummel()");
     EXPECT_EQ(ReportedMessages()[0].text,
               "Max no of iterations exceeded during Gummel-calculation of variable psi\nIteration count: 1");
+}
+
+// ---------------------------------------------------------------------------------------------
+// The first point of a sweep.
+//
+// Three known states of the dark junction: the short circuit at 0 V, the working point at 0.25 V
+// and the present state at 0.5 V (voltages that the walks reach exactly, so that ties are ties).  Each
+// carries a mark in a slot of `meshAlpha` that nothing reads in a two-layer cell (layer 6), so that the state
+// a sweep started from can be told after the walk.
+class StartingPoint : public ::testing::Test {
+protected:
+    static constexpr double Vw = 0.25;
+    static constexpr double c = 0.5;
+    static constexpr size_t MARK = 6;
+
+    void SetUp() override {
+        savedWp = wp;
+        wp.voltage = Vw;
+        wp.numberofpoints = 3;
+        Generation_Mode = 0;
+        pausestatus = 0;
+        zonnecel.signV = 1;
+        d = Build(MakeCell(Junction{}));
+        equilibrium(*d->cv);
+        ASSERT_EQ(CONVERGENTIEFALING, 0);
+        shortCircuit = std::make_unique<CalculationVariables>(*d->cv);
+        shortCircuit->meshAlpha[MARK] = 1;
+        working = std::make_unique<CalculationVariables>(*shortCircuit);
+        volgende_iv_punt(*working, 0, Vw, 4);
+        ASSERT_EQ(CONVERGENTIEFALING, 0);
+        working->meshAlpha[MARK] = 2;
+        present = std::make_unique<CalculationVariables>(*shortCircuit);
+        volgende_iv_punt(*present, 0, c, 6);
+        ASSERT_EQ(CONVERGENTIEFALING, 0);
+        present->meshAlpha[MARK] = 3;
+        Reset();
+    }
+    void TearDown() override {
+        wp = savedWp;
+        zonnecel.signV = 1;
+    }
+
+    // The working state back at the present voltage.
+    void Reset() { CopyCalculationVariables(*d->cv, *present); }
+
+    int Start(double& start, double& stop) {
+        return CalculateStartingPoint(start, stop, *d->cv, *shortCircuit, *working, "I(V)", 3);
+    }
+    // 1 short circuit, 2 working point, 3 present state.
+    double Origin() const { return d->cv->meshAlpha[MARK]; }
+
+    std::unique_ptr<Device> d;
+    std::unique_ptr<CalculationVariables> shortCircuit, working, present;
+    WorkPoint savedWp;
+};
+
+TEST_F(StartingPoint, AnEndAtAKnownVoltageStartsThereAndTheOtherEndBecomesTheStop) {
+    struct Case {
+        double start, stop;
+        double origin, newStart, newStop;
+    };
+    for (const Case& k : {Case{0, 0.4, 1, 0, 0.4}, Case{0.4, 0, 1, 0, 0.4}, Case{Vw, 0.8, 2, Vw, 0.8},
+                          Case{-0.2, Vw, 2, Vw, -0.2}, Case{c, 0.9, 3, c, 0.9}, Case{0.9, c, 3, c, 0.9}}) {
+        Reset();
+        double start = k.start, stop = k.stop;
+        EXPECT_EQ(Start(start, stop), SWEEP_FROM_START) << k.start << " .. " << k.stop;
+        EXPECT_EQ(Origin(), k.origin) << k.start << " .. " << k.stop;
+        EXPECT_EQ(start, k.newStart);
+        EXPECT_EQ(stop, k.newStop);
+        EXPECT_NEAR(d->cv->V_applied, k.newStart, 1e-12);
+    }
+    // The start at the working point is the stored state itself: a copy, no solve.
+    Reset();
+    double start = Vw, stop = 0.8;
+    Start(start, stop);
+    EXPECT_EQ(d->cv->psi, working->psi);
+    EXPECT_EQ(d->cv->u, working->u);
+}
+
+TEST_F(StartingPoint, OneVoltageIsReachedFromTheNearestKnownState) {
+    // Nearest to 0 V: short circuit; nearer to the working point than to 0 V and not farther than
+    // the present state: working point (also on a tie with the present state); strictly nearest to
+    // the present state: present state.
+    for (const auto& [V, origin] :
+         std::vector<std::pair<double, double>>{{0.05, 1}, {0.27, 2}, {0.375, 2}, {0.48, 3}}) {
+        Reset();
+        double start = V, stop = V;
+        EXPECT_EQ(Start(start, stop), SWEEP_FROM_START);
+        EXPECT_EQ(Origin(), origin) << V;
+        EXPECT_NEAR(d->cv->V_applied, V, 1e-12);
+        EXPECT_EQ(CONVERGENTIEFALING, 0);
+    }
+}
+
+TEST_F(StartingPoint, ARangeAroundZeroOrTheWorkingPointStartsThereForTwoBranches) {
+    double start = -1, stop = 1;
+    EXPECT_EQ(Start(start, stop), SWEEP_AROUND_ZERO);
+    EXPECT_EQ(Origin(), 1);
+    EXPECT_EQ(d->cv->V_applied, 0.0);
+    EXPECT_EQ(start, -1);
+    EXPECT_EQ(stop, 1);
+    // A falling request is made rising.
+    Reset();
+    start = 1;
+    stop = -1;
+    EXPECT_EQ(Start(start, stop), SWEEP_AROUND_ZERO);
+    EXPECT_EQ(start, -1);
+    EXPECT_EQ(stop, 1);
+    Reset();
+    start = 0.45;
+    stop = 0.2;
+    EXPECT_EQ(Start(start, stop), SWEEP_AROUND_WORKING);
+    EXPECT_EQ(Origin(), 2);
+    EXPECT_EQ(d->cv->V_applied, Vw);
+    EXPECT_EQ(start, 0.2);
+    EXPECT_EQ(stop, 0.45);
+}
+
+TEST_F(StartingPoint, OtherRangesStartAtTheEndThatTheFirstNearerKnownStateReaches) {
+    struct Case {
+        double Vworking, start, stop;
+        double origin, newStart, newStop;
+    };
+    for (const Case& k : {
+             // The end nearer to 0 V than the start is: from the short circuit, swapped.
+             Case{Vw, -0.8, -0.5, 1, -0.5, -0.8},
+             // The working point lies nearer to the start than 0 V does; it is taken although the
+             // present state lies nearer still: the order of the list decides, not the distance.
+             Case{Vw, 0.45, 0.9, 2, 0.45, 0.9},
+             // Only the present state lies nearer than 0 V.
+             Case{-0.3, 0.4, 0.9, 3, 0.4, 0.9},
+         }) {
+        Reset();
+        wp.voltage = k.Vworking;
+        double start = k.start, stop = k.stop;
+        EXPECT_EQ(Start(start, stop), SWEEP_FROM_START);
+        EXPECT_EQ(Origin(), k.origin) << k.start << " .. " << k.stop;
+        EXPECT_EQ(start, k.newStart);
+        EXPECT_EQ(stop, k.newStop);
+        EXPECT_NEAR(d->cv->V_applied, k.newStart, 1e-12);
+    }
+    // None lies nearer: with the working point and the present state at 0 V, a falling request is
+    // made rising and starts from the short circuit.
+    wp.voltage = 0;
+    CopyCalculationVariables(*d->cv, *shortCircuit);
+    d->cv->meshAlpha[MARK] = 3;
+    double start = 0.8, stop = 0.5;
+    EXPECT_EQ(Start(start, stop), SWEEP_FROM_START);
+    EXPECT_EQ(Origin(), 1);
+    EXPECT_EQ(start, 0.5);
+    EXPECT_EQ(stop, 0.8);
+    EXPECT_NEAR(d->cv->V_applied, 0.5, 1e-12);
+}
+
+TEST_F(StartingPoint, AFailedFirstPointIsReportedInTheUsersConvention) {
+    working->iteration_count = -1;
+    zonnecel.signV = -1;
+    ClearReportedMessages();
+    double start = 0.4, stop = 0.9;
+    EXPECT_EQ(Start(start, stop), SWEEP_FAILED);
+    ASSERT_EQ(ReportedMessages().size(), 1u);
+    EXPECT_EQ(ReportedMessages()[0].title, "Calculating first point of I(V) from working point");
+    EXPECT_EQ(ReportedMessages()[0].text,
+              "from V = -0.250 Volt to V = -0.400 V: convergence failure at V = -0.250 Volt");
+}
+
+TEST(ReorderVoltages, TheSweepWalksUpFromTheStartVoltageThenDownFromIt) {
+    std::vector<double> v{-0.2, -0.1, 0, 0.1, 0.2, 0.3};
+    int split = -1;
+    ReorderVoltagesAroundStartVoltage(v.data(), 6, 0, split);
+    EXPECT_EQ(v, (std::vector<double>{0.1, 0.2, 0.3, 0, -0.1, -0.2}));
+    EXPECT_EQ(split, 3);
+    // A start voltage at an end or outside leaves the sweep alone.
+    std::vector<double> w{0, 0.1, 0.2};
+    split = -1;
+    ReorderVoltagesAroundStartVoltage(w.data(), 3, 0, split);
+    EXPECT_EQ(w, (std::vector<double>{0, 0.1, 0.2}));
+    EXPECT_EQ(split, -1);
 }
 
 } // namespace
