@@ -1,0 +1,77 @@
+// Result files: tab-separated text for the eye and for a spreadsheet, each block behind a header
+// that tells the program, the simulation, the definition file with its date, the illumination and
+// the working point, so that a file can be understood alone.
+//
+// Every writer takes a mode: 0 writes to the standard output, 3 to an open file that the caller
+// gives.  Choosing a path and opening the file is SaveResultFile's part.  Writers return 0 when they
+// wrote, -1 when they wrote nothing (no data, reported; a mode they do not know; a write error).
+#pragma once
+
+#include <string>
+
+#include "platform/text_file.h"
+#include "run/result_list.h"
+#include "setup/parameter_sets.h"
+
+namespace tervo {
+
+// What happens to the rows of a curve that a convergence failure cut short: left out, written as
+// zeros, or written as blanks, so that a series of curves stays rectangular in a spreadsheet.
+enum ActionListModes : int { ACTIONLIST_TRUNCATE = 0, ACTIONLIST_FILLZEROS = 1, ACTIONLIST_FILLWHITE = 2 };
+extern int ActionListMode;
+
+// Writer modes.
+inline constexpr int OUTPUT_TO_SCREEN = 0;
+inline constexpr int OUTPUT_TO_OPEN_FILE = 3;
+
+// The kinds of header (the line that names what the file holds).
+enum OutputHeaderKind : int {
+    HEADER_ENERGY_BANDS = 0,
+    HEADER_GENERATION_RECOMBINATION = 1,
+    HEADER_AC_BANDS = 2,
+    HEADER_IV = 3,
+    HEADER_CV = 4,
+    HEADER_CF = 5,
+    HEADER_QE = 6,
+    HEADER_OCCUPATION = 7,
+    HEADER_BATCH_GENERAL = 8,
+    HEADER_BATCH_INTERFACE = 9,
+    HEADER_ADMITTANCE = 10,
+    HEADER_GRADING = 11,
+    HEADER_CURVE_FITTING = 12,
+};
+
+// The header of a result file into `text` (appended, each line ended by "\n").  With
+// `fromWorkpoint` 0 the simulation, working point, definition, spectrum and generation come from
+// `element`; a null element is reported ("No simulation list was found!") and nothing is written.
+// With `fromWorkpoint` 1 they come from the global working point `wp`.  Batch information follows
+// with `withBatchInfo` and `fromWorkpoint` 0.  0, or -1 when nothing was written.
+int ComposeOutputHeader(std::string& text, const DataListElement* element, int kind, int withBatchInfo,
+                        int fromWorkpoint);
+// The same, written to an open file.
+int WriteOutputHeader(TextFile& file, const DataListElement* element, int kind, int withBatchInfo,
+                      int fromWorkpoint);
+
+// What a batch or a curve fit varied in this simulation; nothing for a single shot.
+void ComposeBatchInfo(std::string& text, const DataListElement& element);
+int WriteBatchInfo(TextFile& file, const DataListElement& element);
+
+// All I-V curves of the result list, one block per simulation that has one (an element with a C-V
+// curve counts: its points carry currents), in list order: header, column line, rows, and the solar
+// cell parameters that could be found.
+int iv_naar_file(int mode, TextFile* file);
+
+// The band diagram, densities, field, currents, generation and recombination of the state `cv` at
+// every mesh point, and the currents and charge at each interface.
+int eb_naar_file(int mode, TextFile* file, CalculationVariables& cv);
+
+// The result files that can be saved to a path.
+enum ResultFileKind : int { RESULT_IV = 0, RESULT_EB = 1 };
+
+// Opens `path` for writing (a bare name goes into the results folder; a name without extension
+// gets the kind's extension "iv" or "eb"), writes the kind's file in mode 3 (the band diagram of
+// `currentCalcVars`) and closes it.  0, or -1 (reported) when the file could not be opened or
+// nothing was written.
+int SaveResultFile(ResultFileKind kind, const std::string& path);
+
+} // namespace tervo
