@@ -638,11 +638,16 @@ void CalculateCurrentProfiles(CalculationVariables& cv, int mode, CurrentProfile
         }
     }
 
+    // The link formulas count the current positive from right to left (the sign of the electron
+    // particle flux in +x).  Results are the conventional current density in +x, from the left
+    // contact, where the voltage is applied, to the right one: positive in forward bias of a cell
+    // with its p side on the left, negative under light at short circuit.  Also A/m2 to mA/cm2.
+    constexpr double kToConventionalMilliAmpPerCm2 = -0.1;
     for (size_t i = 0; i < At(n); ++i) {
-        out.j_n[i] *= 0.1;
-        out.j_p[i] *= 0.1;
-        out.jn_tunnel[i] *= 0.1;
-        out.jp_tunnel[i] *= 0.1;
+        out.j_n[i] *= kToConventionalMilliAmpPerCm2;
+        out.j_p[i] *= kToConventionalMilliAmpPerCm2;
+        out.jn_tunnel[i] *= kToConventionalMilliAmpPerCm2;
+        out.jp_tunnel[i] *= kToConventionalMilliAmpPerCm2;
         out.j_tot[i] = out.j_n[i] + out.j_p[i] + out.jn_tunnel[i] + out.jp_tunnel[i];
     }
 
