@@ -34,11 +34,15 @@ extern int IVConvergenceFailure;
 extern int CVConvergenceFailure;
 extern int CfConvergenceFailure;
 extern int QEConvergenceFailure;
-extern int cvbezig;                   // a C-f sweep is under way
+extern int cvbezig;                    // a C-f sweep is under way
 extern int workpointFromPreviousBatch; // the next calculate may start from werkpuntcv
 extern double JShortCircuit;           // mA/cm2, median current of the stored short circuit
 extern double JWorkingPoint;           // mA/cm2, of the stored working point
 extern std::string deffilenamevorig;   // definition of the last calculation
+
+// The records of a batch run and a curve fit (they arrive with those runs).
+struct BatchRecord;
+struct CurveFitterRecord;
 
 // Requests of `Simulate`.
 enum SimulationRequest : int { SINGLE_SHOT = 0, BATCH = 1, BATCH_RECORDING = 2, CURVE_FIT = 3 };
@@ -64,13 +68,15 @@ void InitialiseDiagnostics();
 // definition files up to date; without a screen the other form does the same as the user's OK.
 void SetProblem(int silent);
 
-// Runs one request.  The stored results (result list, stored states) are the effect.
+// Runs one request.  The stored results (result list, stored states) are the effect; the result of
+// its calculation is kept in `lastCalculationResult` (0 ran to its end, -1 a stage failed).
 void Simulate(int request);
+extern int lastCalculationResult;
 
 // The fixed sequence of a simulation; 0 when it ran to its end (a sweep may have been cut), -1 when
 // a stage failed or a stop was asked for.  `batch` and `curvefitter` are null outside those runs.
-int calculate(const void* batch, const void* curvefitter, int metaPass);
-int calculate_withMeta(const void* batch, const void* curvefitter);
+int calculate(const BatchRecord* batch, const CurveFitterRecord* curvefitter, int metaPass);
+int calculate_withMeta(const BatchRecord* batch, const CurveFitterRecord* curvefitter);
 
 // After equilibrium, short circuit or working point: 1 when `cv` converged (the profiles are then
 // extracted), 0 with a message when not.  `flag` is the stage's failure flag.

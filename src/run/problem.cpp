@@ -1,9 +1,11 @@
 #include "run/problem.h"
 
 #include "cell/definition_file.h"
+#include "cell/structure_ops.h"
 #include "platform/files.h"
 #include "platform/format.h"
 #include "platform/messages.h"
+#include "run/action_list.h"
 #include "run/driver.h"
 #include "run/startup.h"
 #include "run/work_point.h"
@@ -99,6 +101,17 @@ int Laad_data_uit_file(const std::string& path) {
     loaded.path = fullPath;
     parameterset1 = loaded;
     parameterset1_to_2(zonnecel, parameterset1);
+    // The file holds no work function for a flat-band contact: it follows from the layer behind it.
+    if (zonnecel.numberOfLayers > 0) {
+        const double T = actionPanel.first.temperature;
+        if (zonnecel.leftContact.flatband == 1)
+            CheckContactsWithActualLayerParameters(-1, zonnecel.leftContact, zonnecel.layer[0],
+                                                   CONTACT_FIELD_FI_M, T, parameterset1.convergence);
+        if (zonnecel.rightContact.flatband == 1)
+            CheckContactsWithActualLayerParameters(
+                1, zonnecel.rightContact, zonnecel.layer[static_cast<size_t>(zonnecel.numberOfLayers - 1)],
+                CONTACT_FIELD_FI_M, T, parameterset1.convergence);
+    }
     CopyToEditors();
     ApplySettings(settings);
     wp.definitionFile = fullPath;

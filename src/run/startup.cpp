@@ -13,7 +13,9 @@
 #include "platform/format.h"
 #include "platform/messages.h"
 #include "platform/text_util.h"
+#include "run/action_list.h"
 #include "run/driver.h"
+#include "run/main_job.h"
 #include "run/problem.h"
 #include "run/work_point.h"
 #include "setup/generation.h"
@@ -188,14 +190,26 @@ CommandLineFiles ParseCommandLine(std::string_view buffer) {
 int ApplyCommandLineFiles(const CommandLineFiles& files) {
     int definition = 1;
     if (!files.def.empty()) definition = Laad_data_uit_file(files.def) == 0 ? 0 : -1;
+    // The readers of action and working-point files pass a missing file over in silence; named on the
+    // command line it is a mistake of the user, who is told.
+    const auto applySettings = [](const std::string& name, int filetype, int (*reader)(const std::string&)) {
+        if (name.empty()) return;
+        std::string path = name;
+        if (!IsFileFound(path, filetype)) {
+            TERVOErrorMessage("Error whilst opening a file of the command line",
+                              "The file \"" + name + "\" was not found; its settings were not applied.");
+            return;
+        }
+        reader(path);
+    };
+    applySettings(files.act, FILETYPE_ACTION, SetActionPanelFromFile);
+    applySettings(files.wp2, FILETYPE_WP2, SetWP2FromFile);
+    if (!files.spectrum.empty()) SetGenerationPath(FILETYPE_SPECTRUM, files.spectrum);
+    if (!files.gen.empty()) SetGenerationPath(FILETYPE_GENERATION, files.gen);
 
     // The readers of the other kinds are not part of this build: say so for each file named.
-    const std::array<std::pair<const std::string*, const char*>, 8> pending = {{
-        {&files.act, "action file"},
-        {&files.wp2, "initial working-point file"},
+    const std::array<std::pair<const std::string*, const char*>, 4> pending = {{
         {&files.all, "all-settings file"},
-        {&files.spectrum, "spectrum file"},
-        {&files.gen, "generation file"},
         {&files.batch, "batch-settings file"},
         {&files.record, "recorder-settings file"},
         {&files.script, "script file"},
@@ -667,9 +681,18 @@ int RunTervo(int argc, char** argv) {
             status = 1;
         }
     }
-    // No event loop in this build: the process ends once the command line is done.
-    if (commandLineFiles.script.empty())
+    // No event loop in this build.  Where a screen would wait for its user, a run that names a
+    // definition and no script simulates the cell once and saves what it calculated.
+    if (commandLineFiles.script.empty()) {
         std::cout << LoadedCellSummary(commandLineFiles.def, definition == 0);
+        if (!saveDefinitionWanted && definition == 0) {
+            std::string summary;
+            status = RunMainJob(commandLineFiles.def, summary);
+            std::cout << summary << std::endl;
+        } else if (!saveDefinitionWanted && definition == -1) {
+            status = 1; // the cell could not be loaded (reported)
+        }
+    }
     Terminate();
     return status;
 }

@@ -1,7 +1,14 @@
 #include "run/work_point.h"
 
+#include <vector>
+
 #include "platform/files.h"
+#include "platform/format.h"
+#include "platform/messages.h"
+#include "run/action_list.h"
+#include "run/driver.h"
 #include "run/startup.h"
+#include "setup/absorption.h"
 
 namespace tervo {
 
@@ -52,6 +59,33 @@ void InitialiseWorkPoint(WorkPoint& w) {
         w.generationName = GENERATION_PATTERN;
         w.generationFile = InTypeFolder(FILETYPE_GENERATION, GENERATION_PATTERN);
     }
+}
+
+int SetGenerationPath(int filetype, const std::string& path) {
+    std::string full = path;
+    if (!IsFileFound(full, filetype)) {
+        TERVOErrorMessage("Error whilst opening a file of the command line",
+                          FmtStr("%s[q]<The %s file \"%s[q]\" was not found.",
+                                 filetype == FILETYPE_SPECTRUM ? "spectrum" : "generation", path));
+        return -1;
+    }
+    std::string name;
+    CheckTERVOPaths(nullptr, &name, full, filetype);
+    if (filetype == FILETYPE_SPECTRUM) {
+        wp.spectrumFile = full;
+        wp.spectrumName = name;
+        kortberekend = 0;
+        return 0;
+    }
+    std::vector<double> x, G;
+    if (GetGenerationFromFile(full, 100.0, x, G) <= 0) return -1;
+    wp.generationFile = full;
+    wp.generationName = name;
+    wp.generationFromFile = 1;
+    actionPanel.first.generationFromFile = 1;
+    wp.idealLightCurrent = GenerationFileCurrent(x, G);
+    kortberekend = 0;
+    return 0;
 }
 
 } // namespace tervo

@@ -82,3 +82,12 @@ void InitialiseWorkPoint(WorkPoint& w);
 void SetStandardSpectrum(WorkPoint& w);
 
 } // namespace tervo
+
+namespace tervo {
+
+// Makes a spectrum file (filetype 1) or a generation file (filetype 4) that of `wp`; a bare name is
+// looked for in its folder.  A generation file switches the working point to generation from that
+// file and gives its ideal light current.  0, or -1 when the file cannot be found or read (reported).
+int SetGenerationPath(int filetype, const std::string& path);
+
+} // namespace tervo

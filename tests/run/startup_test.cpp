@@ -413,7 +413,8 @@ TEST(RunTervo, VersionHelpAndWrongOptions) {
     EXPECT_EQ(RunProcess({"--home"}), 2); // a folder must follow
     // A home folder that does not exist yet is made with its whole tree; one that cannot be made
     // (a file stands in its way) ends the process.
-    EXPECT_EQ(RunProcess({"--home", home / "absent", "startup_missing.def"}), 0);
+    // (A definition that cannot be loaded ends the process with status 1.)
+    EXPECT_EQ(RunProcess({"--home", home / "absent", "startup_missing.def"}), 1);
     EXPECT_TRUE(fs::is_directory(home.path / "absent" / "spectrum"));
     EXPECT_TRUE(AnyMessageHolds("startup_missing.def"));
     std::ofstream(home.path / "blocker") << "x";
@@ -424,9 +425,11 @@ TEST(RunTervo, FilesThatCannotBeReadEndTheProcessCleanly) {
     TempFolder home;
     ClearReportedMessages();
     std::string out;
-    EXPECT_EQ(RunProcess({"--home", home.path.string(), "startup_missing.def", "plan.act"}, &out), 0);
+    // A cell that cannot be loaded is reported and ends the run with status 1, so that shell loops
+    // and job schedulers see it; a missing action file is reported, not dropped in silence.
+    EXPECT_EQ(RunProcess({"--home", home.path.string(), "startup_missing.def", "plan.act"}, &out), 1);
     EXPECT_TRUE(AnyMessageHolds("startup_missing"));
-    EXPECT_TRUE(AnyMessageHolds("plan.act")); // no reader yet: reported, not dropped in silence
+    EXPECT_TRUE(AnyMessageHolds("plan.act"));
     EXPECT_NE(out.find("not loaded"), std::string::npos) << out;
     for (const char* sub : TERVO_FOLDERS) EXPECT_TRUE(fs::is_directory(home.path / sub)) << sub;
     EXPECT_EQ(GetProjectDir(), fs::absolute(home.path).lexically_normal().string());

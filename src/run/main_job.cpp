@@ -1,0 +1,70 @@
+#include "run/main_job.h"
+
+#include "platform/files.h"
+#include "platform/format.h"
+#include "platform/messages.h"
+#include "run/driver.h"
+#include "run/extraction.h"
+#include "run/result_files.h"
+#include "run/result_list.h"
+#include "run/work_point.h"
+#include "setup/parameter_sets.h"
+
+namespace tervo {
+
+namespace {
+
+// The definition's name without folder and extension: the stem of the result files.
+std::string ResultStem(const std::string& definitionPath) {
+    std::string drive, folder, file;
+    SplitPath(definitionPath, drive, folder, file);
+    const size_t dot = file.rfind('.');
+    return dot == std::string::npos ? file : file.substr(0, dot);
+}
+
+std::string ResultPath(const std::string& stem, const char* extension) {
+    return MakePathname(MakePathname(GetProjectDir(), "results"), stem + "." + extension);
+}
+
+} // namespace
+
+std::string MainJobSummary(const std::string& definitionName) {
+    std::string line = definitionName + ":";
+    const DataListElement* element = pointer_naar_huidige();
+    if (!element || !element->actie.IV.calculate) {
+        return line + FmtStr("%s< working point V = %f[p4] V, J = %f[e2p4] mA/cm2",
+                             wp.voltage * zonnecel.signV, JWorkingPoint * zonnecel.signJ);
+    }
+    const SolarCellParameters& p = element->parameters;
+    if (wp.dark)
+        return line +
+               FmtStr("%s< dark I-V of %i points (no cell parameters in the dark)", element->actie.IV.done);
+    auto value = [](int valid, int extrapolated, const std::string& text) {
+        if (!valid) return std::string("n/a");
+        return extrapolated ? text + " (extrapolated)" : text;
+    };
+    line += " Voc = " + value(p.VocValid, p.VocExtrapolated, FmtStr("%f[p4] V", p.Voc));
+    line += ", Jsc = " + value(p.JscValid, p.JscExtrapolated, FmtStr("%f[p3] mA/cm2", p.Jsc));
+    line += ", FF = " + value(p.FFValid, p.FFExtrapolated, FmtStr("%f[p2] %%", p.FF));
+    line += ", eta = " + value(p.etaValid, p.etaExtrapolated, FmtStr("%f[p2] %%", p.eta));
+    return line;
+}
+
+int RunMainJob(const std::string& definitionPath, std::string& summary) {
+    Simulate(SINGLE_SHOT);
+    const std::string stem = ResultStem(definitionPath);
+    const DataListElement* element = pointer_naar_huidige();
+    if (element && element->actie.IV.calculate && element->actie.IV.done > 0)
+        SaveResultFile(RESULT_IV, ResultPath(stem, "iv"));
+    if (WorkPointConvergenceFailure == 0) {
+        // The band diagram of the working point, on its own mesh.
+        CopyCalculationVariables(currentCalcVars, werkpuntcv);
+        Full_x_Dependence(currentCalcVars);
+        update_eb_panel(currentCalcVars, 1);
+        SaveResultFile(RESULT_EB, ResultPath(stem, "eb"));
+    }
+    summary = MainJobSummary(stem);
+    return lastCalculationResult == 0 ? 0 : 1;
+}
+
+} // namespace tervo

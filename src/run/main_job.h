@@ -1,0 +1,19 @@
+// The main job of a run without a screen: where a screen would wait for its user, the loaded cell is
+// simulated once with the loaded action list and its results are saved.
+#pragma once
+
+#include <string>
+
+namespace tervo {
+
+// One single shot of the session's cell; every curve that was calculated and the band diagram of
+// the working point are saved into the `results` folder of the home folder, named after the
+// definition file (`<name>.iv`, `<name>.eb`), and a one-line summary with Voc, Jsc, FF and eta is
+// returned in `summary`.  0 when the run reached its end; 1 when a stage failed.
+int RunMainJob(const std::string& definitionPath, std::string& summary);
+
+// The summary line of the present element of the result list (or of the working point without a
+// sweep).
+std::string MainJobSummary(const std::string& definitionName);
+
+} // namespace tervo
