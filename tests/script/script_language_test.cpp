@@ -1,0 +1,153 @@
+// The script language itself: taking a line apart, comments, the keyword tests of the command and
+// action tables, the forms of a value and of a target.
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "script/load_save_commands.h"
+#include "script/script_runner.h"
+#include "script/script_values.h"
+#include "script_test_home.h"
+
+namespace tervo::testing {
+namespace {
+
+TEST(ScriptTokenising, LinesArgumentsAndComments) {
+    std::string line = "  action\tworkingpoint.voltage   0.5   V  ";
+    std::string command, argument, value;
+    InterpretScriptLine(line, &command, &argument, &value);
+    EXPECT_EQ(command + "|" + argument + "|" + value, "action|workingpoint.voltage|0.5   V  ");
+    std::string alone = "calculate";
+    InterpretScriptLine(alone, &command, &argument, &value);
+    EXPECT_EQ(command + "|" + argument + "|" + value, "calculate||");
+
+    auto clean = [](std::string v) {
+        RemoveCommentsFromValue(v);
+        return v;
+    };
+    EXPECT_EQ(clean("file.def // my cell"), "file.def");
+    EXPECT_EQ(clean("..\\cells\\a.def"), ""); // a relative path upward cannot be written
+    EXPECT_EQ(clean("xvector[yvector[0]]"), "xvector[yvector[0]]"); // "]]" is no comment
+    EXPECT_EQ(clean("3 -- three"), "3");
+    EXPECT_EQ(clean("aa bb  "), "aa bb"); // doubled letters are text; trailing blanks go
+
+    std::string p1, p2, p3, p4;
+    InterpretScriptVariable("a.b..d.e", p1, p2, p3, p4);
+    EXPECT_EQ(p1 + "|" + p2 + "|" + p3 + "|" + p4, "a|b||d"); // the fifth part is dropped
+}
+
+TEST(ScriptTokenising, KeywordsMatchByPrefixInAnyCaseAndTableOrderDecides) {
+    const int set = ScriptCommandCode("set");
+    EXPECT_EQ(ScriptCommandWord(set), std::string("set"));
+    EXPECT_EQ(ScriptCommandCode("SET"), set);
+    EXPECT_EQ(ScriptCommandCode("settle"), set);
+    EXPECT_EQ(ScriptCommandWord(ScriptCommandCode("RunScript")), std::string("runscript"));
+    EXPECT_EQ(ScriptCommandWord(ScriptCommandCode("runsys")), std::string("run"));
+    EXPECT_EQ(ScriptCommandCode("//"), -1);
+
+    auto action = [](const std::string& argument) { return ActionKeywordWord(ActionKeywordCode(argument)); };
+    EXPECT_EQ(action("generationfromfile.attenuation"), "generationfromfile.attenuation");
+    EXPECT_EQ(action("generationfromfiles"), "generationfromfile");
+    EXPECT_EQ(action("darkness"), "dark");
+    EXPECT_EQ(action("IV.DOIV"), "iv.doiv");
+    EXPECT_EQ(action("iv.stopafterVoc"), "iv.stopafterVoc"); // not "iv.stopV"
+    EXPECT_EQ(action("cf.totalpoints"), "cf.total");
+    EXPECT_EQ(action("cf.points"), ""); // the per-decade count is named in full
+    EXPECT_EQ(action("initialworkpoint.temperature"), "");
+
+    std::vector<int> slots;
+    EXPECT_EQ(checkMathValue("xYw", 3, slots), 1);
+    EXPECT_EQ(slots, (std::vector<int>{0, 1, 5}));
+    EXPECT_EQ(checkMathValue("xa", 2, slots), 0);
+    EXPECT_EQ(checkMathValue("x", 2, slots), 0);
+}
+
+class ScriptValues : public ScriptHome {
+protected:
+    ScriptVariables s;
+    void SetUp() override {
+        ScriptHome::SetUp();
+        InitialiseScriptVariables(s);
+        s.svector[0] = {10, 11, 12};
+        s.svector[1] = {1.9, 7, 8, 9};
+        s.nvector[1] = 4;
+        s.sindex[1] = 2;
+        s.svalue[2] = -4.5;
+        s.looperror = 0.25;
+    }
+    double V(const std::string& text) { return ScriptValueToNumerical(text, s, "cmd " + text); }
+};
+
+TEST_F(ScriptValues, VariablesNumbersAndIndices) {
+    EXPECT_EQ(V("ZVALUE"), -4.5);
+    EXPECT_EQ(V("yindex"), 2);
+    EXPECT_EQ(V("xvector[last]"), 12);
+    EXPECT_EQ(V("xvector[yindex]"), 12);
+    EXPECT_EQ(V("xvector[yvector[0]]"), 11); // 1.9 truncated
+    EXPECT_EQ(V("yvector[nx]"), 9);
+    EXPECT_EQ(V("yvector[last-1]"), 9); // no expressions
+    EXPECT_EQ(V("maxiteration") + V("looperror"), 25.25);
+    EXPECT_EQ(V("2.5e3 V"), 2500);
+    EXPECT_EQ(V(""), -1.0);
+    EXPECT_TRUE(ReportedMessages().empty()) << AllMessages();
+
+    EXPECT_EQ(V("qvalue") + V("nq") + V("xvector[3]") + V("xvector[nx]") + V("volts"), -5.0);
+    EXPECT_EQ(Count("Error in interpreting value of Set or Math command", "Command line: cmd qvalue"), 1);
+    EXPECT_EQ(Count("Error in interpreting value of Set, Get or Math command", "Command line: cmd nq"), 1);
+    EXPECT_EQ(
+        Count("Error in interpreting value of Set or Math command",
+              "Command line: cmd xvector[3]\nIndex of scriptvariable xvector out of range\nIndex = 3; min "
+              "= 0; max = 2"),
+        1);
+    EXPECT_EQ(Count("Error in the interpretation of a vector-value",
+                    "Command line: cmd xvector[nx]\nvector-value not recognised: value = xvector[nx]"),
+              1);
+    EXPECT_EQ(Count("Error in the value of Set, Get or Math command",
+                    "Command line: cmd volts\nvalue not recognised: value = volts"),
+              1);
+}
+
+TEST_F(ScriptValues, TargetsStoreTruncateAppendPushAndRefuse) {
+    PostProcesValue(-2.7, "windex", s, "a");
+    EXPECT_EQ(s.sindex[5], -2);
+    PostProcesValue(5, "xvector[-1]", s, "a"); // appends
+    PostProcesValue(6, "xvector", s, "a");     // pushes at the front
+    PostProcesValue(7, "xvector[last]", s, "a");
+    EXPECT_EQ(s.svector[0], (std::vector<double>{6, 10, 11, 12, 7}));
+    EXPECT_EQ(s.nvector[0], 5);
+    PostProcesValue(4.9, "nz", s, "a");
+    EXPECT_EQ(s.svector[2], (std::vector<double>(4, 0.0)));
+    EXPECT_TRUE(ReportedMessages().empty()) << AllMessages();
+
+    const auto vectors = s.svector;
+    PostProcesValue(1, "qvalue", s, "characteristics.Voc");
+    PostProcesValue(1, "xvector[5]", s, "a");
+    PostProcesValue(1, "xvector[nx]", s, "a");
+    PostProcesValue(1, "volts", s, "a");
+    EXPECT_EQ(s.svector, vectors);
+    EXPECT_EQ(
+        Count("Error in interpreting value of Get command", "Command line: get characteristics.Voc qvalue"),
+        1);
+    EXPECT_EQ(
+        Count("Error in interpreting target of Get command",
+              "Command line: get a xvector[5]\nIndex of target xvector out of range\nIndex = 5; min = 0; "
+              "max = 4"),
+        1);
+    EXPECT_EQ(
+        Count("Error in the interpretation of a vector-value",
+              "Command line: get a xvector[nx]\nthe index of the target-vector is not recognised: value = "
+              "xvector[nx]"),
+        1);
+    EXPECT_EQ(Count("Error in the target of Get command",
+                    "Command line: get a volts\nTarget not recognised: target = volts"),
+              1);
+    PostProcesValue(-3, "loopcounter", s, "a");
+    EXPECT_EQ(s.loopcounter, -3); // stored all the same
+    EXPECT_EQ(
+        Count("Warning in the target value of Get command",
+              "Command line: get a loopcounter\na negative loopcounter parameter was passed: mode = -3"),
+        1);
+}
+
+} // namespace
+} // namespace tervo::testing

@@ -1,0 +1,83 @@
+// A fresh home folder for a script test, with the shipped spectrum and the session's settings at
+// their defaults, and helpers to write and run scripts and to look for messages.
+#pragma once
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "platform/files.h"
+#include "platform/messages.h"
+#include "run/action_list.h"
+#include "run/driver.h"
+#include "run/result_list.h"
+#include "run/startup.h"
+#include "run/work_point.h"
+#include "script/script_runner.h"
+
+namespace tervo::testing {
+
+namespace fs = std::filesystem;
+
+inline std::vector<std::string> Lines(const std::string& text) {
+    std::vector<std::string> lines;
+    std::stringstream in(text);
+    for (std::string line; std::getline(in, line);) lines.push_back(line);
+    return lines;
+}
+
+class ScriptHome : public ::testing::Test {
+protected:
+    fs::path home = fs::temp_directory_path() / ("tervo_script_" + std::to_string(::getpid()));
+
+    void SetUp() override {
+        fs::remove_all(home);
+        ASSERT_GE(SetTERVOHome(home.string()), 0);
+        fs::copy_file(fs::path(TERVO_SOURCE_DIR) / "home/spectrum/AM1_5G 1 sun.spe",
+                      home / "spectrum/AM1_5G 1 sun.spe");
+        ErrorMessageMode = 2;
+        ClearReportedMessages();
+        InitialiseScriptVariables(theScript);
+        ClearScriptGraph(theScript);
+        InitialiseActionPanel(actionPanel);
+        InitialiseWorkPoint(wp);
+        InitialiseWorkPoint(secondwp);
+        AllFilesFound = 1;
+    }
+    void TearDown() override { fs::remove_all(home); }
+
+    std::string In(const std::string& folder, const std::string& name) const {
+        return (home / folder / name).string();
+    }
+    static void Write(const std::string& path, const std::string& text) { std::ofstream(path) << text; }
+    static std::string Read(const std::string& path) {
+        std::stringstream s;
+        s << std::ifstream(path).rdbuf();
+        return s.str();
+    }
+
+    // Writes `text` as a script into the script folder and runs it by its bare name; 0 when it ran.
+    int Run(const std::string& text, const std::string& name = "test.script") const {
+        Write(In("script", name), text);
+        return RunScriptFile(name, 1);
+    }
+
+    // The number of messages with exactly this title and text.
+    static int Count(const std::string& title, const std::string& text) {
+        int n = 0;
+        for (const ReportedMessage& m : ReportedMessages()) n += m.title == title && m.text == text;
+        return n;
+    }
+    static std::string AllMessages() {
+        std::string all;
+        for (const ReportedMessage& m : ReportedMessages()) all += "[" + m.title + "] " + m.text + "\n";
+        return all;
+    }
+};
+
+} // namespace tervo::testing
