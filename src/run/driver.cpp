@@ -233,9 +233,8 @@ int calculate(const BatchRecord* batch, const CurveFitterRecord* curvefitter, in
         if (CreateCalculationVariables(cv, &gp, parameterset3, 1, metaPass) != 0) return -1;
         if (!bepaal_alfa(cv, gp)) return -1;
         CreateCalculationVariables(cv, &gp, parameterset3, 0, metaPass);
-        CalculateIncomingFluxes(gp, 0, 0);
-        CalculateFluxes(cv, gp, Generation_Mode);
-        CalculateGeneration(cv, gp);
+        // The state starts without light: with no incoming flux the generation is zero everywhere.
+        std::fill(gp.G.begin(), gp.G.end(), 0.0);
         cv.generation = &gp;
     }
     if (metaPass == 0) {

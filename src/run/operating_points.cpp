@@ -179,11 +179,16 @@ void volgende_schatting_TERVO20(CalculationVariables& cv, double V, double dV) {
 
 void ReturnToAKnownStartingPoint(CalculationVariables& cv, const CalculationVariables& stored,
                                  int regenerate) {
+    // The generation profile in use belongs to the mesh of the state left behind.  When the stored
+    // state lies on the same mesh it needs no new optical calculation, which is the costly part of a
+    // return (every wavelength of the spectrum through the whole stack).
+    const bool sameMesh = cv.mesh.n_points == stored.mesh.n_points &&
+                          std::equal(cv.mesh.x.begin(), cv.mesh.x.begin() + std::max(cv.mesh.n_points, 0),
+                                     stored.mesh.x.begin());
     if (&cv != &stored) CopyCalculationVariables(cv, stored);
     Full_x_Dependence(cv);
-    if (regenerate == 0) return;
-    // The stored state may lie on another mesh than the one left behind: the generation profile
-    // belongs to the mesh and is formed anew on it.
+    if (regenerate == 0 || sameMesh) return;
+    // The stored state lies on another mesh: the generation profile is formed anew on it.
     GenerationParameters& gp = cv.generation != nullptr ? *cv.generation : generatieparameters;
     if (Generation_Mode == 0) {
         CalculateFluxes(cv, gp, 0);

@@ -18,6 +18,7 @@
 #include "run/main_job.h"
 #include "run/problem.h"
 #include "run/work_point.h"
+#include "script/script_runner.h"
 #include "setup/generation.h"
 #include "setup/parameter_sets.h"
 
@@ -187,6 +188,10 @@ CommandLineFiles ParseCommandLine(std::string_view buffer) {
     return files;
 }
 
+namespace {
+int scriptResult = 0; // of the script of the command line: 0 ran, -1 could not be read
+} // namespace
+
 int ApplyCommandLineFiles(const CommandLineFiles& files) {
     int definition = 1;
     if (!files.def.empty()) definition = Laad_data_uit_file(files.def) == 0 ? 0 : -1;
@@ -208,11 +213,10 @@ int ApplyCommandLineFiles(const CommandLineFiles& files) {
     if (!files.gen.empty()) SetGenerationPath(FILETYPE_GENERATION, files.gen);
 
     // The readers of the other kinds are not part of this build: say so for each file named.
-    const std::array<std::pair<const std::string*, const char*>, 4> pending = {{
+    const std::array<std::pair<const std::string*, const char*>, 3> pending = {{
         {&files.all, "all-settings file"},
         {&files.batch, "batch-settings file"},
         {&files.record, "recorder-settings file"},
-        {&files.script, "script file"},
     }};
     for (const auto& [file, kind] : pending) {
         if (file->empty()) continue;
@@ -220,6 +224,9 @@ int ApplyCommandLineFiles(const CommandLineFiles& files) {
                           std::string("The ") + kind + " \"" + *file +
                               "\" cannot be applied yet in this build; it was passed over.");
     }
+    // The script runs last, with everything else of the command line in place.  Without a screen
+    // the process ends when the script ends.
+    scriptResult = files.script.empty() ? 0 : RunScriptFile(files.script, 1);
     return definition;
 }
 
@@ -692,6 +699,8 @@ int RunTervo(int argc, char** argv) {
         } else if (!saveDefinitionWanted && definition == -1) {
             status = 1; // the cell could not be loaded (reported)
         }
+    } else if (scriptResult != 0) {
+        status = 1; // the script could not be read (reported)
     }
     Terminate();
     return status;
