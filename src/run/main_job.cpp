@@ -28,9 +28,9 @@ std::string ResultPath(const std::string& stem, const char* extension) {
 
 } // namespace
 
-std::string MainJobSummary(const std::string& definitionName) {
+std::string MainJobSummary(const std::string& definitionName, const DataListElement* element) {
     std::string line = definitionName + ":";
-    const DataListElement* element = pointer_naar_huidige();
+    if (lastCalculationResult != 0 && !element) return line + " the calculation failed (see the messages)";
     if (!element || !element->actie.IV.calculate) {
         return line + FmtStr("%s< working point V = %f[p4] V, J = %f[e2p4] mA/cm2",
                              wp.voltage * zonnecel.signV, JWorkingPoint * zonnecel.signJ);
@@ -47,13 +47,17 @@ std::string MainJobSummary(const std::string& definitionName) {
     line += ", Jsc = " + value(p.JscValid, p.JscExtrapolated, FmtStr("%f[p3] mA/cm2", p.Jsc));
     line += ", FF = " + value(p.FFValid, p.FFExtrapolated, FmtStr("%f[p2] %%", p.FF));
     line += ", eta = " + value(p.etaValid, p.etaExtrapolated, FmtStr("%f[p2] %%", p.eta));
+    if (lastCalculationResult != 0) line += " (the calculation stopped early; see the messages)";
     return line;
 }
 
 int RunMainJob(const std::string& definitionPath, std::string& summary) {
+    const DataListElement* before = pointer_naar_huidige();
     Simulate(SINGLE_SHOT);
     const std::string stem = ResultStem(definitionPath);
+    // Only a curve of this run is saved: a run that failed before its sweeps made no new element.
     const DataListElement* element = pointer_naar_huidige();
+    if (element == before) element = nullptr;
     if (element && element->actie.IV.calculate && element->actie.IV.done > 0)
         SaveResultFile(RESULT_IV, ResultPath(stem, "iv"));
     if (WorkPointConvergenceFailure == 0) {
@@ -63,7 +67,7 @@ int RunMainJob(const std::string& definitionPath, std::string& summary) {
         update_eb_panel(currentCalcVars, 1);
         SaveResultFile(RESULT_EB, ResultPath(stem, "eb"));
     }
-    summary = MainJobSummary(stem);
+    summary = MainJobSummary(stem, element);
     return lastCalculationResult == 0 ? 0 : 1;
 }
 

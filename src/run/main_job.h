@@ -12,8 +12,10 @@ namespace tervo {
 // returned in `summary`.  0 when the run reached its end; 1 when a stage failed.
 int RunMainJob(const std::string& definitionPath, std::string& summary);
 
-// The summary line of the present element of the result list (or of the working point without a
-// sweep).
-std::string MainJobSummary(const std::string& definitionName);
+struct DataListElement;
+
+// The summary line of a run: the cell parameters of its element of the result list, the working
+// point when it made no sweep, or that it failed.
+std::string MainJobSummary(const std::string& definitionName, const DataListElement* element);
 
 } // namespace tervo
