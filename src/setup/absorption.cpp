@@ -9,6 +9,7 @@
 #include "platform/files.h"
 #include "platform/messages.h"
 #include "setup/spectrum.h"
+#include "solver/defects.h"
 
 namespace tervo {
 
@@ -147,6 +148,71 @@ int LayerOfPoint(const MeshBlock& mesh, int j) {
     for (int i = 0; i < mesh.number_of_layers; ++i)
         if (j >= mesh.first_point[At(i)] && j <= mesh.last_point[At(i)]) return i;
     return std::max(mesh.number_of_layers - 1, 0);
+}
+
+// Sub-gap absorption of the defect levels that hold optical capture data, at wavelength index k of
+// the spectrum, added to alpha L: an occupied level absorbs with its electron cross section (the
+// electron goes to the conduction band), an empty one with its hole cross section (an electron comes
+// from the valence band).  The samples of a distributed level count with their share of the energy
+// axis.  The last point of each layer adds none: the optical depth from the left takes each step's
+// absorption from its left point, so nothing is lost there; from the right the last step of each
+// layer carries the band absorption alone.
+void AddDefectAbsorption(const CalculationVariables& cv, int k, std::array<double, MAX_MESH_POINTS>& alpha) {
+    const CalculationParameters& P = *cv.parameters;
+    const RecombinationData& r = cv.recombination;
+    // Level records of an earlier mesh are refreshed by the next pass of the optical loop; until
+    // then the light sees the band absorption alone.
+    if (!RecdataMatchesMesh(cv)) return;
+    auto inRange = [k](const OpticalCaptureProperties& o) {
+        return o.count > 0 && k >= o.firstWavelength && k < o.firstWavelength + o.count &&
+               static_cast<int>(o.sigmas.size()) >= o.count;
+    };
+    for (size_t j = 0; j < At(MAX_LAYERS); ++j)
+        for (size_t d = 0; d < At(MAX_DEFECTS); ++d) {
+            const int n = r.n_energy_points[j][d];
+            for (size_t l = 0; l < At(MAX_LEVELS); ++l) {
+                const std::vector<RecLevelData>& samples = r.rec_levels[j][d][l];
+                if (samples.empty()) continue;
+                const BulkRecombinationParameters& level = P.srh[j][d][l];
+                const OpticalCaptureProperties& e = level.optCaptElectrons;
+                const OpticalCaptureProperties& h = level.optCaptHoles;
+                const bool withE = inRange(e), withH = inRange(h);
+                if (!withE && !withH) continue;
+                const double se = withE ? e.sigmas[At(k - e.firstWavelength)] : 0.0;
+                const double sh = withH ? h.sigmas[At(k - h.firstWavelength)] : 0.0;
+                const int type = P.srh[j][d][0].energy.type;
+                for (int m = 0; m < static_cast<int>(samples.size()); ++m) {
+                    const RecLevelData& s = samples[At(m)];
+                    const double w = TrapezoidWeight(r.axis[j][d], n, m, type);
+                    const size_t points = s.Nt.size();
+                    for (size_t q = 0; q + 1 < points; ++q)
+                        alpha[At(s.first) + q] += w * s.Nt[q] * (se * s.f_t[q] + sh * s.een_min_f_t[q]);
+                }
+            }
+        }
+}
+
+// The optical cross sections of the model for a level E0 (eV) from its band: 50 wavelengths from that
+// of the largest photon energy Emax to that of the threshold E0, cross section in m^2.
+void OpticalCaptureModel(OpticalCaptureProperties& o, double E0) {
+    if (!(E0 > 0) || !(o.Emax > 0)) {
+        AllocateOpticalCaptureProperties(o, 0);
+        return;
+    }
+    const double first = HC_OVER_Q_NM / o.Emax, last = HC_OVER_Q_NM / E0;
+    if (first > last) {
+        AllocateOpticalCaptureProperties(o, 0);
+        return;
+    }
+    constexpr int n = 50;
+    AllocateOpticalCaptureProperties(o, n);
+    const double prefactor = 9.3e-21 * o.EeffE0 * o.EeffE0 / (E0 * o.mStar * o.n);
+    for (int i = 0; i < n; ++i) {
+        const double l = first + (last - first) * i / (n - 1);
+        const double x = std::max((HC_OVER_Q_NM / l) / E0, 1.0);
+        o.wavelengths[At(i)] = l;
+        o.sigmas[At(i)] = prefactor * std::sqrt((x - 1) * (x - 1) * (x - 1)) / (x * x * x);
+    }
 }
 
 } // namespace
@@ -321,8 +387,7 @@ void CalculateFluxesEverywhere(CalculationVariables& cv, GenerationParameters& g
     for (int j = 0; j < n; ++j)
         alpha[At(j)] =
             (At(j) < gp.alfa.size() && At(k) < gp.alfa[At(j)].size()) ? gp.alfa[At(j)][At(k)] : 0.0;
-    // Band-to-band absorption only: optical capture by defects (impurity photovoltaic mode) adds its
-    // share to alpha here, at every point of a layer but its last; it is not part of this build yet.
+    AddDefectAbsorption(cv, k, alpha);
 
     // Optical depth from the left and from the right, alpha L times the normalised steps.
     const MeshBlock& mesh = cv.mesh;
@@ -478,6 +543,92 @@ double GenerationFileCurrent(const std::vector<double>& x, const std::vector<dou
         sum += G[At(i)] * 0.5 * (above - below);
     }
     return sum * Q_ELEM * 0.1; // A/m2 to mA/cm2
+}
+
+} // namespace tervo
+
+namespace tervo {
+
+// ---------------------------------------------------------------------------------------------------
+// Optical capture of defects.
+
+void ReadOpticalCaptureParameters(InputParameters& input) {
+    CellDefinition& cell = input.cellParas;
+    const int layers = std::clamp(cell.numberOfLayers, 0, MAX_LAYERS);
+    for (int j = 0; j < layers; ++j) {
+        LayerParameters& layer = cell.layer[At(j)];
+        const MaterialParameters& m = layer.material;
+        for (int d = 0; d < std::clamp(layer.srhteller, 0, MAX_DEFECTS); ++d) {
+            DefectLevels& levels = layer.srh[At(d)];
+            const int K = std::clamp(levels[0].numberOfLevels, 1, MAX_LEVELS);
+            for (int k = 0; k < K; ++k) {
+                BulkRecombinationParameters& level = levels[At(k)];
+                // Distance of the level to the valence band, at the left edge of the layer.
+                const double Eg = m.Eg.leftValue;
+                double Et = level.energy.Et;
+                if (levels[0].energy.reference == 1)
+                    Et += 0.5 * Eg + 0.5 * KT_300 * std::log(m.Nv.leftValue / m.Nc.leftValue);
+                else if (levels[0].energy.reference == 2)
+                    Et = Eg - Et;
+                for (const bool electrons : {true, false}) {
+                    OpticalCaptureProperties& o = electrons ? level.optCaptElectrons : level.optCaptHoles;
+                    if (o.fromFile == 0) {
+                        AllocateOpticalCaptureProperties(o, 0);
+                        continue;
+                    }
+                    if (o.fromModel != 0) {
+                        // Electrons leave the level for the conduction band, holes for the valence band.
+                        OpticalCaptureModel(o, electrons ? Eg - Et : Et);
+                        continue;
+                    }
+                    std::vector<double> x, y;
+                    const int count = lees_file(o.fileName, x, y, DATAFILE_OPTCAPT);
+                    if (count <= 0) {
+                        AllocateOpticalCaptureProperties(o, 0);
+                        continue;
+                    }
+                    SortTable(x, y);
+                    AllocateOpticalCaptureProperties(o, count);
+                    for (int i = 0; i < count; ++i) {
+                        o.wavelengths[At(i)] = x[At(i)];
+                        o.sigmas[At(i)] = y[At(i)];
+                    }
+                }
+            }
+        }
+    }
+}
+
+void InterpolateOpticalCaptureProperties(OpticalCaptureProperties& o, const double* wavelengths, int n) {
+    const int count =
+        std::min({o.count, static_cast<int>(o.wavelengths.size()), static_cast<int>(o.sigmas.size())});
+    if (count <= 0 || wavelengths == nullptr || n <= 0) {
+        AllocateOpticalCaptureProperties(o, 0);
+        o.firstWavelength = 0;
+        return;
+    }
+    const double lo = o.wavelengths[0], hi = o.wavelengths[At(count - 1)];
+    int first = -1, last = -2;
+    for (int k = 0; k < n; ++k) {
+        if (wavelengths[k] < lo || wavelengths[k] > hi) continue;
+        if (first < 0) first = k;
+        last = k;
+    }
+    if (first < 0) {
+        AllocateOpticalCaptureProperties(o, 0);
+        o.firstWavelength = 0;
+        return;
+    }
+    std::vector<double> sigmas(At(last - first + 1)), grid(At(last - first + 1));
+    for (int k = first; k <= last; ++k) {
+        grid[At(k - first)] = wavelengths[k];
+        sigmas[At(k - first)] =
+            LogInterpolateFromTable(wavelengths[k], o.wavelengths.data(), o.sigmas.data(), count);
+    }
+    o.wavelengths = std::move(grid);
+    o.sigmas = std::move(sigmas);
+    o.count = last - first + 1;
+    o.firstWavelength = first;
 }
 
 } // namespace tervo

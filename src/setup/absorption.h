@@ -7,7 +7,8 @@
 // mixture and combined geometrically.  The photon flux of every wavelength is then carried through the
 // stack by Beer-Lambert's law, with reflection at the far contact and internal reflection at the
 // front, and alpha times the flux summed over the wavelengths is the generation profile G(x).
-// Instead, G(x) can be read from a ".gen" file.
+// Instead, G(x) can be read from a ".gen" file.  Defect levels with optical capture data add sub-gap
+// absorption that depends on their occupation (impurity photovoltaic mode).
 //
 // All lengths on the mesh are normalised by L, alpha is stored both in /m (`alfa_us`) and as alpha L
 // (`alfa`); see generation.h for the normalisation of flux and generation.
@@ -91,6 +92,20 @@ int GetGenerationFromFile(const std::string& file, double attenuation, std::vect
 // them, normalised.  In the dark G is 0.  1, or 0 on failure (reported).
 int bereken_generatie_uit_file(CalculationVariables& cv, GenerationParameters& gp, int dark,
                                const std::string& file, double attenuation);
+
+// Optical capture data of the defects (impurity photovoltaic mode), file form.  For every level in
+// use and each carrier whose optical capture is switched on (from-file flag): the table of the model
+// when `fromModel` is set, else the ".opt" file (wavelength in nm, cross section in m^2), sorted by
+// wavelength.  The model gives for a level E0 from its band (the conduction band for electrons, the
+// valence band for holes) 50 wavelengths up to the threshold 1239.977/E0 with
+// sigma = 9.3e-21 (Eeff/E0)^2 / (E0 m*/m0 n) (x - 1)^(3/2) / x^3, x = hv/E0.  Carriers whose optical
+// capture is off lose their table.  A file that cannot be read is reported and leaves no table.
+void ReadOpticalCaptureParameters(InputParameters& input);
+
+// Reduces a table of optical cross sections to the wavelengths of the spectrum (n values, rising)
+// that lie within it, interpolated on the logarithm; `firstWavelength` becomes the index in the
+// spectrum of the first of them.  No table, no wavelengths or none inside the table leave no data.
+void InterpolateOpticalCaptureProperties(OpticalCaptureProperties& o, const double* wavelengths, int n);
 
 // The current that a generation profile stands for when every generated pair is collected, mA/cm2:
 // the sum of G (/m3 s) times the width of each point's interval (m), times q.

@@ -2,9 +2,12 @@
 
 #include <algorithm>
 #include <cmath>
+#include <memory>
 
 #include "cell/grading.h"
 #include "platform/messages.h"
+#include "setup/absorption.h"
+#include "solver/defects.h"
 
 namespace tervo {
 
@@ -297,10 +300,6 @@ double ThermionicFunction(double x) {
 
 void parameterset1_to_3(const InputParameters& source, CalculationParameters& target, double temperature,
                         const double* wavelengths, int nWavelengths) {
-    // Not used yet: reducing the optical capture cross sections of the levels to the wavelengths of
-    // the spectrum waits for the absorption code that does it.
-    (void)wavelengths;
-    (void)nWavelengths;
     const CellDefinition& cell = source.cellParas;
     const int n = LayersInUse(cell);
     const double tr = temperature / 300.0;
@@ -433,6 +432,9 @@ void parameterset1_to_3(const InputParameters& source, CalculationParameters& ta
                     *sigma /= rate;
                 for (double& sigma : t.optCaptElectrons.sigmas) sigma /= rate;
                 for (double& sigma : t.optCaptHoles.sigmas) sigma /= rate;
+                // The optical cross sections on the wavelengths of the spectrum in use.
+                InterpolateOpticalCaptureProperties(t.optCaptElectrons, wavelengths, nWavelengths);
+                InterpolateOpticalCaptureProperties(t.optCaptHoles, wavelengths, nWavelengths);
                 t.Lkar /= sc.length;
                 t.Nleft /= sc.density[I];
                 t.Nright /= sc.density[I];
@@ -644,15 +646,24 @@ int CreateCalculationVariables(CalculationVariables& cv, GenerationParameters* g
     cv.numberOfLayers = parameters.numberOfLayers;
     int result = 0;
     if (newMesh) result = bepaal_intervallen(cv);
-    // The recombination data belong to the mesh and are built anew for it.
+    // The recombination data belong to the mesh and are built anew for it; on a kept mesh the
+    // occupations and optical rates of the levels carry over.
+    const bool keep = !newMesh && RecdataMatchesMesh(cv);
+    auto old = std::make_unique<RecombinationData>();
+    if (keep) *old = cv.recombination;
     cv.recombination = RecombinationData{};
+    if (result == 0 && cv.mesh.n_points > 0) {
+        CreateRecdataStructures(cv, keep ? old.get() : nullptr);
+        CreateIFRecdataStructures(cv, keep ? old.get() : nullptr);
+    }
     return result;
 }
 
 void CopyCalculationVariables(CalculationVariables& to, const CalculationVariables& from) {
     if (&to == &from) return;
-    // Every member is a value or a non-owning pointer, so one assignment copies the solution, the
-    // mesh, the counters and the generation pointers and gives `to` its own recombination data.
+    // Every member is a value or a non-owning pointer, and the level records of the recombination data
+    // are held in vectors: one assignment copies the solution, the mesh, the counters and the
+    // generation pointers and gives `to` its own deep copy of the recombination data.
     to = from;
 }
 

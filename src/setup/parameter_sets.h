@@ -172,15 +172,103 @@ struct IfrDcTerms {
     PerInterface dRp_right_du_right{};
 };
 
+// Points of the energy axis of one distributed level.
+inline constexpr int MAX_ENERGY_POINTS = 100;
+
+// The sampling of a level's energy distribution: energies E[k] (eV, in the reference of the level)
+// and the steps dE[k] = |E[k+1] - E[k]| of the trapezoid rule.  A single level has one point and no
+// step.
+struct EnergyAxis {
+    std::array<double, MAX_ENERGY_POINTS> E{};
+    std::array<double, MAX_ENERGY_POINTS> dE{};
+};
+
+// One level of a bulk defect at one energy point of its distribution, on the points of its layer.
+// Every array has one entry per point of the layer: entry k belongs to mesh point `first` + k.
+// Densities are in units of N_j of the layer, rates and coefficients normalised as in the equations.
+struct RecLevelData {
+    int layer = 0;
+    int defect = 0;
+    int level = 0;           // index k of the level in the defect
+    int aard = 0;            // level type (`deflevTypeStrings`)
+    int n_levels = 1;        // number of levels K of the defect
+    int first = 0;           // mesh index of the first point of the layer
+    double E = 0;            // energy of this sample, eV, in the reference of the level
+    std::vector<double> Nt;  // density at this energy (per eV for a distribution)
+    std::vector<double> c_n; // capture coefficients vth sigma
+    std::vector<double> c_p;
+    std::vector<double> e_n; // thermal emission coefficients
+    std::vector<double> e_p;
+    // Occupation of the upper (one more electron) and the lower state of this level; 0.5 at creation.
+    std::vector<double> f_t;
+    std::vector<double> een_min_f_t;
+    // Optical emission rates of electrons to the conduction band and of holes to the valence band
+    // (impurity photovoltaic mode); 0 at creation.
+    std::vector<double> g_n_max;
+    std::vector<double> g_p_max;
+    // Values of the previous pass of the optical self-consistency loop.
+    std::vector<double> f_tOld;
+    std::vector<double> een_min_f_tOld;
+    std::vector<double> g_n_maxOld;
+    std::vector<double> g_p_maxOld;
+};
+
+// One interface defect at one energy point.  Densities of the trap-level equivalents are in units of
+// N_j of the side they belong to; `Nt` is a sheet density, /m^2 (per eV for a distribution).
+struct IfrLevelData {
+    int aard = 0; // 0 neutral, 1 acceptor, 2 donor
+    int interface = 0;
+    int defect = 0;
+    double Nt = 0;
+    double c_n_right = 0; // capture coefficients vth sigma of the two sides, normalised
+    double c_n_left = 0;
+    double c_p_right = 0;
+    double c_p_left = 0;
+    double n1_right = 0;
+    double n1_left = 0;
+    double p1_right = 0;
+    double p1_left = 0;
+    int tunnel_flag = 0;
+    double tunnel_mass_n = 1;
+    double tunnel_mass_p = 1;
+    // Enhancement of the capture rates by tunnelling from deeper in the layers; 0 without it.
+    double gamma_n_right = 0;
+    double gamma_n_left = 0;
+    double gamma_p_right = 0;
+    double gamma_p_left = 0;
+    double E_trap = 0; // eV above the valence band edge of the left side
+    double f_t = 0.5;  // share of occupied traps
+    double een_min_f_t = 0.5;
+};
+
 // Recombination data of bulk defects, interface defects and metastable pairs on the mesh of one
 // state: level records, occupations, and the per-point sums the equations read.  Everything of that
-// kind lives here, so that a state is copied, rebuilt or cleared as one piece.
+// kind lives here, so that a state is copied, rebuilt or cleared as one piece; all members are
+// values, so a copy of the record is a deep copy.
 struct RecombinationData {
     RecDcTerms dc;           // the total that the equations read
-    RecDcTerms dc_defects;   // the share of the bulk defects
+    RecDcTerms dc_defects;   // the share of the bulk defects (charge and SRH rate)
     RecDcTerms dc_radiative; // band-to-band radiative recombination
     RecDcTerms dc_auger;     // Auger recombination
     IfrDcTerms ifr;          // interface defects
+
+    // Bulk defects: rec_levels[layer][defect][level] holds one record per energy point; the number
+    // of points (1 for a single level, `defectdiscretisations` otherwise) is the same for all levels
+    // of a defect.  `axis` is the energy axis of the first level of each defect.
+    std::array<std::array<std::array<std::vector<RecLevelData>, MAX_LEVELS>, MAX_DEFECTS>, MAX_LAYERS>
+        rec_levels;
+    std::array<std::array<int, MAX_DEFECTS>, MAX_LAYERS> n_energy_points{};
+    std::array<std::array<EnergyAxis, MAX_DEFECTS>, MAX_LAYERS> axis{};
+    // Interface defects: ifr_levels[interface][defect], one record per energy point.
+    std::array<std::array<std::vector<IfrLevelData>, MAX_IFDEFECTS>, MAX_INTERFACES> ifr_levels;
+    std::array<std::array<int, MAX_IFDEFECTS>, MAX_INTERFACES> n_ifr_points{};
+    std::array<std::array<EnergyAxis, MAX_IFDEFECTS>, MAX_INTERFACES> ifr_axis{};
+
+    // The mesh and the parameters the level records were built for: after an adaptation of the mesh
+    // they are rebuilt before the next use.
+    int builtPoints = 0;
+    MeshArray builtX{};
+    const CalculationParameters* builtFor = nullptr;
 };
 
 // One solved state on one mesh.

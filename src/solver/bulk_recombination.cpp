@@ -1,7 +1,12 @@
 #include "solver/bulk_recombination.h"
 
 #include <algorithm>
+#include <cmath>
+#include <memory>
 
+#include "setup/absorption.h"
+#include "setup/generation.h"
+#include "solver/defects.h"
 #include "solver/discrete_equations.h"
 
 namespace tervo {
@@ -95,11 +100,23 @@ void rdcbijdrage_auger(CalculationVariables& cv, RecDcTerms& out) {
 
 int totale_rdcbijdrage_multilevel(CalculationVariables& cv) {
     const int n = Points(cv);
+    RefreshRecdataForMesh(cv);
     RecombinationData& r = cv.recombination;
     rec_dc_initialisatie(r.dc, n);
-    // Bulk defects add their terms to r.dc here, defect by defect, each summed over its energy axis;
-    // a negative result of a defect is returned at once.  No defect levels are built on the mesh yet,
-    // so the defect share is zero.
+    const int layers =
+        std::clamp(std::min(cv.parameters->numberOfLayers, cv.mesh.number_of_layers), 0, MAX_LAYERS);
+    std::unique_ptr<RecDcTerms> defect;
+    for (int j = 0; j < layers; ++j) {
+        for (int d = 0; d < MAX_DEFECTS; ++d) {
+            if (r.rec_levels[At(j)][At(d)][0].empty()) continue;
+            if (!defect) defect = std::make_unique<RecDcTerms>();
+            const int type = cv.parameters->srh[At(j)][At(d)][0].energy.type;
+            const int result =
+                rdcbijdrage_distributie_multilevel(cv, j, d, r.axis[At(j)][At(d)], type, *defect);
+            if (result < 0) return result;
+            tel_dc_termen_op(r.dc, *defect, r.dc, n);
+        }
+    }
     maal_dc_termen(1.0, r.dc, r.dc_defects, n);
     rdcbijdrage_radiative(cv, r.dc_radiative);
     rdcbijdrage_auger(cv, r.dc_auger);
@@ -108,25 +125,135 @@ int totale_rdcbijdrage_multilevel(CalculationVariables& cv) {
     return 1;
 }
 
+// ---------------------------------------------------------------------------------------------------
+// Impurity photovoltaic mode.
+
+namespace {
+
+// Calls f(level record, its optical capture data of electrons, of holes) for every level sample.
+template <typename F>
+void ForEachOpticalLevel(CalculationVariables& cv, F f) {
+    CalculationParameters& P = *cv.parameters;
+    for (int j = 0; j < MAX_LAYERS; ++j)
+        for (int d = 0; d < MAX_DEFECTS; ++d)
+            for (int k = 0; k < MAX_LEVELS; ++k) {
+                const BulkRecombinationParameters& level = P.srh[At(j)][At(d)][At(k)];
+                for (RecLevelData& data : cv.recombination.rec_levels[At(j)][At(d)][At(k)])
+                    f(data, level.optCaptElectrons, level.optCaptHoles);
+            }
+}
+
+bool HasData(const OpticalCaptureProperties& o) {
+    return o.count > 0 && static_cast<int>(o.sigmas.size()) >= o.count;
+}
+
+double RelativeChange(const std::vector<double>& before, const std::vector<double>& after) {
+    double change = 0;
+    for (size_t q = 0; q < after.size() && q < before.size(); ++q) {
+        const double d = std::fabs(before[q] - after[q]);
+        change = std::max(change, after[q] != 0.0 ? d / std::fabs(after[q]) : d);
+    }
+    return change;
+}
+
+} // namespace
+
+void CalculateGnpMax(CalculationVariables& cv, int count, int first, RecLevelData& data) {
+    std::fill(data.g_n_max.begin(), data.g_n_max.end(), 0.0);
+    std::fill(data.g_p_max.begin(), data.g_p_max.end(), 0.0);
+    if (cv.generation == nullptr || cv.parameters == nullptr) return;
+    const GenerationParameters& gp = *cv.generation;
+    const BulkRecombinationParameters& level =
+        cv.parameters->srh[At(data.layer)][At(data.defect)][At(data.level)];
+    const OpticalCaptureProperties& electrons = level.optCaptElectrons;
+    const OpticalCaptureProperties& holes = level.optCaptHoles;
+    const size_t points = data.g_n_max.size();
+    for (int l = first; l < first + count; ++l) {
+        if (l < 0 || l >= gp.numberOfWavelengths || gp.fluxPoints < data.first + static_cast<int>(points) ||
+            gp.flux.size() < FluxIndex(gp, l, gp.fluxPoints))
+            continue;
+        // A photon absorbed by an occupied level lifts its electron into the conduction band; one
+        // absorbed by an empty level lifts an electron from the valence band into it, a hole emitted.
+        const bool e = HasData(electrons) && l >= electrons.firstWavelength &&
+                       l < electrons.firstWavelength + electrons.count;
+        const bool h =
+            HasData(holes) && l >= holes.firstWavelength && l < holes.firstWavelength + holes.count;
+        if (!e && !h) continue;
+        const double sn = e ? electrons.sigmas[At(l - electrons.firstWavelength)] : 0.0;
+        const double sp = h ? holes.sigmas[At(l - holes.firstWavelength)] : 0.0;
+        for (size_t q = 0; q < points; ++q) {
+            const double phi = gp.flux[FluxIndex(gp, l, data.first + static_cast<int>(q))];
+            data.g_n_max[q] += phi * sn;
+            data.g_p_max[q] += phi * sp;
+        }
+    }
+}
+
 int IterateFt(CalculationVariables& cv) {
-    if (Generation_Mode != 0 || IPV_Mode != 1) {
+    if (Generation_Mode != 0 || IPV_Mode != 1 || cv.generation == nullptr || cv.parameters == nullptr) {
         cv.ft_iterations = 0;
         return 1;
     }
-    // The loop alternates defect occupation and the sub-gap absorption that the occupation causes,
-    // until the occupations and optical emission rates of all levels change by less than
-    // termination_Ft.  It covers the wavelengths that the optical spectra of the levels span; with no
-    // level holding optical capture data that range is empty, nothing changes, and the first pass
-    // ends the loop with the band-to-band generation as it is.
+    RefreshRecdataForMesh(cv);
+    GenerationParameters& gp = *cv.generation;
+    // The wavelengths that the optical spectra of the levels cover.
+    int first = gp.numberOfWavelengths - 1, last = 0;
+    ForEachOpticalLevel(
+        cv, [&](RecLevelData&, const OpticalCaptureProperties& e, const OpticalCaptureProperties& h) {
+            for (const OpticalCaptureProperties* o : {&e, &h}) {
+                if (!HasData(*o)) continue;
+                first = std::min(first, o->firstWavelength);
+                last = std::max(last, o->firstWavelength + o->count - 1);
+            }
+        });
+    first = std::max(first, 0);
+    last = std::min(last, gp.numberOfWavelengths - 1);
+    const int count = last - first + 1;
+
+    // The loop alternates the occupation of the levels under the present optical rates and the
+    // sub-gap absorption that this occupation causes, until occupations and optical rates of all
+    // levels change by less than termination_Ft.
     const ConvergenceParameters& settings = cv.parameters->convergence;
-    int count = 0;
+    const int layers =
+        std::clamp(std::min(cv.parameters->numberOfLayers, cv.mesh.number_of_layers), 0, MAX_LAYERS);
+    auto scratch = std::make_unique<RecDcTerms>();
+    int iterations = 0;
     double change = 1.0;
-    while (count < settings.maxiter_Ft && change > settings.termination_Ft) {
+    while (iterations < settings.maxiter_Ft && change > settings.termination_Ft) {
+        ForEachOpticalLevel(
+            cv, [](RecLevelData& data, const OpticalCaptureProperties&, const OpticalCaptureProperties&) {
+                data.f_tOld = data.f_t;
+                data.een_min_f_tOld = data.een_min_f_t;
+                data.g_n_maxOld = data.g_n_max;
+                data.g_p_maxOld = data.g_p_max;
+            });
+        for (int j = 0; j < layers; ++j)
+            for (int d = 0; d < MAX_DEFECTS; ++d) {
+                const int n = cv.recombination.n_energy_points[At(j)][At(d)];
+                for (int m = 0; m < n; ++m) rdcbijdrage_een_niveau_multilevel(cv, j, d, m, *scratch);
+            }
+        for (int l = first; l <= last; ++l) CalculateFluxesEverywhere(cv, gp, l, 0, Rfront);
         change = 0.0;
-        ++count;
+        ForEachOpticalLevel(
+            cv, [&](RecLevelData& data, const OpticalCaptureProperties&, const OpticalCaptureProperties&) {
+                CalculateGnpMax(cv, count, first, data);
+                change = std::max({change, RelativeChange(data.f_tOld, data.f_t),
+                                   RelativeChange(data.een_min_f_tOld, data.een_min_f_t),
+                                   RelativeChange(data.g_n_maxOld, data.g_n_max),
+                                   RelativeChange(data.g_p_maxOld, data.g_p_max)});
+            });
+        ++iterations;
     }
-    cv.ft_iterations = count;
-    return count < settings.maxiter_Ft ? 1 : 0;
+    CalculateGeneration(cv, gp);
+    ForEachOpticalLevel(
+        cv, [](RecLevelData& data, const OpticalCaptureProperties&, const OpticalCaptureProperties&) {
+            data.f_tOld.clear();
+            data.een_min_f_tOld.clear();
+            data.g_n_maxOld.clear();
+            data.g_p_maxOld.clear();
+        });
+    cv.ft_iterations = iterations;
+    return iterations < settings.maxiter_Ft ? 1 : 0;
 }
 
 } // namespace tervo

@@ -1,9 +1,9 @@
 // Recombination in the bulk of the layers and the charge that it holds: what the equations need at
 // every mesh point, with the derivatives by psi, u and v.
 //
-// Two band-to-band mechanisms are formed here: radiative recombination, B (np - ni^2), and Auger
-// recombination, (C_n n + C_p p)(np - ni^2).  Both hold no charge.  Defect (Shockley-Read-Hall)
-// recombination enters the same sums through `dc_defects`.
+// Three mechanisms are summed here: recombination through defect levels (Shockley-Read-Hall, with
+// the charge the defects hold; solver/defects), radiative recombination B (np - ni^2) and Auger
+// recombination (C_n n + C_p p)(np - ni^2).  The last two hold no charge.
 #pragma once
 
 #include "setup/parameter_sets.h"
@@ -20,13 +20,23 @@ void maal_dc_termen(double factor, const RecDcTerms& in, RecDcTerms& out, int n)
 void rdcbijdrage_radiative(CalculationVariables& cv, RecDcTerms& out);
 void rdcbijdrage_auger(CalculationVariables& cv, RecDcTerms& out);
 
-// All bulk terms of the present iterate into the state: `dc_defects`, `dc_radiative`, `dc_auger`
-// and their sum `dc`.  1, or a negative number when a defect routine fails.
+// All bulk terms of the present iterate into the state: `dc_defects` (charge in defects and their
+// recombination), `dc_radiative`, `dc_auger` and their sum `dc`.  The level records are rebuilt first
+// when the mesh has changed since they were made.  1, or a negative number when a defect routine
+// fails.
 int totale_rdcbijdrage_multilevel(CalculationVariables& cv);
+
+// The optical emission rates of one level sample from the fluxes of the generation record of `cv`
+// over `count` wavelengths from index `first`: g_n from the electron cross sections (occupied level
+// to conduction band), g_p from the hole cross sections (valence band to empty level).
+void CalculateGnpMax(CalculationVariables& cv, int count, int first, RecLevelData& data);
 
 // Self-consistency of defect occupation and sub-gap optical absorption (impurity photovoltaic
 // mode).  Active only with the internal optical model and IPV_Mode set; otherwise ft_iterations is
-// 0 and the result 1.  1 when converged within maxiter_Ft, else 0; sets ft_iterations.
+// 0 and the result 1.  Each pass sets the occupations under the present optical rates, carries the
+// light of the wavelengths the levels absorb through the cell with the absorption of the levels added,
+// and takes the optical rates from it.  Ends with the generation profile of that light.  1 when
+// converged within maxiter_Ft, else 0; sets ft_iterations.
 int IterateFt(CalculationVariables& cv);
 
 } // namespace tervo

@@ -1,7 +1,9 @@
 #include "solver/interface_recombination.h"
 
 #include <algorithm>
+#include <memory>
 
+#include "solver/defects.h"
 #include "solver/discrete_equations.h"
 
 namespace tervo {
@@ -73,7 +75,9 @@ void Combine(const IfrDcTerms& a, const IfrDcTerms& b, IfrDcTerms& out, int n_la
 
 double CurrentFactor(const CalculationVariables& cv, int layer) {
     const ScaleParameters& sc = cv.parameters->scale;
-    return sc.density[At(layer)] * sc.diffusion * Q_ELEM / sc.length * 0.1; // A/m2 -> mA/cm2
+    // The normalised exchange counts particles in +x for electrons and holes alike; the link currents
+    // are the conventional current density from the left contact to the right one, in mA/cm2.
+    return sc.density[At(layer)] * sc.diffusion * Q_ELEM / sc.length * -0.1;
 }
 
 } // namespace
@@ -94,15 +98,138 @@ void maal_ifrdcbijdrage(double factor, const IfrDcTerms& in, IfrDcTerms& out, in
     Combine(in, in, out, n_layers, n_points, [factor](double x, double) { return factor * x; });
 }
 
+void ifrdcbijdrage_een_niveau_tunnel(CalculationVariables& cv, IfrLevelData& data, IfrDcTerms& out,
+                                     int defect, int energy_index) {
+    (void)defect;
+    (void)energy_index;
+    const CalculationParameters& P = *cv.parameters;
+    const int j = data.interface;
+    const size_t J = At(j);
+    const size_t iL = At(cv.mesh.last_point[J]);
+    const size_t iR = At(cv.mesh.first_point[J + 1]);
+    // Capture by tunnelling from deeper in the layers would set the four enhancement factors here;
+    // without a tunnelling model they stay 0 and the rates are the plain two-sided ones.
+    const double EL = cv.exp_psi[iL] * P.Nc_eff[iL], ER = cv.exp_psi[iR] * P.Nc_eff[iR];
+    const double FL = cv.exp_min_psi[iL] * P.Nv_eff[iL], FR = cv.exp_min_psi[iR] * P.Nv_eff[iR];
+    const double nL = (cv.a_n + cv.u[iL]) * EL, nR = (cv.a_n + cv.u[iR]) * ER;
+    const double pL = (cv.a_p + cv.v[iL]) * FL, pR = (cv.a_p + cv.v[iR]) * FR;
+    const double cnL = (1 + data.gamma_n_left) * data.c_n_left,
+                 cnR = (1 + data.gamma_n_right) * data.c_n_right;
+    const double cpL = (1 + data.gamma_p_left) * data.c_p_left,
+                 cpR = (1 + data.gamma_p_right) * data.c_p_right;
+    const double n1L = data.n1_left, n1R = data.n1_right, p1L = data.p1_left, p1R = data.p1_right;
+
+    // The trap exchanges electrons and holes with both sides: A is the rate at which an empty trap
+    // is filled, B that at which a full one is emptied, f = A / (A + B).
+    const double D = (p1R + pR) * cpR + (p1L + pL) * cpL + (n1R + nR) * cnR + (n1L + nL) * cnL;
+    const double A = p1R * cpR + nR * cnR + p1L * cpL + nL * cnL;
+    const double B = pR * cpR + n1R * cnR + pL * cpL + n1L * cnL;
+    const double f = A / D, g = B / D; // occupied, empty
+    data.f_t = f;
+    data.een_min_f_t = g;
+    const double Nt = data.Nt;
+
+    const double q = Q_ELEM;
+    if (data.aard == 1) {
+        out.sigma[J] = -q * Nt * f;
+    } else if (data.aard == 2) {
+        out.sigma[J] = q * Nt * g;
+    } else {
+        out.sigma[J] = 0;
+    }
+    out.dsigma_dpsi[J] = (data.aard == 1 || data.aard == 2)
+                             ? ((pR * cpR + pL * cpL) * A + (nR * cnR + nL * cnL) * B) * Nt * (-q) / (D * D)
+                             : 0.0;
+
+    // Net capture rates of each carrier from each side, normalised as rates per volume times the
+    // length of a box: by N L of the side.
+    const double kL = 1.0 / (P.scale.density[J] * P.scale.length);
+    const double kR = 1.0 / (P.scale.density[J + 1] * P.scale.length);
+    out.Rn_left[J] =
+        ((pR * nL - p1R * n1L) * cpR + (pL * nL - p1L * n1L) * cpL + (n1R * nL - nR * n1L) * cnR) * Nt *
+        data.c_n_left * kL / D;
+    out.Rn_right[J] =
+        ((pR * nR - p1R * n1R) * cpR + (pL * nR - p1L * n1R) * cpL + (n1L * nR - nL * n1R) * cnL) * Nt *
+        data.c_n_right * kR / D;
+    out.Rp_left[J] =
+        ((nR * pL - n1R * p1L) * cnR + (nL * pL - n1L * p1L) * cnL + (p1R * pL - pR * p1L) * cpR) * Nt *
+        data.c_p_left * kL / D;
+    out.Rp_right[J] =
+        ((nR * pR - n1R * p1R) * cnR + (nL * pR - n1L * p1R) * cnL + (p1L * pR - pL * p1R) * cpL) * Nt *
+        data.c_p_right * kR / D;
+    out.Rn_left_tunnel[J] = (1 + data.gamma_n_left) * out.Rn_left[J];
+    out.Rn_right_tunnel[J] = (1 + data.gamma_n_right) * out.Rn_right[J];
+    out.Rp_left_tunnel[J] = (1 + data.gamma_p_left) * out.Rp_left[J];
+    out.Rp_right_tunnel[J] = (1 + data.gamma_p_right) * out.Rp_right[J];
+
+    const double tnL = n1L + nL, tnR = n1R + nR, tpL = p1L + pL, tpR = p1R + pR;
+    out.dRn_left_du_left[J] = EL * (1 - tnL * cnL / D) * g * Nt * cnL * kL;
+    out.dRn_left_du_right[J] = -ER * (cnR / D) * tnL * g * Nt * cnL * kL;
+    out.dRn_left_dv_left[J] = FL * tnL * f * Nt * cpL * cnL * kL / D;
+    out.dRn_left_dv_right[J] = FR * tnL * f * Nt * cpR * cnL * kL / D;
+    out.dRn_right_du_right[J] = (1 + data.gamma_n_right) * ER * (1 - tnR * cnR / D) * g * Nt * cnR * kR;
+    out.dRn_right_du_left[J] = -(1 + data.gamma_n_right) * EL * (cnL / D) * tnR * g * Nt * cnR * kR;
+    out.dRn_right_dv_left[J] = FL * tnR * f * Nt * cpL * cnR * kR / D;
+    out.dRn_right_dv_right[J] = FR * tnR * f * Nt * cpR * cnR * kR / D;
+    out.dRp_left_dv_left[J] = FL * (1 - tpL * cpL / D) * f * Nt * cpL * kL;
+    out.dRp_left_dv_right[J] = -FR * (cpR / D) * tpL * f * Nt * cpL * kL;
+    // More electrons fill the trap and so raise its hole capture: these cross derivatives are
+    // positive, like those of the electron rates by v.
+    out.dRp_left_du_left[J] = EL * tpL * g * Nt * cnL * cpL * kL / D;
+    out.dRp_left_du_right[J] = ER * tpL * g * Nt * cnR * cpL * kL / D;
+    out.dRp_right_dv_right[J] = FR * (1 - tpR * cpR / D) * f * Nt * cpR * kR;
+    out.dRp_right_dv_left[J] = -FL * (cpL / D) * tpR * f * Nt * cpR * kR;
+    out.dRp_right_du_left[J] = EL * tpR * g * Nt * cnL * cpR * kR / D;
+    out.dRp_right_du_right[J] = ER * tpR * g * Nt * cnR * cpR * kR / D;
+}
+
+void ifrdcbijdrage_distributie(CalculationVariables& cv, int interface, int defect, IfrDcTerms& out) {
+    const int layers = cv.mesh.number_of_layers;
+    const int points = cv.mesh.n_points;
+    ifr_dc_initialisatie(out, layers, points);
+    RecombinationData& r = cv.recombination;
+    std::vector<IfrLevelData>& samples = r.ifr_levels[At(interface)][At(defect)];
+    const int n = std::min(r.n_ifr_points[At(interface)][At(defect)], static_cast<int>(samples.size()));
+    if (n <= 0) return;
+    const int type = cv.parameters->interfaceDefect[At(interface)][At(defect)].energy.type;
+    if (type == EDIST_SINGLE) {
+        ifrdcbijdrage_een_niveau_tunnel(cv, samples[0], out, defect, 0);
+        return;
+    }
+    // Trapezoid rule over the energy axis; the fields of other interfaces stay 0.
+    const EnergyAxis& axis = r.ifr_axis[At(interface)][At(defect)];
+    auto previous = std::make_unique<IfrDcTerms>();
+    auto current = std::make_unique<IfrDcTerms>();
+    ifrdcbijdrage_een_niveau_tunnel(cv, samples[0], *previous, defect, 0);
+    for (int m = 1; m < n; ++m) {
+        ifrdcbijdrage_een_niveau_tunnel(cv, samples[At(m)], *current, defect, m);
+        const double w = axis.dE[At(m - 1)] / 2;
+        const auto O = InterfaceFields(out);
+        const auto A = InterfaceFields(static_cast<const IfrDcTerms&>(*previous));
+        const auto B = InterfaceFields(static_cast<const IfrDcTerms&>(*current));
+        for (size_t k = 0; k < O.size(); ++k)
+            (*O[k])[At(interface)] += ((*A[k])[At(interface)] + (*B[k])[At(interface)]) * w;
+        std::swap(previous, current);
+    }
+}
+
 void totale_ifrdcbijdrage(CalculationVariables& cv) {
     const int layers = cv.mesh.number_of_layers;
     const int n = cv.mesh.n_points;
-    IfrDcTerms& ifr = cv.recombination.ifr;
+    RefreshRecdataForMesh(cv);
+    RecombinationData& r = cv.recombination;
+    IfrDcTerms& ifr = r.ifr;
     ifr_dc_initialisatie(ifr, layers, n);
-    // Interface defects add their charge, rates and tunnel currents to ifr here, defect by defect,
-    // each summed over its energy axis.  No interface defect levels are built yet: an interface
-    // without defects leaves every field 0, and the rows of its two points carry the thermionic
-    // exchange alone.
+    std::unique_ptr<IfrDcTerms> defect;
+    for (size_t j = 0; j < Interfaces(layers); ++j)
+        for (int d = 0; d < MAX_IFDEFECTS; ++d) {
+            if (r.ifr_levels[j][At(d)].empty()) continue;
+            if (!defect) defect = std::make_unique<IfrDcTerms>();
+            ifrdcbijdrage_distributie(cv, static_cast<int>(j), d, *defect);
+            tel_ifrdcbijdragen_op(ifr, *defect, ifr, layers, n);
+        }
+    // Tunnel currents of capture by tunnelling, spread over the links they pass; without tunnelling
+    // they are 0.
     for (size_t i = 0; i + 1 < Points(n); ++i) {
         cv.jn_tun[i] += ifr.jn_tun[i];
         cv.jp_tun[i] += ifr.jp_tun[i];

@@ -4,7 +4,9 @@
 // Carriers cross an interface by thermionic emission; the exchange enters the rows of the first and
 // last point of the two layers (solver/discrete_equations) with the velocities of the normalised
 // parameters.  Interface defects add a sheet charge and four net rates per interface (electrons and
-// holes, from the left and from the right), collected in the record `ifr` of the state.
+// holes, from the left and from the right), collected in the record `ifr` of the state.  A trap at
+// the interface captures and emits carriers of both sides, so its occupation follows from the balance
+// of all eight capture and emission processes; the net rates of each side are what that side loses.
 #pragma once
 
 #include "setup/parameter_sets.h"
@@ -18,8 +20,18 @@ void tel_ifrdcbijdragen_op(const IfrDcTerms& a, const IfrDcTerms& b, IfrDcTerms&
                            int n_points);
 void maal_ifrdcbijdrage(double factor, const IfrDcTerms& in, IfrDcTerms& out, int n_layers, int n_points);
 
+// The terms of one interface defect sample `data` at the present iterate into the fields of its
+// interface in `out`: the sheet charge (C/m^2) with its derivative by psi, the net capture rates of
+// electrons and holes from the left and the right side (normalised by N L of that side) with their
+// derivatives by u and v at both interface points, and the same rates with their tunnelling
+// enhancement.  The occupation is stored in `data`.
+void ifrdcbijdrage_een_niveau_tunnel(CalculationVariables& cv, IfrLevelData& data, IfrDcTerms& out,
+                                     int defect, int energy_index);
+// One interface defect summed over its energy axis (trapezoid rule); `out` is overwritten.
+void ifrdcbijdrage_distributie(CalculationVariables& cv, int interface, int defect, IfrDcTerms& out);
+
 // All interface terms of the present iterate into `cv.recombination.ifr`, and their tunnel currents
-// added to those of the state.
+// added to those of the state.  The level records are rebuilt first when the mesh has changed.
 void totale_ifrdcbijdrage(CalculationVariables& cv);
 
 // Thermionic current over interface j (between layers j and j+1) of the present state, mA/cm2, in

@@ -1,0 +1,141 @@
+// Optical capture by defects (impurity photovoltaic mode): cross-section tables from files and from
+// the model, the sub-gap absorption of the levels in the photon flux, and IterateFt, checked by the
+// balance of absorbed photons against the optical transitions they drive.
+#include "solver/bulk_recombination.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <random>
+
+#include "defect_cells.h"
+#include "run/driver.h"
+#include "run/operating_points.h"
+#include "setup/absorption.h"
+#include "solver/discrete_equations.h"
+
+namespace tervo {
+namespace {
+
+using namespace defect_test;
+constexpr double kHc = 1239.977; // eV nm
+
+// A p-type layer with an acceptor 0.8 eV above the valence band: empty, it takes electrons from the
+// valence band under sub-gap light (its hole cross section), and its hole capture returns them.
+InputParameters IpvCell(double Nt) {
+    InputParameters in = EmptyCell(1);
+    const Material m;
+    SetLayer(in.cellParas.layer[0], m, 2e-6, 0, 1e22);
+    AddDefect(in.cellParas.layer[0], DEFECT_ACCEPTOR, 1, Nt, 1e-19, 1e-19, {0.8, 0, 0, 0});
+    in.cellParas.leftContact.Fi_m = in.cellParas.rightContact.Fi_m = WorkFunctionForHoles(m, 1e22);
+    return in;
+}
+
+TEST(OpticalCapture, TablesComeFromFilesOrFromTheModelWithTheThresholdOfTheRightBand) {
+    const auto folder =
+        std::filesystem::temp_directory_path() / ("tervo_opt_" + std::to_string(std::random_device{}()));
+    std::filesystem::create_directories(folder);
+    std::ofstream(folder / "holes.opt") << "2000 3e-21\n1000 1e-21\n";
+    InputParameters in = IpvCell(1e21);
+    BulkRecombinationParameters& level = in.cellParas.layer[0].srh[0][0];
+    level.optCaptHoles.fromFile = 1;
+    level.optCaptHoles.fileName = (folder / "holes.opt").string();
+    OpticalCaptureProperties& e = level.optCaptElectrons;
+    e.fromFile = e.fromModel = 1;
+    e.Emax = 2;
+    ReadOpticalCaptureParameters(in);
+    std::filesystem::remove_all(folder);
+    EXPECT_EQ(level.optCaptHoles.wavelengths, (std::vector<double>{1000, 2000})) << "sorted";
+    EXPECT_EQ(level.optCaptHoles.sigmas, (std::vector<double>{1e-21, 3e-21}));
+    // Electrons leave for the conduction band, 0.32 eV away: nothing at or beyond 1239.977/0.32 nm,
+    // the most at twice the threshold energy, 9.3e-21 / (E0 m* n) / 8 m^2 there.
+    ASSERT_EQ(e.count, 50);
+    EXPECT_NEAR(e.wavelengths.front(), kHc / 2.0, 1e-9);
+    EXPECT_NEAR(e.wavelengths.back(), kHc / 0.32, 1e-9);
+    EXPECT_EQ(e.sigmas.back(), 0.0);
+    const size_t peak =
+        At(static_cast<int>(std::max_element(e.sigmas.begin(), e.sigmas.end()) - e.sigmas.begin()));
+    EXPECT_NEAR(kHc / e.wavelengths[peak] / 0.32, 2.0, 0.1);
+    EXPECT_NEAR(e.sigmas[peak] / (9.3e-21 / (0.32 * e.mStar * e.n) / 8), 1.0, 0.01);
+    // Holes in the model see the valence band, 0.8 eV away; optical capture switched off drops the table.
+    level.optCaptHoles.fromModel = 1;
+    level.optCaptHoles.Emax = 2;
+    e.fromFile = 0;
+    ReadOpticalCaptureParameters(in);
+    EXPECT_NEAR(level.optCaptHoles.wavelengths.back(), kHc / 0.8, 1e-9);
+    EXPECT_EQ(e.count, 0);
+}
+
+// The cell under light of 1500 nm (below the gap, above the 1550 nm threshold of the hole transition)
+// with hole cross section sigma, in equilibrium; the table is reduced to the spectrum on normalising.
+struct Ipv {
+    std::unique_ptr<Device> d;
+    std::vector<double> lambda{900, 1500};
+    double sigma = 1e-17, Nt = 1e22;
+    explicit Ipv(double photons) {
+        InputParameters in = IpvCell(Nt);
+        OpticalCaptureProperties& h = in.cellParas.layer[0].srh[0][0].optCaptHoles;
+        AllocateOpticalCaptureProperties(h, 2);
+        h.fromFile = 1;
+        h.wavelengths = {1000, 2000};
+        h.sigmas = {sigma, sigma};
+        d = Build(in, lambda.data(), 2);
+        GenerationParameters& gp = *d->light;
+        gp.numberOfWavelengths = 2;
+        gp.lambda = lambda;
+        gp.incomingFlux_us = {0, photons};
+        gp.leftFilter = gp.rightFilter = {0, 0};
+        EXPECT_EQ(bepaal_alfa(*d->cv, gp), 1);
+        equilibrium(*d->cv);
+        EXPECT_EQ(CONVERGENTIEFALING, 0);
+        CalculateFluxes(*d->cv, gp, 0, 0.0);
+    }
+    double Flux(int i) const { // photons per m^2 s at 1500 nm
+        return d->light->flux[FluxIndex(*d->light, 1, i)] * d->N(0) * d->P->scale.diffusion /
+               d->P->scale.length;
+    }
+    const RecLevelData& Level() const { return d->cv->recombination.rec_levels[0][0][0][0]; }
+};
+
+TEST(OpticalCapture, EmptyLevelsAttenuateSubGapLightByTheirHoleCrossSection) {
+    const Ipv s(1e21);
+    ASSERT_EQ(s.d->P->srh[0][0][0].optCaptHoles.firstWavelength, 1) << "900 nm lies outside the table";
+    ASSERT_LT(s.Level().f_t[0], 1e-6) << "the level lies far above the Fermi level";
+    EXPECT_EQ(s.d->light->alfa[0][1], 0.0) << "no band-to-band absorption below the gap";
+    const double alpha = s.sigma * s.Nt * s.Level().een_min_f_t[0];
+    for (const int i : {s.d->points() / 3, s.d->points() - 1})
+        EXPECT_NEAR(s.Flux(i) / s.Flux(0), std::exp(-alpha * s.d->cv->mesh.x_m[At(i)]), 1e-6);
+}
+
+TEST(OpticalCapture, SelfConsistentOccupationAbsorbsAsManyPhotonsAsItMakesTransitions) {
+    // Light strong enough that filling the level by light competes with its hole capture: the
+    // occupation, and with it the absorption, depends on the light.
+    const int savedIpv = IPV_Mode, savedGeneration = Generation_Mode;
+    IPV_Mode = 1;
+    Generation_Mode = 0;
+    Ipv s(3e25);
+    CalculationVariables& cv = *s.d->cv;
+    const int converged = IterateFt(cv);
+    IPV_Mode = savedIpv;
+    Generation_Mode = savedGeneration;
+    EXPECT_EQ(converged, 1);
+    EXPECT_GE(cv.ft_iterations, 3) << "occupation and light had to settle together";
+    const RecLevelData& L = s.Level();
+    const int last = s.d->points() - 1;
+    EXPECT_GT(L.f_t[0], 0.5) << "the light fills most of the level";
+    EXPECT_GT(L.f_t[0], L.f_t[At(last - 1)]) << "more at the front, in stronger light";
+    const double toRate = s.d->rate(1.0, 0) / s.d->N(0); // normalised rate per trap -> /s
+    EXPECT_NEAR(L.g_p_max[0] * toRate / (s.Flux(0) * s.sigma), 1.0, 1e-9);
+    EXPECT_EQ(L.g_n_max[0], 0.0) << "no electron cross section";
+    // Photons lost over the layer against the transitions g_p Nt (1 - f) they drive.
+    auto local = [&](int i) { return L.g_p_max[At(i)] * toRate * s.Nt * L.een_min_f_t[At(i)]; };
+    double transitions = local(last - 1) * (cv.mesh.x_m[At(last)] - cv.mesh.x_m[At(last - 1)]);
+    for (int i = 0; i + 1 < last; ++i)
+        transitions += 0.5 * (local(i) + local(i + 1)) * (cv.mesh.x_m[At(i + 1)] - cv.mesh.x_m[At(i)]);
+    EXPECT_NEAR(transitions / (s.Flux(0) - s.Flux(last)), 1.0, 2e-3);
+}
+
+} // namespace
+} // namespace tervo
