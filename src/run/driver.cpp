@@ -225,6 +225,7 @@ int calculate(const BatchRecord* batch, const CurveFitterRecord* curvefitter, in
     // The problem on its mesh, with the light of the working point.
     if (!fromPrevious) {
         if (!PrepareIllumination(gp, wp)) return -1;
+        if (IPV_Mode) ReadOpticalCaptureParameters(parameterset1);
         parameterset1_to_3(parameterset1, parameterset3, wp.temperature, gp.lambda.data(),
                            gp.numberOfWavelengths);
         InitialiseCalculationVariables(cv);
