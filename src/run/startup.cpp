@@ -17,6 +17,7 @@
 #include "run/driver.h"
 #include "run/main_job.h"
 #include "run/problem.h"
+#include "run/result_files.h"
 #include "run/work_point.h"
 #include "script/script_runner.h"
 #include "setup/generation.h"
@@ -505,13 +506,20 @@ IlluminationText IlluminationMessage(GraphPanel panel, int dark, int side, doubl
 // Start and end of the process
 
 void Initialise() {
+    // The script defaults are set with messages held in the log, so that nothing of this step
+    // reaches a screen.
+    ErrorMessageMode = 2;
     QuitScriptMode = 0;
+    InitialiseScriptVariables(theScript);
     // Messages go to the screen (standard error) from here on; a log of an earlier session of
     // this process is closed, so that the next logged message opens it afresh.
     CloseErrorLog();
     ErrorMessageMode = 0;
     ErrorMessageNumber = 0;
     ErrorHandlingSetting = 0;
+    ActionListMode = 0;
+    InitialiseDiagnostics();
+    InitialiseActionPanel(actionPanel);
     commandLineFiles = CommandLineFiles{};
     for (auto& text : illuminationTexts) text = IlluminationText{};
 
