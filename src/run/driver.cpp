@@ -12,6 +12,7 @@
 #include "run/extraction.h"
 #include "run/iv_sweep.h"
 #include "run/operating_points.h"
+#include "run/qe_sweep.h"
 #include "run/result_list.h"
 #include "run/startup.h"
 #include "run/work_point.h"
@@ -323,7 +324,20 @@ int calculate(const BatchRecord* batch, const CurveFitterRecord* curvefitter, in
         if (result != 1) return -1;
         if (DataListElement* element = pointer_naar_huidige()) element->actie.IV.done = actie.IV.done;
     }
-    // C-V, C-f and QE arrive with their sweeps.
+    // C-V and C-f arrive with the small-signal solver.
+    if (actie.QE.calculate) {
+        // From the stored working point, on its mesh, with its light.
+        if (Pause(0) != 1) return -1;
+        CopyCalculationVariables(cv, werkpuntcv);
+        Full_x_Dependence(cv);
+        if (Generation_Mode == 0 && !bepaal_alfa(cv, gp)) return -1;
+        if (!ComputeGeneration(cv, gp, wp)) return -1;
+        onder_belichting(cv);
+        update_eb_panel(cv, 0);
+        calcqe(cv, actie);
+        if (QEConvergenceFailure)
+            TERVOErrorMessage("Calculating quantum efficiency...", "Convergence failure");
+    }
     workpointFromPreviousBatch = 0;
     return 0;
 }

@@ -60,6 +60,8 @@ int RunMainJob(const std::string& definitionPath, std::string& summary) {
     if (element == before) element = nullptr;
     if (element && element->actie.IV.calculate && element->actie.IV.done > 0)
         SaveResultFile(RESULT_IV, ResultPath(stem, "iv"));
+    if (element && element->actie.QE.calculate && element->actie.QE.done > 0)
+        SaveResultFile(RESULT_QE, ResultPath(stem, "qe"));
     if (WorkPointConvergenceFailure == 0) {
         // The band diagram of the working point, on its own mesh.
         CopyCalculationVariables(currentCalcVars, werkpuntcv);

@@ -1,0 +1,341 @@
+// The quantum efficiency at the working point.  Cells without bulk recombination and with small
+// minority velocities at the contacts collect every absorbed photon whatever the light, so their
+// response is linear: the QE is the absorbed share of the probe, it does not depend on the bias
+// light or on how the probe is measured out, and weighted with the photon flux of the spectrum it
+// adds up to the short-circuit current.  Each cell runs through the main job (light I-V at the
+// working point); the QE sweep then starts from the stored working point as the driver does.
+#include "run/qe_sweep.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <random>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "platform/messages.h"
+#include "run/driver.h"
+#include "run/extraction.h"
+#include "run/operating_points.h"
+#include "run/result_list.h"
+#include "run/startup.h"
+#include "run/work_point.h"
+#include "script/curve_helpers.h"
+#include "setup/absorption.h"
+#include "setup/generation.h"
+#include "setup/spectrum.h"
+#include "solver/discrete_equations.h"
+
+namespace tervo {
+namespace {
+
+namespace fs = std::filesystem;
+
+const fs::path kSource = TERVO_SOURCE_DIR;
+constexpr double kGap = 1.5;                       // eV, both cells
+const double kGapWavelength = 1239.977 / kGap;     // 826.65 nm
+constexpr double kPhotonCurrent = 1.602e-19 * 0.1; // mA/cm2 per photon per m2 and second
+
+size_t At(int i) {
+    return static_cast<size_t>(i);
+}
+
+// A p-n homojunction lit from the n side (right): p base, n emitter, absorption
+// alpha = A sqrt(hv - Eg) (/m), no recombination but at the contacts, where the minority carriers
+// are held back (1e-3 m/s) and the majority carriers pass freely.
+std::string Cell(const char* base, const char* emitter, const char* A, const std::string& convergence = "") {
+    auto layer = [A](const char* name, const char* d, const char* Nd, const char* Na) {
+        return std::string("layer\n\nname : ") + name + "\nd : " + d +
+               "\nv_th_n : 1e5\nv_th_p : 1e5\neps : 13\nchi : 4.0\nEg : 1.5\nNc : 1e24\nNv : 1e25\n"
+               "mu_n : 0.01\nmu_p : 0.004\nK_rad : 0\nc_n_auger : 0\nc_p_auger : 0\nNd(uniform) : " +
+               Nd + "\nNa(uniform) : " + Na +
+               "\nabsorptionmodel pure A material (y=0) : coefficients A and B\nA : " + A +
+               "\nB : 0\nabsorption pure B material (y=1), model : coefficients A and B\n"
+               "pure B material (y=1), A : " +
+               A + "\npure B material (y=1), B : 0\n\n";
+    };
+    return "convergence\n\n" + convergence + "\nback contact\n\nflatband : 1\nSn : 1e-3\nSp : 1e5\n\n" +
+           layer("base", base, "0", "1e22") + layer("emitter", emitter, "1e24", "0") +
+           "front contact\n\nflatband : 1\nSn : 1e5\nSp : 1e-3\n\nworking point\n\nilluminated from : right\n"
+           "internal Rfront : 0\n";
+}
+
+// 2 µm that absorb part of the light: the QE falls from about 90 % in the blue to 0 at the gap.
+std::string LinearCell(const std::string& convergence = "") {
+    return Cell("1.5e-6", "0.5e-6", "1e6", convergence);
+}
+// 6 µm that absorb every photon above the gap.
+std::string ThickCell() {
+    return Cell("5e-6", "1e-6", "1e9");
+}
+
+// The light I-V at 0 V around the short circuit, under the shipped spectrum or a generation file.
+std::string Action(bool dark, const std::string& generationFile = "") {
+    std::string a =
+        "Temperature : 300\nVoltage : 0\nNumber of points : 5\ndark : " + std::to_string(dark ? 1 : 0) +
+        "\nspectrum file :AM1_5G 1 sun.spe\nIV_startV : -0.1\nIV_stopV : 0.1\nIV_points : 5\n"
+        "IV_calculate : 1\n";
+    a += generationFile.empty() ? "generation from file : 0\n"
+                                : "generation from file : 1\ngeneration file :" + generationFile + "\n";
+    return a;
+}
+
+class QESweep : public ::testing::Test {
+protected:
+    fs::path home;
+
+    void SetUp() override {
+        std::random_device random;
+        home = fs::temp_directory_path() / ("tervo_qe_sweep_" + std::to_string(random()));
+        fs::create_directories(home / "spectrum");
+        fs::create_directories(home / "generation");
+        fs::copy_file(kSource / "home/spectrum/AM1_5G 1 sun.spe", home / "spectrum/AM1_5G 1 sun.spe");
+        ClearReportedMessages();
+        wis_alles();
+    }
+    void TearDown() override {
+        wis_alles();
+        Generation_Mode = 0;
+        generatieparameters.QEmode = 1;
+        generatieparameters.incidentPower = 10;
+        generatieparameters.numberOfPhotons = 1e19;
+        std::error_code ec;
+        fs::remove_all(home, ec);
+    }
+
+    // The cell simulated once from the command line (equilibrium, short circuit, working point and
+    // the light I-V), with the state of the run kept for the QE request.
+    void Run(const std::string& cell, const std::string& action) {
+        std::ofstream(home / "cell.def") << cell;
+        std::ofstream(home / "run.act") << action;
+        const std::string def = (home / "cell.def").string(), act = (home / "run.act").string();
+        const char* argv[] = {"tervo", def.c_str(), act.c_str()};
+        ASSERT_GE(SetTERVOHome(home.string()), 0);
+        Initialise();
+        ErrorMessageMode = 0;
+        ProcessCommandLine(3, argv);
+        wis_alles();
+        Simulate(SINGLE_SHOT);
+        ASSERT_EQ(lastCalculationResult, 0);
+        ASSERT_NE(pointer_naar_huidige(), nullptr);
+    }
+
+    // The stored working point on its mesh with the generation of its light, solved: where the
+    // simulation driver hands over to the QE sweep.
+    void PrepareWorkingPoint() {
+        CalculationVariables& cv = currentCalcVars;
+        CopyCalculationVariables(cv, werkpuntcv);
+        Full_x_Dependence(cv);
+        GenerationParameters& gp = generatieparameters;
+        if (Generation_Mode == 0) {
+            bepaal_alfa(cv, gp);
+            CalculateIncomingFluxes(gp, PHOTON_FLUX_CONSTANT, 0);
+            CalculateFluxes(cv, gp, 0);
+            CalculateGeneration(cv, gp);
+        } else {
+            EXPECT_EQ(bereken_generatie_uit_file(cv, gp, wp.dark, wp.generationFile, wp.attenuation), 1);
+        }
+        onder_belichting(cv);
+        EXPECT_EQ(CONVERGENTIEFALING, 0);
+        update_eb_panel(cv, 0);
+    }
+
+    const DataListElement& Sweep(double start, double stop, int points) {
+        actie.QE = {1, start, stop, points, 0};
+        calcqe(currentCalcVars, actie);
+        DataListElement& e = *pointer_naar_huidige();
+        EXPECT_EQ(e.actie.QE.done, actie.QE.done);
+        return e;
+    }
+
+    const DataListElement& QE(double start, double stop, int points) {
+        PrepareWorkingPoint();
+        return Sweep(start, stop, points);
+    }
+
+    // QE in % at the given wavelengths, one sweep.
+    std::vector<double> QEAt(double start, double stop, int points) {
+        const DataListElement& e = QE(start, stop, points);
+        EXPECT_EQ(e.actie.QE.done, points);
+        EXPECT_EQ(QEConvergenceFailure, 0);
+        return e.qe;
+    }
+};
+
+TEST_F(QESweep, TheFluxWeightedQEOfALinearCellIsItsShortCircuitCurrent) {
+    Run(LinearCell(), Action(false));
+    const double Jsc = pointer_naar_huidige()->parameters.Jsc;
+    ASSERT_GT(Jsc, 5.0);
+
+    // The QE up to just below the gap; above it nothing is absorbed.
+    const double stop = 826.6;
+    const int points = 30;
+    const DataListElement& e = QE(280, stop, points);
+    ASSERT_EQ(e.actie.QE.done, points);
+    ASSERT_EQ(e.qe_as.size(), At(points));
+    EXPECT_EQ(e.qe_as.front(), 280);
+    EXPECT_EQ(e.qe_as.back(), stop);
+    for (int i = 0; i < points; ++i) EXPECT_DOUBLE_EQ(e.hv_as[At(i)], 1239.977 / e.qe_as[At(i)]);
+    // Partial absorption: the QE falls towards the gap.
+    EXPECT_GT(e.qe[At(points / 4)], 60);
+    EXPECT_LT(e.qe.back(), 10);
+    EXPECT_GT(e.qe[At(points / 4)], e.qe[At(3 * points / 4)] + 20);
+
+    // q times the photons of every line of the shipped spectrum below the gap times the QE there.
+    std::ifstream in(kSource / "home/spectrum/AM1_5G 1 sun.spe");
+    double J = 0;
+    for (std::string line; std::getline(in, line);) {
+        std::istringstream words(line);
+        double lambda = 0, power = 0;
+        if (!(words >> lambda >> power) || lambda > stop) continue;
+        const double photons = power * lambda * PHOTON_FLUX_CONSTANT;
+        J += photons * MathInterpolate(e.qe.data(), lambda, e.qe_as.data(), points) / 100 * kPhotonCurrent;
+    }
+    // (Straight lines between wavelengths 19 nm apart miss a little of the square-root rise of the
+    // absorption above the gap: some 0.4 % here.)
+    EXPECT_NEAR(J / Jsc, 1.0, 0.01) << "J from QE " << J << ", Jsc " << Jsc;
+
+    EXPECT_TRUE(ReportedMessages().empty());
+}
+
+TEST_F(QESweep, AThickAbsorberCollectsEveryPhotonAboveTheGapAndNoneBelow) {
+    Run(ThickCell(), Action(false));
+    const std::vector<double> above = QEAt(400, kGapWavelength - 0.5, 8);
+    for (size_t i = 0; i < above.size(); ++i) EXPECT_NEAR(above[i], 100, 1) << i;
+    const std::vector<double> below = QEAt(kGapWavelength + 1, 1200, 2);
+    for (const double qe : below) EXPECT_NEAR(qe, 0, 1e-3);
+}
+
+TEST_F(QESweep, ForALinearCellNeitherTheBiasLightNorTheProbeModeChangesTheQE) {
+    Run(LinearCell(), Action(false));
+    const std::vector<double> reference = QEAt(450, 750, 2);
+
+    // A constant probe power: at 10 W/m2 the photon flux grows with the wavelength
+    // (2.3e19 and 3.8e19 per m2 and second here), and the QE per photon stays.
+    generatieparameters.QEmode = 0;
+    generatieparameters.incidentPower = 10;
+    const std::vector<double> power = QEAt(450, 750, 2);
+    generatieparameters.QEmode = 1;
+    for (size_t i = 0; i < 2; ++i) EXPECT_NEAR(power[i] / reference[i], 1, 1e-3) << i;
+    // A probe of other strength gives the same.
+    generatieparameters.numberOfPhotons = 5e19;
+    const std::vector<double> strong = QEAt(450, 750, 2);
+    generatieparameters.numberOfPhotons = 1e19;
+    for (size_t i = 0; i < 2; ++i) EXPECT_NEAR(strong[i] / reference[i], 1, 1e-3) << i;
+
+    // The same QE around the dark state, where the probe is the only light.
+    wis_alles();
+    Run(LinearCell(), Action(true));
+    EXPECT_EQ(JWorkingPoint, 0);
+    const std::vector<double> dark = QEAt(450, 750, 2);
+    for (size_t i = 0; i < 2; ++i) EXPECT_NEAR(dark[i] / reference[i], 1, 1e-3) << i;
+}
+
+TEST_F(QESweep, UnderAGenerationFileTheProbeIsAddedAndTakenAwayAgain) {
+    Run(LinearCell(), Action(false));
+    const std::vector<double> reference = QEAt(450, 750, 2);
+
+    wis_alles();
+    std::ofstream(home / "generation/uniform.gen") << "x (um)\tG (/m3s)\n0\t6e26\n5\t6e26\n";
+    Run(LinearCell(), Action(false, "uniform.gen"));
+    ASSERT_EQ(Generation_Mode, 1);
+    const std::vector<double> file = QEAt(450, 750, 2);
+    for (size_t i = 0; i < 2; ++i) EXPECT_NEAR(file[i] / reference[i], 1, 1e-3) << i;
+
+    // The bias record holds the file's profile on the final mesh, without any probe in it.
+    CalculationVariables& cv = currentCalcVars;
+    EXPECT_EQ(cv.generation, &generatieparameters) << "the state reads the bias light again";
+    EXPECT_EQ(cv.monochromatic, nullptr);
+    EXPECT_EQ(cv.illumination, nullptr);
+    auto fresh = std::make_unique<GenerationParameters>();
+    ASSERT_EQ(bereken_generatie_uit_file(cv, *fresh, 0, wp.generationFile, wp.attenuation), 1);
+    for (int j = 0; j < cv.mesh.n_points; ++j)
+        EXPECT_NEAR(generatieparameters.G[At(j)], fresh->G[At(j)], 1e-12 * fresh->G[At(j)]) << j;
+}
+
+TEST_F(QESweep, AWavelengthThatDoesNotConvergeCutsTheCurve) {
+    Run(LinearCell(), Action(false));
+    ConvergenceParameters& c = currentCalcVars.parameters->convergence;
+    const int maxiter = c.maxiter;
+    auto expectEmpty = [](const DataListElement& e) {
+        EXPECT_EQ(QEConvergenceFailure, 1);
+        EXPECT_EQ(e.actie.QE.done, 0);
+        EXPECT_EQ(e.actie.QE.points, 3);
+        EXPECT_EQ(e.qe_as, std::vector<double>(3, 0.0));
+        EXPECT_EQ(e.qe, std::vector<double>(3, 0.0));
+    };
+
+    // No solve can end within one pass: the first wavelength fails and there is no curve.
+    PrepareWorkingPoint();
+    c.maxiter = 1;
+    ClearReportedMessages();
+    expectEmpty(Sweep(500, 600, 3));
+    c.maxiter = maxiter;
+    ASSERT_EQ(ReportedMessages().size(), 1u);
+    EXPECT_EQ(ReportedMessages()[0].title, "While calculating QE...");
+    EXPECT_EQ(ReportedMessages()[0].text,
+              "Convergence failure at lambda = 500.00 nm.\nNo QE calculation was done");
+
+    // Two passes: light below the gap changes nothing and is solved at once, a wavelength that is
+    // absorbed needs more; the curve keeps the first wavelength.
+    PrepareWorkingPoint();
+    c.maxiter = 2;
+    ClearReportedMessages();
+    const DataListElement& cut = Sweep(1000, 400, 3);
+    c.maxiter = maxiter;
+    EXPECT_EQ(QEConvergenceFailure, 1);
+    ASSERT_EQ(cut.actie.QE.done, 1);
+    EXPECT_EQ(cut.qe_as, (std::vector<double>{1000, 0, 0}));
+    EXPECT_EQ(cut.hv_as, (std::vector<double>{1.239977, 0, 0}));
+    EXPECT_NEAR(cut.qe[0], 0, 1e-3);
+    ASSERT_EQ(ReportedMessages().size(), 1u);
+    EXPECT_EQ(ReportedMessages()[0].text,
+              "Convergence failure at lambda = 700.00 nm.\nQE calculation cut at lambda = 1000.00 nm.");
+
+    // A state that did not converge runs no wavelength.
+    PrepareWorkingPoint();
+    currentCalcVars.iteration_count = -1;
+    ClearReportedMessages();
+    expectEmpty(Sweep(500, 600, 3));
+    EXPECT_TRUE(ReportedMessages().empty());
+}
+
+TEST(QESpectra, WavelengthsMergeOnceAndFluxesAddUpAtExactlyEqualWavelengths) {
+    auto spectrum = std::make_unique<GenerationParameters>();
+    auto mono = std::make_unique<GenerationParameters>();
+    auto total = std::make_unique<GenerationParameters>();
+    spectrum->lambda = {300, 400, 500};
+    spectrum->incomingFlux_us = {1, 2, 3};
+    spectrum->numberOfWavelengths = 3;
+    // A probe from 500 nm down to 450 nm: one wavelength shared with the spectrum.
+    mono->lambda = {500, 450};
+    mono->incomingFlux_us = {10, 20};
+    mono->watt_lambda = {0, 0};
+    mono->numberOfWavelengths = 2;
+
+    AddSpectra(*spectrum, *mono, *total);
+    EXPECT_EQ(total->numberOfWavelengths, 4);
+    EXPECT_EQ(total->lambda, (std::vector<double>{300, 400, 450, 500}));
+    AddIncomingFluxes(*spectrum, *mono, *total);
+    EXPECT_EQ(total->incomingFlux_us, (std::vector<double>{1, 2, 20, 13}));
+
+    // Power goes to the entry of exactly that wavelength, and comes off again to nothing.
+    AddPower(*mono, 450, 5);
+    AddPower(*mono, 450.0000001, 7);
+    EXPECT_EQ(mono->watt_lambda, (std::vector<double>{0, 5}));
+    AddPower(*mono, 450, -5);
+    EXPECT_EQ(mono->watt_lambda, (std::vector<double>{0, 0}));
+
+    // Two empty lists give an empty sum.
+    auto none = std::make_unique<GenerationParameters>();
+    AddSpectra(*none, *none, *total);
+    EXPECT_EQ(total->numberOfWavelengths, 0);
+    EXPECT_TRUE(total->lambda.empty());
+}
+
+} // namespace
+} // namespace tervo
