@@ -240,6 +240,27 @@ void IVBlock(std::string& text, const DataListElement& e) {
     Blank(text);
 }
 
+constexpr int QE_COLUMNS = 3;
+
+void QEBlock(std::string& text, const DataListElement& e) {
+    ComposeOutputHeader(text, &e, HEADER_QE, 1, 0);
+    Line(text, FmtStr("%s<  lambda(nm)\t      QE(%%)\tphoton energy (eV)"));
+    Blank(text);
+    const int points = std::max(e.actie.QE.points, 0);
+    const int done = std::min(std::max(e.actie.QE.done, 0), points);
+    for (int i = 0; i < points; ++i) {
+        if (i >= done || At(i) >= e.qe_as.size()) {
+            FillerRow(text, QE_COLUMNS);
+            continue;
+        }
+        Line(text, FmtStr("%s< %f[w12p6]\t %f[w14p6e2]\t%f[w12p6]", Value(e.qe_as, i), Value(e.qe, i),
+                          Value(e.hv_as, i)));
+    }
+    Blank(text);
+    Blank(text);
+    Blank(text);
+}
+
 } // namespace
 
 int ComposeOutputHeader(std::string& text, const DataListElement* element, int kind, int withBatchInfo,
@@ -337,6 +358,20 @@ int iv_naar_file(int mode, TextFile* file) {
     return Emit(mode, file, text);
 }
 
+int qe_naar_file(int mode, TextFile* file) {
+    auto hasCurve = [](const DataListElement& e) { return e.actie.QE.calculate != 0; };
+    if (std::none_of(resultList.begin(), resultList.end(), hasCurve)) {
+        TERVOErrorMessage("Function Save or Show",
+                          "No QE calculation is made yet: nothing to save or to show !");
+        return -1;
+    }
+    if (!KnownMode(mode)) return -1;
+    std::string text;
+    for (const DataListElement& e : resultList)
+        if (hasCurve(e)) QEBlock(text, e);
+    return Emit(mode, file, text);
+}
+
 int eb_naar_file(int mode, TextFile* file, CalculationVariables& cv) {
     if (cv.parameters == nullptr || cv.mesh.n_points < 1) {
         TERVOErrorMessage("Function Save or Show Energy Bands",
@@ -377,15 +412,12 @@ int eb_naar_file(int mode, TextFile* file, CalculationVariables& cv) {
     else
         G.assign(At(n), 0.0);
 
-    // Per point: the layer's density scale and the factor that turns a normalised rate times a
-    // normalised length into A/m2.
-    std::vector<double> N(At(n), 0.0), f(At(n), 0.0);
+    // Per point: the layer's density scale.
+    std::vector<double> N(At(n), 0.0);
     for (int j = 0; j < layers; ++j) {
         const double Nj = P.scale.density[At(j)];
-        for (int k = cv.mesh.first_point[At(j)]; k <= std::min(cv.mesh.last_point[At(j)], n - 1); ++k) {
+        for (int k = cv.mesh.first_point[At(j)]; k <= std::min(cv.mesh.last_point[At(j)], n - 1); ++k)
             N[At(k)] = Nj;
-            f[At(k)] = Nj * D0 * Q_ELEM / L;
-        }
     }
 
     // Interfaces: the net rates at both sides as currents in mA/cm2, each with the scale of its
@@ -433,27 +465,15 @@ int eb_naar_file(int mode, TextFile* file, CalculationVariables& cv) {
         }
     }
 
-    // Cumulative recombination from the left: the minority current of the left contact, the bulk
-    // rate of each point over half of its two neighbouring intervals, the interface recombination
-    // at the first point of each later layer, and at the end the minority current of the right
-    // contact.  From the right: the same sum read the other way.
+    // Cumulative recombination, written with the sign of the terminal current: in the dark the value
+    // from the left at the last point and the value from the right at the first point are both the
+    // jtot of the state (see CumulativeRecombination for the terms and the rule of signs).
+    const auto balance = std::make_unique<RecombinationBalance>();
+    CumulativeRecombination(cv, *balance);
     std::vector<double> RecLR(At(n), 0.0), RecRL(At(n), 0.0);
-    if (n >= 2) {
-        const int leftCode = P.dopingSignLeft[0];
-        const int rightCode = P.dopingSignRight[At(std::max(layers - 1, 0))];
-        const double minorityLeft = leftCode == 1 ? currents->j_n[0] : currents->j_p[0];
-        const double minorityRight = rightCode == 1 ? currents->j_n[At(n - 1)] : currents->j_p[At(n - 1)];
-        double sum = minorityLeft;
-        for (int i = 0; i < n; ++i) {
-            const int lo = std::max(i - 1, 0);
-            const int hi = std::min(i + 1, n - 1);
-            sum += dc.R[At(i)] * f[At(i)] * (x[At(hi)] - x[At(lo)]) * 0.05;
-            for (int j = 1; j < layers; ++j)
-                if (i == cv.mesh.first_point[At(j)]) sum += interfaces[At(j - 1)].js;
-            if (i == n - 1) sum += minorityRight;
-            RecLR[At(i)] = sum;
-        }
-        for (int i = 0; i < n; ++i) RecRL[At(i)] = minorityRight + RecLR[At(n - 1)] - RecLR[At(i)];
+    for (int i = 0; i < n; ++i) {
+        RecLR[At(i)] = Signed(balance->fromLeft[At(i)], balance->sign * zonnecel.signJ);
+        RecRL[At(i)] = Signed(balance->fromRight[At(i)], balance->sign * zonnecel.signJ);
     }
 
     const double signJ = zonnecel.signJ;
@@ -510,8 +530,16 @@ int eb_naar_file(int mode, TextFile* file, CalculationVariables& cv) {
 }
 
 int SaveResultFile(ResultFileKind kind, const std::string& path) {
-    const int filetype = kind == RESULT_IV ? FILETYPE_IV : FILETYPE_EB;
-    const char* extension = kind == RESULT_IV ? "iv" : "eb";
+    const bool generation = kind == RESULT_GEN || kind == RESULT_OCC;
+    const int filetype = generation          ? FILETYPE_GENERATION_RESULT
+                         : kind == RESULT_IV ? FILETYPE_IV
+                         : kind == RESULT_QE ? FILETYPE_QE
+                                             : FILETYPE_EB;
+    const char* extension = kind == RESULT_GEN   ? "gen"
+                            : kind == RESULT_OCC ? "occ"
+                            : kind == RESULT_IV  ? "iv"
+                            : kind == RESULT_QE  ? "qe"
+                                                 : "eb";
     std::string full;
     CheckTERVOPaths(&full, nullptr, path, filetype);
     if (full.empty()) {
@@ -528,10 +556,189 @@ int SaveResultFile(ResultFileKind kind, const std::string& path) {
                                                           IoErrorText(file.lastError)));
         return -1;
     }
-    const int result = kind == RESULT_IV ? iv_naar_file(OUTPUT_TO_OPEN_FILE, &file)
-                                         : eb_naar_file(OUTPUT_TO_OPEN_FILE, &file, currentCalcVars);
+    const int result = generation
+                           ? gen_naar_file(OUTPUT_TO_OPEN_FILE, &file, currentCalcVars,
+                                           kind == RESULT_OCC ? GENFILE_OCCUPATION : GENFILE_GENERATION)
+                       : kind == RESULT_IV ? iv_naar_file(OUTPUT_TO_OPEN_FILE, &file)
+                       : kind == RESULT_QE ? qe_naar_file(OUTPUT_TO_OPEN_FILE, &file)
+                                           : eb_naar_file(OUTPUT_TO_OPEN_FILE, &file, currentCalcVars);
     CloseFile(file);
     return result;
+}
+
+// ---------------------------------------------------------------------------------------------------
+// Generation-recombination and occupation files.
+
+namespace {
+
+const char* const GENERATION_TITLE = "Function Save or Show Genreration/Recombination";
+
+// A row of a table for the sheet: every cell followed by a tab.
+void TitleRow(std::string& text, const std::vector<std::string>& titles) {
+    std::string row;
+    for (const std::string& title : titles) {
+        row += title;
+        row += '\t';
+    }
+    Line(text, row);
+}
+
+void Cell(std::string& row, double value) {
+    Fmt(row, "%s[a]<%f[w16p8e2]\t", value + 0.0);
+}
+
+void MissingCell(std::string& row) {
+    row += MISSING_CELL;
+    row += '\t';
+}
+
+// Whether mesh point i lies in the part of the mesh that a column of `count` values from `first`
+// covers.
+bool Covers(int first, size_t count, int i) {
+    return i >= first && At(i - first) < count;
+}
+
+void GenerationLegend(std::string& text) {
+    Line(text,
+         "Geh\tDirect band-to-band excitation of electron-hole pairs by light (this equals zero in dark)");
+    Line(text,
+         "All following properties are split up per layer, per defect in this layer and per charge state in "
+         "this defect");
+    Line(text, "(first index = layer, second index = mechanism, third index = defectlevel (0 is the most "
+               "positively charged and hence the closest to the valence band))");
+    Line(text, "(IPV = Impurity Photovoltaic Effect)\n");
+    Line(text, "IPV Gn\tGros IPV electron effect: direct optical excitation from defect to conduction band");
+    Line(text, "net Gn\tnet electron generation: IPV Gn + thermal generation - thermal recombination");
+    Line(text,
+         "Gnth\tthermal electron generation (thermal emission of electron from defect to conduction band)");
+    Line(text, "Rnth\thermal electron recombination (capture by defect of conduction band electron)");
+    Line(text, "IPV Gp\tGros IPV hole effect: direct optical excitation from defect to valence band");
+    Line(text, "net Gp\tnet hole generation: IPV Gp + thermal generation - thermal recombination");
+    Line(text, "Gpth\tthermal hole generation (thermal emission of hole from defect to valence band)");
+    Line(text, "Rpth\thermal hole recombination (capture by defect of valence band hole)");
+}
+
+void OccupationLegend(std::string& text) {
+    Line(text,
+         "All following properties are split up per layer and per defect in this layer, per charge state in "
+         "this defect and per energy if there is an energydistribution");
+    Line(text,
+         "(first index = layer, second index = mechanism, third index = defectlevel (0 is the most "
+         "positively charged and hence the closest to the valence band)), fourth index = energy sub-level");
+    Line(text, "The charge state of the energylevel is given as well\n\n\n");
+}
+
+// The table of Calc_Generation: position, band-to-band generation, recombination by mechanism, and
+// per defect level the eight electron and hole terms (net, optical, thermal emission, capture).
+void GenerationTable(const CalculationVariables& cv, std::string& text) {
+    const auto g = std::make_unique<GenerationRecombinationProfiles>();
+    Calc_Generation(cv, *g);
+    std::vector<std::string> titles{"x (µm)",
+                                    "Geh (#/cm3.s)",
+                                    "Total recombination (#/cm3.s)",
+                                    "SRH recombination (#/cm3.s)",
+                                    "Radiative recombination (#/cm3.s)",
+                                    "Auger recombination (#/cm3.s)"};
+    static constexpr const char* LEVEL_TITLES[] = {"net Gn", "IPV Gn", "Gnth", "Rnth",
+                                                   "net Gp", "IPV Gp", "Gpth", "Rpth"};
+    for (const LevelGenerationRecombination& l : g->levels)
+        for (const char* title : LEVEL_TITLES)
+            titles.push_back(
+                FmtStr("%s<%s%i,%i,%i (#/cm3.s)", title, l.layer + 1, l.defect + 1, l.level + 1));
+    TitleRow(text, titles);
+    for (int i = 0; i < g->n_points; ++i) {
+        const size_t I = At(i);
+        std::string row;
+        for (const std::vector<double>* column :
+             {&g->x_um, &g->Geh, &g->total, &g->SRH, &g->radiative, &g->auger})
+            Cell(row, (*column)[I]);
+        for (const LevelGenerationRecombination& l : g->levels) {
+            if (!Covers(l.first, l.Rnth.size(), i)) {
+                for (int c = 0; c < 8; ++c) MissingCell(row);
+                continue;
+            }
+            const size_t q = At(i - l.first);
+            Cell(row, l.IPV_Gn[q] + l.Gnth[q] - l.Rnth[q]);
+            Cell(row, l.IPV_Gn[q]);
+            Cell(row, l.Gnth[q]);
+            Cell(row, l.Rnth[q]);
+            Cell(row, l.IPV_Gp[q] + l.Gpth[q] - l.Rpth[q]);
+            Cell(row, l.IPV_Gp[q]);
+            Cell(row, l.Gpth[q]);
+            Cell(row, l.Rpth[q]);
+        }
+        Line(text, row);
+    }
+}
+
+} // namespace
+
+void ComposeOccupationTable(const CalculationVariables& cv, std::string& text) {
+    const auto occupations = std::make_unique<DefectOccupations>();
+    ExtractOccupations(cv, *occupations);
+    Line(text, "The energydistribution of the defects which are not single level are:");
+    for (const DistributedDefect& d : occupations->distributions)
+        Line(text, FmtStr("%s[q]<layer %i, defect %i: %s\n", d.layer + 1, d.defect + 1,
+                          energyDistrTypeStrings[At(std::clamp(d.type, 0, 4))]));
+    std::vector<std::string> titles{"i", "x (µm)"};
+    for (const OccupationColumn& c : occupations->columns) {
+        const char* state = deflevTypeStrings[At(std::clamp(c.aard, 0, NDEFLEVTYPE - 1))];
+        titles.push_back(FmtStr("%s<f_t(electrons)%i,%i,%i,%i {%s}", c.layer + 1, c.defect + 1, c.level + 1,
+                                c.sublevel + 1, state));
+        titles.push_back(FmtStr("%s<f_t(holes)%i,%i,%i,%i {%s}", c.layer + 1, c.defect + 1, c.level + 1,
+                                c.sublevel + 1, state));
+    }
+    TitleRow(text, titles);
+    for (int i = 0; i < occupations->n_points; ++i) {
+        std::string row;
+        Cell(row, i);
+        Cell(row, cv.mesh.x_um[At(i)]);
+        for (const OccupationColumn& c : occupations->columns) {
+            if (!Covers(c.first, c.electrons.size(), i) || !Covers(c.first, c.holes.size(), i)) {
+                MissingCell(row);
+                MissingCell(row);
+                continue;
+            }
+            Cell(row, c.electrons[At(i - c.first)]);
+            Cell(row, c.holes[At(i - c.first)]);
+        }
+        Line(text, row);
+    }
+}
+
+int ft_naar_file(const CalculationVariables& cv, TextFile& file) {
+    std::string text;
+    ComposeOccupationTable(cv, text);
+    return Emit(OUTPUT_TO_OPEN_FILE, &file, text);
+}
+
+int gen_naar_file(int mode, TextFile* file, CalculationVariables& cv, int content) {
+    const DataListElement* element = pointer_naar_huidige();
+    if (element == nullptr || cv.parameters == nullptr || cv.mesh.n_points < 1) {
+        TERVOErrorMessage(GENERATION_TITLE, "No calculation is made yet: nothing to save or to show !");
+        return -1;
+    }
+    if (!KnownMode(mode)) return -1;
+    if (content != GENFILE_GENERATION && content != GENFILE_OCCUPATION) {
+        TERVOErrorMessage(GENERATION_TITLE,
+                          FmtStr("%s<Content %i is neither generation (0) nor occupation (1)", content));
+        return -1;
+    }
+    std::string text;
+    if (ComposeOutputHeader(text, element, HEADER_GENERATION_RECOMBINATION, 0, 0) != 0) return -1;
+    Line(text, FmtStr("%s<Generation-recombination at actual bias voltage\t%f[w10p4]\tVolt",
+                      cv.V_applied * zonnecel.signV));
+    ComposeBatchInfo(text, *element);
+    Line(text, "Legend:");
+    Line(text, "=======");
+    if (content == GENFILE_GENERATION) {
+        GenerationLegend(text);
+        GenerationTable(cv, text);
+    } else {
+        OccupationLegend(text);
+        ComposeOccupationTable(cv, text);
+    }
+    return Emit(mode, file, text);
 }
 
 } // namespace tervo

@@ -61,16 +61,46 @@ int WriteBatchInfo(TextFile& file, const DataListElement& element);
 // cell parameters that could be found.
 int iv_naar_file(int mode, TextFile* file);
 
+// All QE curves of the result list, one block per simulation that asked for one, in list order:
+// header, column line, rows of wavelength, QE and photon energy.
+int qe_naar_file(int mode, TextFile* file);
+
 // The band diagram, densities, field, currents, generation and recombination of the state `cv` at
 // every mesh point, and the currents and charge at each interface.
 int eb_naar_file(int mode, TextFile* file, CalculationVariables& cv);
 
 // The result files that can be saved to a path.
-enum ResultFileKind : int { RESULT_IV = 0, RESULT_EB = 1 };
+enum ResultFileKind : int { RESULT_IV = 0, RESULT_EB = 1, RESULT_QE = 2, RESULT_GEN = 3, RESULT_OCC = 4 };
+
+// Generation-recombination and defect occupation profiles.
+//
+// A cell of the tables that has no data, a point outside the layer of a defect's column, is left
+// empty: nothing between its two tabs, which a spreadsheet reads as a missing value.
+inline constexpr const char* MISSING_CELL = "";
+
+// What gen_naar_file writes.
+enum GenerationFileContent : int { GENFILE_GENERATION = 0, GENFILE_OCCUPATION = 1 };
+
+// The generation-recombination profiles (`content` GENFILE_GENERATION) or the occupations of the
+// defect levels (GENFILE_OCCUPATION) of the state `cv`, behind the header of the present simulation
+// of the result list and a legend: per mesh point the position, the band-to-band generation, the
+// recombination by mechanism, and per layer, defect and level the optical and thermal emission and
+// the capture of electrons and holes; or the occupation table of ft_naar_file.  Layers, defects,
+// levels and energy samples are numbered from 1 in the column titles.  An empty result list is
+// reported and nothing is written.
+int gen_naar_file(int mode, TextFile* file, CalculationVariables& cv, int content);
+
+// The occupation table of the state: a note naming the defects with an energy distribution, a title
+// row, and per mesh point the index, the position and, per layer, defect, level and energy sample,
+// the electron and the hole form of the occupation.  Appended to `text`; the second form writes to
+// an open file (0, or -1 on a write error).
+void ComposeOccupationTable(const CalculationVariables& cv, std::string& text);
+int ft_naar_file(const CalculationVariables& cv, TextFile& file);
 
 // Opens `path` for writing (a bare name goes into the results folder; a name without extension
-// gets the kind's extension "iv" or "eb"), writes the kind's file in mode 3 (the band diagram of
-// `currentCalcVars`) and closes it.  0, or -1 (reported) when the file could not be opened or
+// gets the kind's extension "iv", "eb", "qe", "gen" or "occ"), writes the kind's file in mode 3 (the
+// band diagram, the generation-recombination or the occupation profiles of `currentCalcVars`) and
+// closes it.  0, or -1 (reported) when the file could not be opened or
 // nothing was written.
 int SaveResultFile(ResultFileKind kind, const std::string& path);
 

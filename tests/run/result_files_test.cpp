@@ -275,6 +275,69 @@ TEST_F(ResultFiles, SavingToAPathAddsTheExtensionAndWritesTheFile) {
     EXPECT_EQ(ReportedMessages().size(), 1u);
 }
 
+TEST_F(ResultFiles, QeFileHasOneBlockPerQeSimulationWithThreeColumnsAndThreeBlankLines) {
+    EXPECT_EQ(qe_naar_file(OUTPUT_TO_SCREEN, nullptr), -1);
+    ASSERT_EQ(ReportedMessages().size(), 1u);
+    EXPECT_EQ(ReportedMessages()[0].title, "Function Save or Show");
+    EXPECT_EQ(ReportedMessages()[0].text, "No QE calculation is made yet: nothing to save or to show !");
+
+    FillCurve(Simulation(1), 2, 2); // an I-V simulation has no block here
+    DataListElement& e = Simulation(2);
+    e.actie.IV.calculate = 0;
+    e.actie.QE.calculate = 1;
+    e.actie.QE.points = 3;
+    e.actie.QE.done = 2; // cut after two wavelengths
+    e.qe_as = {400, 826.5, 0};
+    e.qe = {99.5, 1.25e-3, 0};
+    e.hv_as = {3.1, 1.5, 0};
+    ActionListMode = ACTIONLIST_FILLZEROS;
+    const std::string expected = "TERVO test banner\n"
+                                 "Simulation of QE curves\n"
+                                 "Single shot simulation #\t2\n"
+                                 "Calculation started : \t3-4-2025 at 9:05:07\n"
+                                 "\n"
+                                 "problem definition file :\t" +
+                                 (dir / "cell.def").string() +
+                                 "\n"
+                                 "last saved: \t01-02-2024 at 10:05:07\n"
+                                 "\n"
+                                 "Calculation in dark\n"
+                                 "\n"
+                                 "Working point conditions\n"
+                                 "Temperature\t  300.00\tK\n"
+                                 "Workpoint bias voltage\t    0.2500\tVolt\n"
+                                 "Frequency\t  1.0000e+06\tHz\n"
+                                 "\n"
+                                 "\n"
+                                 "  lambda(nm)\t      QE(%)\tphoton energy (eV)\n"
+                                 "\n"
+                                 "   400.000000\t   9.950000e+01\t    3.100000\n"
+                                 "   826.500000\t   1.250000e-03\t    1.500000\n"
+                                 "0.0\t0.0\t0.0\n"
+                                 "\n"
+                                 "\n"
+                                 "\n";
+    EXPECT_EQ(SaveResultFile(RESULT_QE, (dir / "saved").string()), 0);
+    EXPECT_EQ(ReadAll(dir / "saved.qe"), expected);
+
+    // A second QE simulation follows in list order; truncation leaves the unreached row out.
+    ActionListMode = ACTIONLIST_TRUNCATE;
+    DataListElement& f = Simulation(3);
+    f.actie = e.actie;
+    f.qe_as = e.qe_as;
+    f.qe = e.qe;
+    f.hv_as = e.hv_as;
+    ::testing::internal::CaptureStdout();
+    EXPECT_EQ(qe_naar_file(OUTPUT_TO_SCREEN, nullptr), 0);
+    const std::vector<std::string> lines = Lines(::testing::internal::GetCapturedStdout());
+    const size_t block = 16 + 2 + 2 + 3;
+    ASSERT_EQ(lines.size(), 2 * block);
+    EXPECT_EQ(lines[2], "Single shot simulation #\t2");
+    EXPECT_EQ(lines[block + 2], "Single shot simulation #\t3");
+    EXPECT_EQ(lines[block + 19], "   826.500000\t   1.250000e-03\t    1.500000");
+    EXPECT_EQ(lines[block + 20], "");
+}
+
 // The illumination part of a header: the lines between the blank after "last saved" and the blank
 // before the working point.
 std::vector<std::string> IlluminationBlock(const std::vector<std::string>& header) {
