@@ -108,8 +108,9 @@ void SaveResult(const std::string& part2, const std::string& argument, const std
                 const std::string& outputHeader) {
     const bool bands = Is(part2, "eb");
     const bool iv = Is(part2, "iv");
-    if (!bands && !iv) {
-        static const char* const later[] = {"genrec", "gr", "ac", "cv", "cf", "qe", "record"};
+    const bool qe = Is(part2, "qe");
+    if (!bands && !iv && !qe) {
+        static const char* const later[] = {"genrec", "gr", "ac", "cv", "cf", "record"};
         for (const char* kind : later) {
             if (Is(part2, kind)) {
                 NotAvailable(SAVE_TITLE, "save", argument, value,
@@ -120,7 +121,7 @@ void SaveResult(const std::string& part2, const std::string& argument, const std
         return; // any other kind of result: nothing
     }
     std::string path;
-    CheckTERVOPaths(&path, nullptr, value, bands ? FILETYPE_EB : FILETYPE_IV);
+    CheckTERVOPaths(&path, nullptr, value, bands ? FILETYPE_EB : qe ? FILETYPE_QE : FILETYPE_IV);
     TextFile file = OpenFile(path, FileMode::Write);
     if (!file.IsOpen()) {
         TERVOErrorMessage(SAVE_TITLE,
@@ -131,6 +132,8 @@ void SaveResult(const std::string& part2, const std::string& argument, const std
     WriteLine(file, outputHeader);
     if (bands)
         eb_naar_file(OUTPUT_TO_OPEN_FILE, &file, currentCalcVars);
+    else if (qe)
+        qe_naar_file(OUTPUT_TO_OPEN_FILE, &file);
     else
         iv_naar_file(OUTPUT_TO_OPEN_FILE, &file);
     CloseFile(file);
