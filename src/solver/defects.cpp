@@ -76,6 +76,19 @@ void CarryOver(const std::vector<double>& oldValues, const MeshArray& oldX, int 
     }
 }
 
+// The share of a level's total density that the trapezoid sum over its samples holds: the sum of the
+// sample weights times the peak density of a total of one at each sample energy.  The exact
+// distribution integrates to one, but coarse steps over a steep tail overshoot it (seven samples over
+// seven widths give about 1.11), and a truncated Gaussian falls slightly short.
+double DiscretisedShare(const BulkRecombinationParameters& level, const EnergyAxis& axis, int n) {
+    const int type = DistributionTypeOnScale(level.energy.type, level.energy.reference, false);
+    double share = 0;
+    for (int m = 0; m < n; ++m)
+        share += TrapezoidWeight(axis, n, m, level.energy.type) * level.energy.peakToTotal *
+                 EnergyDistributionWeight(type, axis.E[At(m)], level.energy.Et, level.energy.Ekar);
+    return share;
+}
+
 void MarkBuilt(CalculationVariables& cv) {
     RecombinationData& r = cv.recombination;
     r.builtPoints = Points(cv);
@@ -266,6 +279,15 @@ void CreateRecdataStructures(CalculationVariables& cv, const RecombinationData* 
                     CarryOver(o.een_min_f_t, old->builtX, o.first, data.een_min_f_t, cv.mesh.x, first);
                     CarryOver(o.g_n_max, old->builtX, o.first, data.g_n_max, cv.mesh.x, first);
                     CarryOver(o.g_p_max, old->builtX, o.first, data.g_p_max, cv.mesh.x, first);
+                }
+                // The user gives the total density of a distributed level: the sampled densities are
+                // scaled so that their trapezoid sum over the axis is exactly that total, whatever
+                // the number of samples.  One sample spans no interval and holds nothing to scale.
+                if (type != EDIST_SINGLE && n >= 2) {
+                    const double share = DiscretisedShare(level, axis, n);
+                    if (share > 0)
+                        for (RecLevelData& data : samples)
+                            for (double& Nt : data.Nt) Nt /= share;
                 }
             }
         }

@@ -50,9 +50,11 @@ int ChargeOfStateZero(int aard);
 void r_input_energie(CalculationVariables& cv, double E, BulkRecombinationParameters& level,
                      RecLevelData& data);
 
-// Builds the level records of all bulk defects of the parameters of `cv` on its mesh.  With `old` the
-// occupations and optical rates are carried over from that record (interpolated in position when its
-// mesh differs); otherwise occupations start at 0.5 and optical rates at 0.
+// Builds the level records of all bulk defects of the parameters of `cv` on its mesh.  The sample
+// densities of a distributed level are scaled so that their trapezoid sum over the energy axis is the
+// total density the user gave.  With `old` the occupations and optical rates are carried over from
+// that record (interpolated in position when its mesh differs); otherwise occupations start at 0.5
+// and optical rates at 0.
 void CreateRecdataStructures(CalculationVariables& cv, const RecombinationData* old);
 void FreeRecdataStructures(CalculationVariables& cv);
 

@@ -192,6 +192,19 @@ TEST(DefectDistributions, TheDiscretisedLevelsHoldTheTotalDensity) {
               "The number of discretisationlevels for distributed defects should higher than 1.");
 }
 
+TEST(DefectDistributions, WithTheDefaultSamplingEveryDistributionHoldsExactlyItsTotalDensity) {
+    // The default 7 samples: a Gaussian over six widths, a uniform band, and tails over seven widths,
+    // where steps of 7/6 of a width would make the trapezoid sum of the exponential hold 11 % too
+    // much.  A conduction-band tail given below the conduction band runs down into the gap.
+    EXPECT_NEAR(TrappedShare(EDIST_GAUSS, 0.35, 0.05, 7), 1.0, 0.005);
+    EXPECT_NEAR(TrappedShare(EDIST_UNIFORM, 0.35, 0.2, 7), 1.0, 0.005);
+    EXPECT_NEAR(TrappedShare(EDIST_CBTAIL, 0.9, 0.03, 7, 2), 1.0, 0.005);
+    EXPECT_NEAR(TrappedShare(EDIST_VBTAIL, 0.0, 0.03, 7), 1.0, 0.005);
+    // Any number of samples holds the same total.
+    EXPECT_NEAR(TrappedShare(EDIST_VBTAIL, 0.0, 0.03, 3), 1.0, 0.005);
+    EXPECT_NEAR(TrappedShare(EDIST_CBTAIL, 0.9, 0.03, 12, 2), 1.0, 0.005);
+}
+
 TEST(DefectCells, ACompensatingDonorShiftsTheBulkBandsByTheChargeItHolds) {
     const Material m;
     const double Na = 1e22, Nt = 5e21, Et = 0.2; // donor level near the Fermi level of the p layer

@@ -1,0 +1,579 @@
+// What the defects show in the results: the defect levels and the defect charge in the band diagram,
+// the generation-recombination and occupation files against Fermi-Dirac statistics and the
+// capture-emission balance, the interface recombination of a cell run by the main job, and the
+// cumulative recombination of the band file against the terminal current in the dark.
+#include <gtest/gtest.h>
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cmath>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <random>
+#include <sstream>
+#include <utility>
+
+#include "platform/messages.h"
+#include "run/driver.h"
+#include "run/extraction.h"
+#include "run/operating_points.h"
+#include "run/result_files.h"
+#include "run/result_list.h"
+#include "run/startup.h"
+#include "run/work_point.h"
+#include "setup/generation.h"
+#include "setup/parameter_sets.h"
+
+namespace tervo {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr double kT = 0.0259; // V at 300 K
+constexpr double vth = 1e5;   // m/s
+
+size_t At(int i) {
+    return static_cast<size_t>(i);
+}
+
+std::vector<std::string> ReadLines(const fs::path& path) {
+    std::ifstream in(path);
+    std::vector<std::string> lines;
+    for (std::string line; std::getline(in, line);) lines.push_back(line);
+    return lines;
+}
+
+std::vector<std::string> Cells(const std::string& line) {
+    std::vector<std::string> out;
+    std::istringstream s(line);
+    for (std::string cell; std::getline(s, cell, '\t');) out.push_back(cell);
+    return out;
+}
+
+size_t Find(const std::vector<std::string>& lines, const std::string& line, size_t from = 0) {
+    return static_cast<size_t>(std::find(lines.begin() + static_cast<long>(from), lines.end(), line) -
+                               lines.begin());
+}
+
+// A table of numbers below a title row: the titles, and per row the cells as text (empty for a cell
+// without data) and as numbers (NaN there).
+struct Table {
+    std::vector<std::string> titles;
+    std::vector<std::vector<std::string>> text;
+    std::vector<std::vector<double>> value;
+};
+
+Table ReadTable(const std::vector<std::string>& lines, size_t titleRow) {
+    Table t;
+    t.titles = Cells(lines.at(titleRow));
+    for (size_t k = titleRow + 1; k < lines.size() && !lines[k].empty(); ++k) {
+        std::vector<std::string> cells = Cells(lines[k]);
+        std::vector<double> numbers;
+        for (std::string& c : cells) numbers.push_back(c.empty() ? std::nan("") : std::stod(c));
+        t.text.push_back(std::move(cells));
+        t.value.push_back(std::move(numbers));
+    }
+    return t;
+}
+
+// ---------------------------------------------------------------------------------------------
+// Solved states of hand-made cells.
+
+// Silicon-like layers in file form (SI).
+constexpr double Eg = 1.12, Nc = 2.8e25, Nv = 1.04e25;
+
+void SetLayer(LayerParameters& layer, double d, double Nd, double Na) {
+    MaterialParameters& p = layer.material;
+    p.d = d;
+    const std::pair<Profile*, double> values[] = {
+        {&p.Eg, Eg},      {&p.chi, 4.05}, {&p.eps, 11.9},    {&p.Nc, Nc},      {&p.Nv, Nv},
+        {&p.Nd, Nd},      {&p.Na, Na},    {&p.mu_n, 0.05},   {&p.mu_p, 0.02},  {&p.v_th_n, vth},
+        {&p.v_th_p, vth}, {&p.K_rad, 0},  {&p.c_n_auger, 0}, {&p.c_p_auger, 0}};
+    for (const auto& [profile, value] : values) {
+        profile->law = LAW_UNIFORM;
+        profile->dependence = DEP_UNIFORM;
+        profile->pureA = profile->pureB = profile->leftValue = profile->rightValue = profile->lawPar1 = value;
+    }
+    UpdateThicknessInProfiles_Layer(layer);
+}
+
+// A one-level defect of `type` (acceptor, donor or neutral) with total density Nt (/m^3) and energy
+// E (eV) in `reference`, or a distribution of width W around it.
+void AddDefect(LayerParameters& layer, int type, double Nt, double sigma, double E, int reference,
+               int distribution = EDIST_SINGLE, double W = 0.1) {
+    const int d = layer.srhteller++;
+    BulkRecombinationParameters& level = layer.srh[At(d)][0];
+    InitialiseBulkRecombinationParameters(level, layer.layernumber, d);
+    level.type = type;
+    level.numberOfLevels = 1;
+    level.aard = type == DEFECT_ACCEPTOR ? 3 : type == DEFECT_DONOR ? 4 : DEFLEVTYPE_NEUTRAL;
+    level.sigma_n = level.sigma_p = sigma;
+    level.energy.type = distribution;
+    level.energy.Ekar = W;
+    level.energy.Et = E;
+    level.energy.reference = reference;
+    DeterminePeakToTotal(level.energy);
+    level.Nt.law = LAW_UNIFORM;
+    level.Nt.dependence = DEP_UNIFORM;
+    level.Nt.pureA = level.Nt.pureB = level.Nt.leftValue = level.Nt.rightValue = level.Nt.lawPar1 = Nt;
+}
+
+double Majority(double N) {
+    const double ni2 = Nc * Nv * std::exp(-Eg / kT);
+    return N / 2 + std::sqrt(N * N / 4 + ni2);
+}
+
+// `layers` layers between contacts at the flat-band work functions of doping alone: p-type Na on the
+// left; with two layers an n-type Nd on the right.
+InputParameters MakeCell(int layers, double Na, double Nd = 0) {
+    InputParameters in;
+    InitialiseConvergenceParameters(in.convergence);
+    InitialiseCellDefinition(in.cellParas);
+    CellDefinition& c = in.cellParas;
+    c.numberOfLayers = layers;
+    for (int j = 0; j < layers; ++j) c.layer[At(j)].layernumber = j;
+    SetLayer(c.layer[0], 1e-6, 0, Na);
+    c.leftContact.Fi_m = 4.05 + Eg - kT * std::log(Nv / Majority(Na));
+    c.leftContact.contactType = 1;
+    if (layers == 2) {
+        SetLayer(c.layer[1], 1e-6, Nd, 0);
+        c.rightContact.Fi_m = 4.05 + kT * std::log(Nc / Majority(Nd));
+        c.rightContact.contactType = -1;
+    } else {
+        c.rightContact.Fi_m = c.leftContact.Fi_m;
+        c.rightContact.contactType = 1;
+    }
+    c.leftContact.flatband = c.rightContact.flatband = 0;
+    c.leftContact.Sn = c.leftContact.Sp = c.rightContact.Sn = c.rightContact.Sp = 1e5;
+    return in;
+}
+
+struct Device {
+    std::unique_ptr<CalculationParameters> P = std::make_unique<CalculationParameters>();
+    std::unique_ptr<CalculationVariables> cv = std::make_unique<CalculationVariables>();
+    std::unique_ptr<GenerationParameters> light = std::make_unique<GenerationParameters>();
+};
+
+// Solved in equilibrium, then walked to V in steps of 0.05 V; the output terms of the final state.
+std::unique_ptr<Device> Solve(const InputParameters& in, double V) {
+    auto d = std::make_unique<Device>();
+    parameterset1_to_3(in, *d->P, 300, nullptr, 0);
+    InitialiseCalculationVariables(*d->cv);
+    EXPECT_EQ(CreateCalculationVariables(*d->cv, d->light.get(), *d->P, 1, 0), 0);
+    equilibrium(*d->cv);
+    if (V != 0) volgende_iv_punt(*d->cv, 0, V, static_cast<int>(std::ceil(V / 0.05)) + 1);
+    EXPECT_EQ(CONVERGENTIEFALING, 0);
+    update_eb_panel(*d->cv, 1);
+    return d;
+}
+
+// Columns of the band file.
+constexpr size_t X = 1, EC = 2, FN = 3, EV = 5, N_ = 6, P_ = 7, RHO_DEFECT = 8, DOPING = 9, RHO = 10,
+                 JTOT = 16, RLR = 20, RRL = 21;
+
+class DefectResults : public ::testing::Test {
+protected:
+    fs::path dir = fs::temp_directory_path() / ("tervo_defect_results_" + std::to_string(::getpid()));
+    Actie savedActie = actie;
+    CellDefinition savedCell = zonnecel;
+    WorkPoint savedWp = wp;
+
+    void SetUp() override {
+        fs::create_directories(dir);
+        actie = Actie{}; // no sweep: the band file's header is the working point's
+        zonnecel.signV = zonnecel.signJ = 1;
+        wis_alles();
+        ClearReportedMessages();
+    }
+    void TearDown() override {
+        wis_alles();
+        actie = savedActie;
+        zonnecel = savedCell;
+        wp = savedWp;
+        fs::remove_all(dir);
+    }
+
+    // The rows of numbers of the band file of a state.
+    std::vector<std::vector<double>> BandRows(CalculationVariables& cv) {
+        const fs::path path = dir / "state.eb";
+        TextFile f = OpenFile(path.string(), FileMode::Write);
+        EXPECT_EQ(eb_naar_file(OUTPUT_TO_OPEN_FILE, &f, cv), 0);
+        CloseFile(f);
+        const std::vector<std::string> lines = ReadLines(path);
+        // "bulk", a blank, the column line, a blank, and the rows.
+        return ReadTable(lines, Find(lines, "bulk") + 3).value;
+    }
+
+    // The generation or occupation file of a state, saved as a simulation of the result list; the
+    // name gets the kind's extension.  Without a simulation nothing is written.
+    std::vector<std::string> GenerationFile(CalculationVariables& cv, int content) {
+        CopyCalculationVariables(currentCalcVars, cv);
+        const ResultFileKind kind = content == GENFILE_OCCUPATION ? RESULT_OCC : RESULT_GEN;
+        if (pointer_naar_huidige() == nullptr) {
+            ClearReportedMessages();
+            EXPECT_EQ(SaveResultFile(kind, (dir / "state").string()), -1);
+            EXPECT_EQ(ReportedMessages().at(0).title, "Function Save or Show Genreration/Recombination");
+            EXPECT_EQ(ReportedMessages().at(0).text,
+                      "No calculation is made yet: nothing to save or to show !");
+            AppendDataListElement(1, actie, wp);
+        }
+        EXPECT_EQ(SaveResultFile(kind, (dir / "state").string()), 0);
+        InitialiseCalculationVariables(currentCalcVars);
+        return ReadLines(dir / (content == GENFILE_OCCUPATION ? "state.occ" : "state.gen"));
+    }
+};
+
+// Fermi-Dirac occupation of a level at E with the Fermi level at 0 (both eV on the band scale).
+double FermiDirac(double E) {
+    return 1 / (1 + std::exp(E / kT));
+}
+
+TEST_F(DefectResults, BandFileShowsTheIonisedDonorChargeAndTheLevelsFollowTheBandsByTheirReference) {
+    // A p layer with a compensating donor near its Fermi level, and two neutral levels given against
+    // the conduction band and against the intrinsic level.
+    const double Na = 1e22, Nt = 5e21, Et = 0.2;
+    InputParameters in = MakeCell(1, Na);
+    LayerParameters& layer = in.cellParas.layer[0];
+    AddDefect(layer, DEFECT_DONOR, Nt, 1e-19, Et, 0);
+    AddDefect(layer, DEFECT_NEUTRAL, 1e18, 1e-19, 0.3, 2);
+    AddDefect(layer, DEFECT_NEUTRAL, 1e18, 1e-19, 0.1, 1);
+    const auto d = Solve(in, 0);
+    const auto rows = BandRows(*d->cv);
+    ASSERT_EQ(rows.size(), static_cast<size_t>(d->cv->mesh.n_points));
+    const size_t middle = rows.size() / 2;
+    for (size_t i = 0; i < rows.size(); ++i) {
+        const auto& r = rows[i];
+        // Equilibrium: the Fermi level at 0, the donor ionised by 1 - f at its level Ev + Et.
+        ASSERT_EQ(r[FN], 0.0);
+        const double ionised = Nt * 1e-6 * (1 - FermiDirac(r[EV] + Et));
+        EXPECT_NEAR(r[RHO_DEFECT] / ionised, 1.0, 1e-5) << "point " << i;
+        EXPECT_NEAR(r[RHO], r[RHO_DEFECT] + r[DOPING] + r[P_] - r[N_], 1e-6 * Na * 1e-6) << "point " << i;
+    }
+    // Between the contacts the layer is neutral: the holes and the ionised donors balance Na.
+    EXPECT_GT(rows[middle][RHO_DEFECT], 0.2 * Nt * 1e-6);
+    EXPECT_LT(std::fabs(rows[middle][RHO]), 1e-3 * Na * 1e-6);
+
+    const BandDiagram& bands = bandenschema;
+    ASSERT_EQ(bands.defectLevels.size(), 3u);
+    const double Ei = Eg / 2 + kT / 2 * std::log(Nv / Nc); // above Ev
+    const double expected[] = {Et, Eg - 0.3, Ei + 0.1};    // above Ev
+    for (size_t k = 0; k < 3; ++k) {
+        const DefectLevelLine& line = bands.defectLevels[k];
+        EXPECT_EQ(line.defect, static_cast<int>(k));
+        ASSERT_EQ(line.E.size(), rows.size()); // the one layer covers the mesh
+        for (size_t i = 0; i < rows.size(); i += 7)
+            EXPECT_NEAR(line.E[i] - rows[i][EV], expected[k], 2e-8) << "level " << k << " point " << i;
+    }
+}
+
+// A p-n junction with a single acceptor level in the lower half of the gap on the p side and a Gaussian
+// acceptor band on the n side.
+InputParameters JunctionWithAcceptors() {
+    InputParameters in = MakeCell(2, 1e22, 1e22);
+    AddDefect(in.cellParas.layer[0], DEFECT_ACCEPTOR, 1e20, 1e-19, 0.4, 0);
+    AddDefect(in.cellParas.layer[1], DEFECT_ACCEPTOR, 1e20, 1e-19, 0.7, 0, EDIST_GAUSS, 0.05);
+    return in;
+}
+
+TEST_F(DefectResults, OccupationFileFollowsFermiDiracForEveryLevelAndEnergySampleInEquilibrium) {
+    const auto d = Solve(JunctionWithAcceptors(), 0);
+    const CalculationVariables& cv = *d->cv;
+    const auto bands = BandRows(*d->cv);
+    const std::vector<std::string> lines = GenerationFile(*d->cv, GENFILE_OCCUPATION);
+
+    ASSERT_LT(Find(lines, "Simulation of generation - recombination profiles"), lines.size());
+    const size_t legend = Find(lines, "Legend:");
+    ASSERT_LT(legend + 13, lines.size());
+    const std::vector<std::string> expected{
+        "Legend:",
+        "=======",
+        "All following properties are split up per layer and per defect in this layer, per charge state in "
+        "this defect and per energy if there is an energydistribution",
+        "(first index = layer, second index = mechanism, third index = defectlevel (0 is the most positively "
+        "charged and hence the closest to the valence band)), fourth index = energy sub-level",
+        "The charge state of the energylevel is given as well",
+        "",
+        "",
+        "",
+        "The energydistribution of the defects which are not single level are:",
+        "layer 2, defect 1: gauss",
+        ""};
+    for (size_t k = 0; k < expected.size(); ++k) EXPECT_EQ(lines[legend + k], expected[k]);
+    EXPECT_EQ(lines[legend - 1], "Generation-recombination at actual bias voltage\t    0.0000\tVolt");
+
+    const Table t = ReadTable(lines, legend + expected.size());
+    ASSERT_EQ(t.titles.size(), 2u + 2u * 8u); // index, x, and a pair for the level and each sample
+    EXPECT_EQ(t.titles[1], "x (µm)");
+    EXPECT_EQ(t.titles[2], "f_t(electrons)1,1,1,1 {0/-}");
+    EXPECT_EQ(t.titles[3], "f_t(holes)1,1,1,1 {0/-}");
+    EXPECT_EQ(t.titles[4], "f_t(electrons)2,1,1,1 {0/-}");
+    EXPECT_EQ(t.titles[17], "f_t(holes)2,1,1,7 {0/-}");
+    ASSERT_EQ(t.value.size(), bands.size());
+
+    const int lastP = cv.mesh.last_point[0], firstN = cv.mesh.first_point[1];
+    double lowest = 1, highest = 0; // of the single level across the p layer
+    for (size_t i = 0; i < t.value.size(); ++i) {
+        const auto& row = t.value[i];
+        EXPECT_EQ(row[0], static_cast<double>(i));
+        EXPECT_NEAR(row[1], bands[i][X], 1e-6);
+        const double Ev = bands[i][EV];
+        if (static_cast<int>(i) <= lastP) {
+            const double f = FermiDirac(Ev + 0.4);
+            EXPECT_NEAR(row[2], f, 1e-6) << "point " << i;
+            EXPECT_NEAR(row[3], 1 - f, 1e-6) << "point " << i;
+            lowest = std::min(lowest, row[2]);
+            highest = std::max(highest, row[2]);
+            for (size_t c = 4; c < t.titles.size(); ++c) EXPECT_EQ(t.text[i][c], "") << "point " << i;
+        } else {
+            ASSERT_GE(static_cast<int>(i), firstN);
+            EXPECT_EQ(t.text[i][2] + t.text[i][3], "");
+            // Seven samples over six widths around the centre: one width apart.
+            for (int m = 0; m < 7; ++m)
+                EXPECT_NEAR(row[4 + 2 * At(m)], FermiDirac(Ev + 0.7 + (m - 3) * 0.05), 1e-6)
+                    << "point " << i << " sample " << m;
+        }
+    }
+    // The level runs through the Fermi level in the depletion region.
+    EXPECT_LT(lowest, 0.01);
+    EXPECT_GT(highest, 0.99);
+}
+
+TEST_F(DefectResults, GenerationFileBalancesCaptureAndEmissionIntoTheShockleyReadHallRate) {
+    const std::vector<std::string> legend{
+        "Legend:",
+        "=======",
+        "Geh\tDirect band-to-band excitation of electron-hole pairs by light (this equals zero in dark)",
+        "All following properties are split up per layer, per defect in this layer and per charge state in "
+        "this defect",
+        "(first index = layer, second index = mechanism, third index = defectlevel (0 is the most positively "
+        "charged and hence the closest to the valence band))",
+        "(IPV = Impurity Photovoltaic Effect)",
+        "",
+        "IPV Gn\tGros IPV electron effect: direct optical excitation from defect to conduction band",
+        "net Gn\tnet electron generation: IPV Gn + thermal generation - thermal recombination",
+        "Gnth\tthermal electron generation (thermal emission of electron from defect to conduction band)",
+        "Rnth\thermal electron recombination (capture by defect of conduction band electron)",
+        "IPV Gp\tGros IPV hole effect: direct optical excitation from defect to valence band",
+        "net Gp\tnet hole generation: IPV Gp + thermal generation - thermal recombination",
+        "Gpth\tthermal hole generation (thermal emission of hole from defect to valence band)",
+        "Rpth\thermal hole recombination (capture by defect of valence band hole)"};
+    const char* const levelTitles[] = {"net Gn", "IPV Gn", "Gnth", "Rnth",
+                                       "net Gp", "IPV Gp", "Gpth", "Rpth"};
+
+    for (const double V : {0.0, 0.4}) {
+        SCOPED_TRACE(V);
+        wis_alles();
+        const auto d = Solve(JunctionWithAcceptors(), V);
+        const CalculationVariables& cv = *d->cv;
+        const auto bands = BandRows(*d->cv);
+        const std::vector<std::string> occ = GenerationFile(*d->cv, GENFILE_OCCUPATION);
+        const Table f = ReadTable(occ, Find(occ, "layer 2, defect 1: gauss") + 2);
+        const std::vector<std::string> lines = GenerationFile(*d->cv, GENFILE_GENERATION);
+        const size_t at = Find(lines, "Legend:");
+        ASSERT_LT(at + legend.size(), lines.size());
+        for (size_t k = 0; k < legend.size(); ++k) EXPECT_EQ(lines[at + k], legend[k]);
+
+        const Table t = ReadTable(lines, at + legend.size());
+        ASSERT_EQ(t.titles.size(), 6u + 16u);
+        const std::vector<std::string> first{"x (µm)",
+                                             "Geh (#/cm3.s)",
+                                             "Total recombination (#/cm3.s)",
+                                             "SRH recombination (#/cm3.s)",
+                                             "Radiative recombination (#/cm3.s)",
+                                             "Auger recombination (#/cm3.s)"};
+        for (size_t c = 0; c < first.size(); ++c) EXPECT_EQ(t.titles[c], first[c]);
+        for (size_t c = 0; c < 8; ++c) {
+            EXPECT_EQ(t.titles[6 + c], std::string(levelTitles[c]) + "1,1,1 (#/cm3.s)");
+            EXPECT_EQ(t.titles[14 + c], std::string(levelTitles[c]) + "2,1,1 (#/cm3.s)");
+        }
+        ASSERT_EQ(t.value.size(), bands.size());
+
+        const int lastP = cv.mesh.last_point[0];
+        double peak = 0;
+        for (const auto& row : t.value) peak = std::max(peak, std::fabs(row[3]));
+        if (V > 0) {
+            ASSERT_GT(peak, 1e15);
+        }
+        for (size_t i = 0; i < t.value.size(); ++i) {
+            const auto& row = t.value[i];
+            const bool pSide = static_cast<int>(i) <= lastP;
+            const size_t own = pSide ? 6 : 14, other = pSide ? 14 : 6;
+            for (size_t c = 0; c < 8; ++c) EXPECT_EQ(t.text[i][other + c], "") << "point " << i;
+            EXPECT_EQ(row[1], 0.0) << "dark";
+            EXPECT_EQ(row[own + 1] + row[own + 5], 0.0) << "no optical emission in the dark";
+            // Electrons and holes recombine through the level in pairs, at the SRH rate of the cell;
+            // the net terms are differences of capture and emission, which agree to their digits in
+            // equilibrium.
+            const double tolerance = 1e-6 * peak + 1e-8 * (row[own + 3] + row[own + 7]);
+            EXPECT_NEAR(-row[own], row[3], tolerance) << "point " << i;
+            EXPECT_NEAR(row[own + 4], row[own], tolerance) << "point " << i;
+            EXPECT_NEAR(row[2], row[3], tolerance) << "only defects recombine";
+            if (pSide) {
+                // Capture of electrons: sigma vth n (1 - f) Nt, from the band file's density and the
+                // occupation file's empty share of the level.
+                const double Rnth = 1e-19 * vth * bands[i][N_] * 1e6 * f.value[i][3] * 1e20 * 1e-6;
+                EXPECT_NEAR(row[own + 3] / Rnth, 1.0, 1e-5) << "point " << i;
+            }
+            if (V == 0) {
+                // Detailed balance: every capture is matched by its emission.
+                EXPECT_GT(row[own + 3], 0.0);
+                EXPECT_NEAR(row[own + 2] / row[own + 3], 1.0, 1e-6) << "point " << i;
+                EXPECT_NEAR(row[own + 6] / row[own + 7], 1.0, 1e-6) << "point " << i;
+            }
+        }
+    }
+}
+
+// ---------------------------------------------------------------------------------------------
+// Cells run by the main job.
+
+const fs::path kSource = TERVO_SOURCE_DIR;
+
+struct Home {
+    fs::path path;
+    Home() {
+        std::random_device random;
+        path = fs::temp_directory_path() / ("tervo_defect_results_home_" + std::to_string(random()));
+        fs::create_directories(path / "spectrum");
+        fs::copy_file(kSource / "home/spectrum/AM1_5G 1 sun.spe", path / "spectrum/AM1_5G 1 sun.spe");
+    }
+    ~Home() {
+        std::error_code ec;
+        fs::remove_all(path, ec);
+    }
+};
+
+int RunMain(const std::vector<std::string>& arguments) {
+    std::vector<std::string> words{"tervo"};
+    words.insert(words.end(), arguments.begin(), arguments.end());
+    std::vector<char*> argv;
+    for (auto& w : words) argv.push_back(w.data());
+    testing::internal::CaptureStdout();
+    const int status = RunTervo(static_cast<int>(words.size()), argv.data());
+    testing::internal::GetCapturedStdout();
+    return status;
+}
+
+// A p-n homojunction of 2 µm and 1 µm, p on the left unless `nLeft`, with radiative recombination in
+// the bulk, and optionally a mid-gap interface defect at the junction.
+std::string Junction(bool interfaceDefect, bool nLeft = false) {
+    auto layer = [](const char* name, const char* d, const char* Nd, const char* Na) {
+        return std::string("layer\n\nname : ") + name + "\nd : " + d +
+               "\nv_th_n : 1e5\nv_th_p : 1e5\neps : 12\nchi : 4.0\nEg : 1.2\nNc : 1e25\nNv : 1e25\n"
+               "mu_n : 0.01\nmu_p : 0.005\nK_rad : 1e-16\nc_n_auger : 0\nc_p_auger : 0\nNd(uniform) : " +
+               Nd + "\nNa(uniform) : " + Na + "\n\n";
+    };
+    const std::string p = layer("p", "2e-6", "0", "1e22"), n = layer("n", "1e-6", "1e23", "0");
+    const std::string junction = interfaceDefect ? "interface properties\n\ninterfacename : junction\n\n"
+                                                   "interface recombination\n\ntype : neutral\n"
+                                                   "sigma_nleft : 1e-19\nsigma_nright : 1e-19\n"
+                                                   "sigma_pleft : 1e-19\nsigma_pright : 1e-19\n"
+                                                   "energy distribution : single\n"
+                                                   "Reference for defect energy : 7\nEt : 0.6\nN : 1e16\n\n"
+                                                 : "";
+    return "convergence\n\nback contact\n\nflatband : 1\nSn : 1e5\nSp : 1e5\n\n" + (nLeft ? n : p) +
+           junction + (nLeft ? p : n) +
+           "front contact\n\nflatband : 1\nSn : 1e5\nSp : 1e5\n\nworking point\n\nilluminated from : left\n";
+}
+
+// A dark sweep from 0 to 0.6 V (to -0.6 V for n on the left) with the working point at 0.5 V.
+std::string DarkAction(double sign = 1) {
+    return "Temperature : 300\nVoltage : " + std::to_string(0.5 * sign) +
+           "\nNumber of points : 5\ndark : 1\nspectrum file :AM1_5G 1 sun.spe\nIV_startV : 0\nIV_stopV : " +
+           std::to_string(0.6 * sign) + "\nIV_points : 7\nIV_calculate : 1\n";
+}
+
+struct CellRun {
+    std::vector<std::vector<double>> iv;        // rows of the I-V file
+    std::vector<std::vector<double>> eb;        // rows of the band file
+    std::vector<std::vector<double>> interface; // rows of its interface block
+};
+
+CellRun RunCell(const std::string& name, const std::string& definition, const std::string& action) {
+    Home home;
+    std::ofstream(home.path / (name + ".def")) << definition;
+    std::ofstream(home.path / "dark.act") << action;
+    ErrorMessageMode = 0;
+    EXPECT_EQ(RunMain({"--home", home.path.string(), (home.path / (name + ".def")).string(),
+                       (home.path / "dark.act").string()}),
+              0);
+    CellRun r;
+    const auto iv = ReadLines(home.path / "results" / (name + ".iv"));
+    const size_t columns =
+        Find(iv, "    v(V)\tjtot(mA/cm2)\t   jbulk(mA/cm2)\tjifr(mA/cm2)\tjminor_left(mA/cm2)\t"
+                 "jminor_right(mA/cm2)\tj_SRH(mA/cm2)\tj_Radiative(mA/cm2)\tj_Auger(mA/cm2)");
+    // Each block: its title or column line, a blank, and the rows.
+    if (columns < iv.size()) r.iv = ReadTable(iv, columns + 1).value;
+    const auto eb = ReadLines(home.path / "results" / (name + ".eb"));
+    const size_t bulk = Find(eb, "bulk");
+    if (bulk < eb.size()) r.eb = ReadTable(eb, bulk + 3).value;
+    const size_t iface = Find(eb, "interface", bulk);
+    if (iface < eb.size()) r.interface = ReadTable(eb, iface + 3).value;
+    wis_alles();
+    return r;
+}
+
+TEST(DefectResultsOfTheMainJob, AnInterfaceDefectAddsItsRecombinationToTheDarkCurrent) {
+    const CellRun clean = RunCell("clean", Junction(false), DarkAction());
+    const CellRun defect = RunCell("defect", Junction(true), DarkAction());
+    ASSERT_EQ(clean.iv.size(), 7u);
+    ASSERT_EQ(defect.iv.size(), 7u);
+    for (size_t k = 1; k < 7; ++k) {
+        SCOPED_TRACE(clean.iv[k][0]);
+        EXPECT_EQ(clean.iv[k][3], 0.0);
+        EXPECT_GT(defect.iv[k][3], 0.0);
+        // The current is what is lost: bulk, interface and the minority carriers at the contacts.
+        const double lost = defect.iv[k][2] + defect.iv[k][3] + defect.iv[k][4] + defect.iv[k][5];
+        EXPECT_NEAR(lost / defect.iv[k][1], 1.0, 0.01);
+        if (k > 1) {
+            EXPECT_GT(defect.iv[k][3], defect.iv[k - 1][3]);
+        }
+    }
+    // At 0.6 V the junction recombines through the defect about as much as the rest of the cell.
+    EXPECT_GT(defect.iv[6][3], 0.3 * clean.iv[6][1]);
+    EXPECT_GT(defect.iv[6][1], clean.iv[6][1] + 0.9 * defect.iv[6][3]);
+}
+
+// The cumulative recombination of the working point's band file: from the left it gathers the
+// interface's recombination where it enters the second layer, and both ways it ends at the
+// terminal current.
+void ExpectCumulativeRecombinationEndsAtTheCurrent(const CellRun& r) {
+    ASSERT_GT(r.eb.size(), 10u);
+    ASSERT_EQ(r.interface.size(), 1u);
+    const size_t n = r.eb.size();
+    std::vector<double> jtot;
+    for (const auto& row : r.eb) jtot.push_back(row[JTOT]);
+    std::nth_element(jtot.begin(), jtot.begin() + static_cast<long>(n / 2), jtot.end());
+    const double J = jtot[n / 2];
+    ASSERT_GT(std::fabs(J), 1e-4);
+    EXPECT_NEAR(r.eb[n - 1][RLR] / J, 1.0, 0.002);
+    EXPECT_NEAR(r.eb[0][RRL] / J, 1.0, 0.002);
+    // Every step of the sums is a loss, of the sign of the current in forward bias.
+    const double sign = J > 0 ? 1 : -1, js = r.interface[0][10];
+    ASSERT_GT(js, 0.05 * std::fabs(J));
+    size_t junction = 0;
+    for (size_t i = 1; i < n; ++i) {
+        EXPECT_GE(r.eb[i][RLR] / J, r.eb[i - 1][RLR] / J - 1e-9) << "point " << i;
+        EXPECT_LE(r.eb[i][RRL] / J, r.eb[i - 1][RRL] / J + 1e-9) << "point " << i;
+        if (r.eb[i][X] == r.eb[i - 1][X]) junction = i; // the double point of the interface
+    }
+    ASSERT_GT(junction, 0u);
+    EXPECT_NEAR(sign * (r.eb[junction][RLR] - r.eb[junction - 1][RLR]), js, 0.02 * js);
+    EXPECT_NEAR(sign * (r.eb[junction - 1][RRL] - r.eb[junction][RRL]), js, 0.02 * js);
+}
+
+TEST(DefectResultsOfTheMainJob, InTheDarkTheCumulativeRecombinationEndsAtTheTerminalCurrent) {
+    {
+        SCOPED_TRACE("p on the left");
+        ExpectCumulativeRecombinationEndsAtTheCurrent(RunCell("pn", Junction(true), DarkAction()));
+    }
+    {
+        SCOPED_TRACE("n on the left");
+        ExpectCumulativeRecombinationEndsAtTheCurrent(RunCell("np", Junction(true, true), DarkAction(-1)));
+    }
+}
+
+} // namespace
+} // namespace tervo
