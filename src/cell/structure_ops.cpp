@@ -79,9 +79,14 @@ double NChargedInDefects(const NeutralLayerData& d, double n, double p) {
     for (const NeutralLayerDefect& def : d.defects) {
         if (def.type != DEFECT_ACCEPTOR && def.type != DEFECT_DONOR) continue;
         LevelAxis(def.energy, d, E, w);
+        // The samples of a distribution together hold exactly its total density, however coarse the
+        // axis, as they do in the solver.
+        double sum = 0;
+        for (size_t k = 0; k < E.size(); ++k) sum += Weight(def.energy, E[k]) * w[k];
         for (size_t k = 0; k < E.size(); ++k) {
-            const double Nk =
-                def.energy.type == EDIST_SINGLE ? def.Nt : Weight(def.energy, E[k]) * def.Nt * w[k];
+            const double Nk = def.energy.type == EDIST_SINGLE || sum <= 0
+                                  ? def.Nt
+                                  : Weight(def.energy, E[k]) * w[k] / sum * def.Nt;
             const double n1 = ni * std::exp((E[k] - Ei) / d.kT);
             const double p1 = ni * std::exp((Ei - E[k]) / d.kT);
             const double D = (n + n1) * def.sigma_n + (p + p1) * def.sigma_p;

@@ -9,6 +9,8 @@
 #include "platform/format.h"
 #include "platform/messages.h"
 #include "run/action_list.h"
+#include "run/cf_sweep.h"
+#include "run/cv_sweep.h"
 #include "run/extraction.h"
 #include "run/iv_sweep.h"
 #include "run/operating_points.h"
@@ -324,7 +326,26 @@ int calculate(const BatchRecord* batch, const CurveFitterRecord* curvefitter, in
         if (result != 1) return -1;
         if (DataListElement* element = pointer_naar_huidige()) element->actie.IV.done = actie.IV.done;
     }
-    // C-V and C-f arrive with the small-signal solver.
+    if (actie.CV.calculate) {
+        const int mode =
+            CalculateStartingPoint(actie.CV.start, actie.CV.stop, cv, kortsluitcv, werkpuntcv, "C(V)", 4);
+        if (mode == 1 || mode == 6 || mode == 7) FirstCVPointConvergenceFailure = 0;
+        // calccv merges its points into the element's I-V curve and sets both counts itself.
+        if (calccv(cv, actie, mode) != 1) return -1;
+    }
+    if (actie.Cf.calculate) {
+        // From the stored working point, on its mesh, with its light.
+        if (Pause(0) != 1) return -1;
+        cvbezig = 1;
+        CopyCalculationVariables(cv, werkpuntcv);
+        Full_x_Dependence(cv);
+        if (Generation_Mode == 0 && !bepaal_alfa(cv, gp)) return -1;
+        if (!ComputeGeneration(cv, gp, wp)) return -1;
+        update_eb_panel(cv, 0);
+        const int result = calccf(cv, actie);
+        cvbezig = 0;
+        if (result != 1) return -1;
+    }
     if (actie.QE.calculate) {
         // From the stored working point, on its mesh, with its light.
         if (Pause(0) != 1) return -1;

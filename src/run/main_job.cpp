@@ -3,6 +3,7 @@
 #include "platform/files.h"
 #include "platform/format.h"
 #include "platform/messages.h"
+#include "run/ac_result_files.h"
 #include "run/driver.h"
 #include "run/extraction.h"
 #include "run/result_files.h"
@@ -62,6 +63,10 @@ int RunMainJob(const std::string& definitionPath, std::string& summary) {
         SaveResultFile(RESULT_IV, ResultPath(stem, "iv"));
     if (element && element->actie.QE.calculate && element->actie.QE.done > 0)
         SaveResultFile(RESULT_QE, ResultPath(stem, "qe"));
+    if (element && element->actie.CV.calculate && element->actie.CV.done > 0)
+        SaveAcResultFile(RESULT_CV, ResultPath(stem, "cv"));
+    if (element && element->actie.Cf.calculate && element->actie.Cf.done > 0)
+        SaveAcResultFile(RESULT_CF, ResultPath(stem, "cf"));
     if (WorkPointConvergenceFailure == 0) {
         // The band diagram of the working point, on its own mesh.
         CopyCalculationVariables(currentCalcVars, werkpuntcv);

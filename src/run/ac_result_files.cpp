@@ -1,0 +1,237 @@
+#include "run/ac_result_files.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <vector>
+
+#include "platform/format.h"
+#include "platform/messages.h"
+#include "run/result_files.h"
+#include "run/result_list.h"
+#include "run/small_signal_current.h"
+#include "run/startup.h"
+#include "setup/working_settings.h"
+#include "solver/ac_system.h"
+
+namespace tervo {
+namespace {
+
+size_t At(int i) {
+    return static_cast<size_t>(i);
+}
+
+void Line(std::string& text, const std::string& line) {
+    text += line;
+    text += '\n';
+}
+
+void Blank(std::string& text) {
+    text += '\n';
+}
+
+double Value(const std::vector<double>& curve, int i) {
+    return At(i) < curve.size() ? curve[At(i)] : 0.0;
+}
+
+bool KnownMode(int mode) {
+    if (mode == OUTPUT_TO_SCREEN || mode == OUTPUT_TO_OPEN_FILE) return true;
+    TERVOErrorMessage("Function Save or Show", FmtStr("%s<Output mode %i is not available", mode));
+    return false;
+}
+
+int Emit(int mode, TextFile* file, const std::string& text) {
+    if (mode == OUTPUT_TO_SCREEN) {
+        if (std::fputs(text.c_str(), stdout) < 0) return -1;
+        std::fflush(stdout);
+        return 0;
+    }
+    if (file == nullptr || !file->IsOpen()) {
+        TERVOErrorMessage("Function Save or Show", "No open file to write to");
+        return -1;
+    }
+    if (WriteText(*file, text) != 0) {
+        TERVOErrorMessage("Function Save or Show",
+                          FmtStr("%s<Error writing %s: %s", file->path, IoErrorText(file->lastError)));
+        return -1;
+    }
+    return 0;
+}
+
+// A row that a cut curve did not reach: nothing, zeros or blanks in each of `columns` cells.
+void FillerRow(std::string& text, int columns) {
+    if (ActionListMode != ACTIONLIST_FILLZEROS && ActionListMode != ACTIONLIST_FILLWHITE) return;
+    const char* cell = ActionListMode == ACTIONLIST_FILLZEROS ? "0.0" : " ";
+    std::string row;
+    for (int c = 0; c < columns; ++c) {
+        if (c > 0) row += '\t';
+        row += cell;
+    }
+    Line(text, row);
+}
+
+constexpr int CF_COLUMNS = 7;
+
+void CFBlock(std::string& text, const DataListElement& e) {
+    ComposeOutputHeader(text, &e, HEADER_CF, 1, 0);
+    Line(text, FmtStr("%s<       f(Hz)\t   C(nF/cm2)\t    G(S/cm2)\t   Z.re(ohm.cm2)\t   Z.im(ohm.cm2)\t "
+                      "Z.magn(ohm.cm2)\t      Z.phase(°)"));
+    Blank(text);
+    const int points = std::max(e.actie.Cf.points, 0);
+    const int done = std::min(std::max(e.actie.Cf.done, 0), points);
+    for (int i = 0; i < points; ++i) {
+        if (i >= done || At(i) >= e.cf_as.size()) {
+            FillerRow(text, CF_COLUMNS);
+            continue;
+        }
+        Line(text, FmtStr("%s< %f[w16p8e2]\t %f[w16p8e2]\t %f[w16p8e2]\t %f[w16p8e2]\t %f[w16p8e2]\t "
+                          "%f[w16p8e2]\t %f[w12p6]",
+                          Value(e.cf_as, i), Value(e.cfcap, i), Value(e.cfcon, i), Value(e.cfZre, i),
+                          Value(e.cfZim, i), Value(e.cfZmagn, i), Value(e.cfZphase, i)));
+    }
+    Blank(text);
+    Blank(text);
+}
+
+// C-V blocks: the curve with the currents of its points, which the element's I-V curve holds at the
+// same index once the two were merged.
+void CVBlock(std::string& text, const DataListElement& e) {
+    ComposeOutputHeader(text, &e, HEADER_CV, 1, 0);
+    const int points = std::max(e.actie.CV.points, 0);
+    const int done = std::min(std::max(e.actie.CV.done, 0), points);
+    const bool mott = done > NW.fitPoints;
+    if (done < 4) {
+        Line(text, FmtStr("%s<    v(V)\t   C(nF/cm2)\t    G(S/cm2)\t  jtot(mA/cm2)\t   jbulk(mA/cm2)\t    "
+                          "jifr(mA/cm2)\t  jminor_left(mA/cm2)\t  jminor_right(mA/cm2)"));
+    } else {
+        const int layer = std::clamp(NW.layer, 0, MAX_LAYERS - 1);
+        Line(text,
+             FmtStr(NW.side < 0 ? "%s<relative dielectric constant used to calculate W and Napp: epsilon "
+                                  "=\t%f\tat left side of layer\t%i\t%s"
+                                : "%s<relative dielectric constant used to calculate W and Napp: epsilon "
+                                  "=\t%f\tat right side of layer\t%i\t%s",
+                    NW.epsilon, layer + 1, zonnecel.layer[At(layer)].name));
+        Blank(text);
+        Line(text,
+             FmtStr("%s<    v(V)\t   C(nF/cm2)\t    G(S/cm2)\t       W(µm)\t  Napp(/cm3)\t    "
+                    "jtot(mA/cm2)\t   jbulk(mA/cm2)\tjifr(mA/cm2)\t  jopp_n(mA/cm2)\t  jopp_p(mA/cm2)"));
+    }
+    Blank(text);
+    // The bulk and interface losses of the I-V part are kept in A/m2, like those of the .iv file:
+    // 0.1 brings them to the mA/cm2 of their columns.
+    for (int i = 0; i < points; ++i) {
+        if (i >= done || At(i) >= e.cv_as.size()) {
+            FillerRow(text, mott ? 10 : 8);
+            continue;
+        }
+        if (mott)
+            Line(text,
+                 FmtStr("%s< %f[w12p6]\t %f[w16p8e2]\t %f[w16p8e2]\t %f[w16p8e2]\t %f[w16p8e2]\t "
+                        "%f[w16p8e2]\t %f[w16p8e2]\t %f[w16p8e2]\t %f[w16p8e2]\t %f[w16p8e2]",
+                        Value(e.cv_as, i), Value(e.cvcap, i), Value(e.cvcon, i), Value(e.cvW, i),
+                        Value(e.cvN, i), Value(e.ivcurrent, i), 0.1 * Value(e.ivbulk, i),
+                        0.1 * Value(e.ivifr, i), Value(e.ivleftcontact, i), Value(e.ivrightcontact, i)));
+        else
+            Line(text, FmtStr("%s< %f[w12p6]\t %f[w16p8e2]\t %f[w16p8e2]\t %f[w16p8e2]\t %f[w16p8e2]\t "
+                              "%f[w16p8e2]\t %f[w16p8e2]\t %f[w16p8e2]",
+                              Value(e.cv_as, i), Value(e.cvcap, i), Value(e.cvcon, i), Value(e.ivcurrent, i),
+                              0.1 * Value(e.ivbulk, i), 0.1 * Value(e.ivifr, i), Value(e.ivleftcontact, i),
+                              Value(e.ivrightcontact, i)));
+    }
+    Blank(text);
+    Blank(text);
+}
+
+} // namespace
+
+int cv_naar_file(int mode, TextFile* file) {
+    auto hasCurve = [](const DataListElement& e) { return e.actie.CV.calculate != 0; };
+    if (std::none_of(resultList.begin(), resultList.end(), hasCurve)) {
+        TERVOErrorMessage("Function Save or Show",
+                          "No CV-calculation is made yet: nothing to save or to show !");
+        return -1;
+    }
+    if (!KnownMode(mode)) return -1;
+    std::string text;
+    for (const DataListElement& e : resultList)
+        if (hasCurve(e)) CVBlock(text, e);
+    return Emit(mode, file, text);
+}
+
+int ac_naar_file(int mode, TextFile* file, const CalculationVariables& cv) {
+    if (resultList.empty() || cv.parameters == nullptr || cv.mesh.n_points < 1) {
+        TERVOErrorMessage("Function Save or Show ac Energy Bands",
+                          "No ac-calculation is made yet: nothing to save or to show !");
+        return -1;
+    }
+    if (!KnownMode(mode)) return -1;
+    std::string text;
+    if (ComposeOutputHeader(text, pointer_naar_huidige(), HEADER_AC_BANDS, 1, 0) != 0) return -1;
+    Line(text,
+         FmtStr("%s<Calculation at actual bias voltage\t%f[w10p4]\tVolt", cv.V_applied * zonnecel.signV));
+    Line(text, FmtStr("%s<Calculation at actual frequency\t%f[w12e2p4]\tHz", omega_us / 6.283185307179586));
+    Blank(text);
+    Line(text, FmtStr("%s<bulk"));
+    Blank(text);
+    Line(text,
+         FmtStr("%s[w*q]<i\tx (µm)\tjn.re(mA/cm2)\tjn.im(mA/cm2)\tjp.re(mA/cm2)\tjp.im(mA/cm2)\tjdispl.re("
+                "mA/cm2)\tjdispl.im(mA/cm2)\t j.re (mA/cm2)\tj.im (mA/cm2)\tpsi.re(#kT/q)\t psi.im "
+                "(#kT/q)\t Fn.re (#kT)\t Fn.im (#kT)\t Fp.re (#kT)\t Fp.im (#kT)",
+                599));
+    Blank(text);
+    const int n = std::min(cv.mesh.n_points, MAX_MESH_POINTS);
+    for (int i = 0; i < n; ++i) {
+        const size_t I = At(i);
+        Line(text,
+             FmtStr("%s[w*q]<%i[w3]\t%f[w13p6]\t%f[w15p6e2]\t%f[w15p6e2]\t%f[w15p6e2]\t%f[w15p6e2]\t%f["
+                    "w15p6e2]\t%f[w15p6e2]\t%f[w15p6e2]\t%f[w15p6e2]\t%f[w13p6]\t%f[w13p6]\t%f[w13p6]\t%f["
+                    "w13p6]\t%f[w13p6]\t%f[w13p6]",
+                    599, i, cv.mesh.x_um[I], del_jn_re[I] * 0.1, del_jn_im[I] * 0.1, del_jp_re[I] * 0.1,
+                    del_jp_im[I] * 0.1, J_displ_re[I] * 0.1, J_displ_im[I] * 0.1, del_j_tot_re[I] * 0.1,
+                    del_j_tot_im[I] * 0.1, del_Psi_re[I], del_Psi_im[I], amplitude + del_u_re[I], del_u_im[I],
+                    del_v_re[I], del_v_im[I]));
+    }
+    return Emit(mode, file, text);
+}
+
+int cf_naar_file(int mode, TextFile* file) {
+    auto hasCurve = [](const DataListElement& e) { return e.actie.Cf.calculate != 0; };
+    if (std::none_of(resultList.begin(), resultList.end(), hasCurve)) {
+        TERVOErrorMessage("Function Save or Show",
+                          "No C-f calculation is made yet: nothing to save or to show !");
+        return -1;
+    }
+    if (!KnownMode(mode)) return -1;
+    std::string text;
+    for (const DataListElement& e : resultList)
+        if (hasCurve(e)) CFBlock(text, e);
+    return Emit(mode, file, text);
+}
+
+int SaveAcResultFile(AcResultFileKind kind, const std::string& path) {
+    const int filetype = kind == RESULT_CV ? FILETYPE_CV : kind == RESULT_CF ? FILETYPE_CF : FILETYPE_AC;
+    const char* extension = kind == RESULT_CV ? "cv" : kind == RESULT_CF ? "cf" : "ac";
+    std::string full;
+    CheckTERVOPaths(&full, nullptr, path, filetype);
+    if (full.empty()) {
+        TERVOErrorMessage("Function Save or Show", "No file name given");
+        return -1;
+    }
+    const size_t slash = full.find_last_of('/');
+    const size_t dot = full.find_last_of('.');
+    if (dot == std::string::npos || (slash != std::string::npos && dot < slash))
+        full += std::string(".") + extension;
+    TextFile file = OpenFile(full, FileMode::Write);
+    if (!file.IsOpen()) {
+        TERVOErrorMessage("Function Save or Show", FmtStr("%s<File not found or not opened: %s\n%s", full,
+                                                          IoErrorText(file.lastError)));
+        return -1;
+    }
+    int result = -1;
+    if (kind == RESULT_CF) result = cf_naar_file(OUTPUT_TO_OPEN_FILE, &file);
+    if (kind == RESULT_CV) result = cv_naar_file(OUTPUT_TO_OPEN_FILE, &file);
+    if (kind == RESULT_AC) result = ac_naar_file(OUTPUT_TO_OPEN_FILE, &file, currentCalcVars);
+    CloseFile(file);
+    return result;
+}
+
+} // namespace tervo
