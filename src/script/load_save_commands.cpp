@@ -16,6 +16,7 @@
 #include "platform/messages.h"
 #include "platform/text_file.h"
 #include "platform/text_util.h"
+#include "run/ac_result_files.h"
 #include "run/action_list.h"
 #include "run/driver.h"
 #include "run/problem.h"
@@ -104,24 +105,59 @@ void ProcessLoadCommand(const std::string& argument, const std::string& value) {
 
 namespace {
 
-void SaveResult(const std::string& part2, const std::string& argument, const std::string& value,
-                const std::string& outputHeader) {
-    const bool bands = Is(part2, "eb");
-    const bool iv = Is(part2, "iv");
-    const bool qe = Is(part2, "qe");
-    if (!bands && !iv && !qe) {
-        static const char* const later[] = {"genrec", "gr", "ac", "cv", "cf", "record"};
-        for (const char* kind : later) {
-            if (Is(part2, kind)) {
-                NotAvailable(SAVE_TITLE, "save", argument, value,
-                             "This kind of result file is not available in this build yet");
-                return;
-            }
-        }
-        return; // any other kind of result: nothing
+// The result tables a script can save, by the second part of its argument.  "genrec" and "gr" ask
+// the generation-recombination table; a third part "occupation" or "ftraps" asks the occupation of
+// the defect levels instead (without a user nobody is asked).
+enum class ResultTable { None, Bands, GenRec, Occupation, AC, IV, CV, Cf, QE, Later };
+
+ResultTable WhichTable(const std::string& part2, const std::string& part3) {
+    if (Is(part2, "eb")) return ResultTable::Bands;
+    if (Is(part2, "genrec") || Is(part2, "gr"))
+        return Is(part3, "occupation") || Is(part3, "ftraps") ? ResultTable::Occupation : ResultTable::GenRec;
+    if (Is(part2, "ac")) return ResultTable::AC;
+    if (Is(part2, "iv")) return ResultTable::IV;
+    if (Is(part2, "cv")) return ResultTable::CV;
+    if (Is(part2, "cf")) return ResultTable::Cf;
+    if (Is(part2, "qe")) return ResultTable::QE;
+    if (Is(part2, "record")) return ResultTable::Later;
+    return ResultTable::None;
+}
+
+void SaveResult(const std::string& part2, const std::string& part3, const std::string& argument,
+                const std::string& value, const std::string& outputHeader) {
+    const ResultTable table = WhichTable(part2, part3);
+    if (table == ResultTable::None) return; // any other kind of result: nothing
+    if (table == ResultTable::Later) {
+        NotAvailable(SAVE_TITLE, "save", argument, value,
+                     "This kind of result file is not available in this build yet");
+        return;
+    }
+    int filetype = FILETYPE_IV;
+    switch (table) {
+    case ResultTable::Bands:
+        filetype = FILETYPE_EB;
+        break;
+    case ResultTable::GenRec:
+    case ResultTable::Occupation:
+        filetype = FILETYPE_GENERATION_RESULT;
+        break;
+    case ResultTable::AC:
+        filetype = FILETYPE_AC;
+        break;
+    case ResultTable::CV:
+        filetype = FILETYPE_CV;
+        break;
+    case ResultTable::Cf:
+        filetype = FILETYPE_CF;
+        break;
+    case ResultTable::QE:
+        filetype = FILETYPE_QE;
+        break;
+    default:
+        break;
     }
     std::string path;
-    CheckTERVOPaths(&path, nullptr, value, bands ? FILETYPE_EB : qe ? FILETYPE_QE : FILETYPE_IV);
+    CheckTERVOPaths(&path, nullptr, value, filetype);
     TextFile file = OpenFile(path, FileMode::Write);
     if (!file.IsOpen()) {
         TERVOErrorMessage(SAVE_TITLE,
@@ -130,12 +166,32 @@ void SaveResult(const std::string& part2, const std::string& argument, const std
         return;
     }
     WriteLine(file, outputHeader);
-    if (bands)
+    switch (table) {
+    case ResultTable::Bands:
         eb_naar_file(OUTPUT_TO_OPEN_FILE, &file, currentCalcVars);
-    else if (qe)
+        break;
+    case ResultTable::GenRec:
+        gen_naar_file(OUTPUT_TO_OPEN_FILE, &file, currentCalcVars, GENFILE_GENERATION);
+        break;
+    case ResultTable::Occupation:
+        gen_naar_file(OUTPUT_TO_OPEN_FILE, &file, currentCalcVars, GENFILE_OCCUPATION);
+        break;
+    case ResultTable::AC:
+        ac_naar_file(OUTPUT_TO_OPEN_FILE, &file, currentCalcVars);
+        break;
+    case ResultTable::CV:
+        cv_naar_file(OUTPUT_TO_OPEN_FILE, &file);
+        break;
+    case ResultTable::Cf:
+        cf_naar_file(OUTPUT_TO_OPEN_FILE, &file);
+        break;
+    case ResultTable::QE:
         qe_naar_file(OUTPUT_TO_OPEN_FILE, &file);
-    else
+        break;
+    default:
         iv_naar_file(OUTPUT_TO_OPEN_FILE, &file);
+        break;
+    }
     CloseFile(file);
 }
 
@@ -155,7 +211,7 @@ void ProcessSaveCommand(const std::string& argument, const std::string& value,
                          "This kind of settings file can not be saved in this build yet");
         }
     } else if (Is(part1, "result")) {
-        SaveResult(part2, argument, value, outputHeader);
+        SaveResult(part2, part3, argument, value, outputHeader);
     } else if (Is(part1, "graph")) {
         NotAvailable(SAVE_TITLE, "save", argument, value,
                      "Pictures of graphs are not available in this build: it has no screens");

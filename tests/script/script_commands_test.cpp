@@ -224,14 +224,14 @@ TEST_F(ScriptCommands, LoadAndSave) {
     EXPECT_EQ(parameterset1.name, "copy.def");
 
     ASSERT_EQ(Run("load measurement.iv somefile.iv\nload batch b.sbf\nload alltervo a.tervo\n"
-                  "save graph.iv.whole picture.png\nsave result.cv c.cv\n"),
+                  "save graph.iv.whole picture.png\nsave result.record r.txt\n"),
               0);
     EXPECT_EQ(ReportedMessages().size(), 5u) << AllMessages();
     EXPECT_EQ(
         Count("Error whilst processing load command in script",
               "Script command: load batch b.sbf\nBatch settings files can not be loaded in this build yet"),
         1);
-    EXPECT_FALSE(FileExists(In("results", "c.cv")));
+    EXPECT_FALSE(FileExists(In("results", "r.txt")));
 }
 
 TEST_F(ScriptCommands, ResultFileWithoutCalculationHoldsTheScriptHeader) {
