@@ -350,13 +350,16 @@ void CumulativeRecombination(CalculationVariables& cv, RecombinationBalance& out
         const int last = std::min(mesh.last_point[At(j)], n - 1);
         const size_t I = At(i);
         double integral = 0;
+        // (The index tests repeat what first < i < last already says, for the optimiser's sake.)
+        const bool hasLeft = I > 0;
+        const bool hasRight = I + 1 < rate.size();
         if (last <= first)
             integral = 0;
-        else if (i == first)
+        else if (i == first && hasRight)
             integral = halfCells ? mesh.h[I] * (3 * rate[I] + rate[I + 1]) / 8 : 0.0;
-        else if (i == last)
+        else if (i == last && hasLeft)
             integral = halfCells ? mesh.h[I - 1] * (3 * rate[I] + rate[I - 1]) / 8 : 0.0;
-        else
+        else if (hasLeft && hasRight)
             integral = (mesh.h[I - 1] + mesh.h[I]) / 2 * rate[I];
         return integral * toCurrent(j);
     };
