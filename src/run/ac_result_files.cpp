@@ -8,6 +8,7 @@
 #include "platform/messages.h"
 #include "run/result_files.h"
 #include "run/result_list.h"
+#include "run/result_text.h"
 #include "run/small_signal_current.h"
 #include "run/startup.h"
 #include "setup/working_settings.h"
@@ -21,52 +22,22 @@ size_t At(int i) {
 }
 
 void Line(std::string& text, const std::string& line) {
-    text += line;
-    text += '\n';
+    AppendLine(text, line);
 }
-
 void Blank(std::string& text) {
-    text += '\n';
+    AppendBlank(text);
 }
-
 double Value(const std::vector<double>& curve, int i) {
-    return At(i) < curve.size() ? curve[At(i)] : 0.0;
+    return CurveValue(curve, i);
 }
-
 bool KnownMode(int mode) {
-    if (mode == OUTPUT_TO_SCREEN || mode == OUTPUT_TO_OPEN_FILE) return true;
-    TERVOErrorMessage("Function Save or Show", FmtStr("%s<Output mode %i is not available", mode));
-    return false;
+    return IsResultOutputMode(mode);
 }
-
 int Emit(int mode, TextFile* file, const std::string& text) {
-    if (mode == OUTPUT_TO_SCREEN) {
-        if (std::fputs(text.c_str(), stdout) < 0) return -1;
-        std::fflush(stdout);
-        return 0;
-    }
-    if (file == nullptr || !file->IsOpen()) {
-        TERVOErrorMessage("Function Save or Show", "No open file to write to");
-        return -1;
-    }
-    if (WriteText(*file, text) != 0) {
-        TERVOErrorMessage("Function Save or Show",
-                          FmtStr("%s<Error writing %s: %s", file->path, IoErrorText(file->lastError)));
-        return -1;
-    }
-    return 0;
+    return EmitResultText(mode, file, text);
 }
-
-// A row that a cut curve did not reach: nothing, zeros or blanks in each of `columns` cells.
 void FillerRow(std::string& text, int columns) {
-    if (ActionListMode != ACTIONLIST_FILLZEROS && ActionListMode != ACTIONLIST_FILLWHITE) return;
-    const char* cell = ActionListMode == ACTIONLIST_FILLZEROS ? "0.0" : " ";
-    std::string row;
-    for (int c = 0; c < columns; ++c) {
-        if (c > 0) row += '\t';
-        row += cell;
-    }
-    Line(text, row);
+    AppendFillerRow(text, columns);
 }
 
 constexpr int CF_COLUMNS = 7;

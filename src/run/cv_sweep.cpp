@@ -37,48 +37,17 @@ struct CVWork {
     }
 };
 
-double LayerCurrentFactor(const CalculationParameters& P, int layer) {
-    return P.scale.diffusion * P.scale.density[At(layer)] * Q_ELEM / P.scale.length;
-}
-
-// Trapezoidal integral of a normalised rate over the stack, A/m2; the double point of an interface
-// counts once in each layer.
-double IntegratedRate(const CalculationVariables& cv, const MeshArray& R) {
-    const MeshBlock& m = cv.mesh;
-    double sum = 0;
-    for (int j = 0; j < m.number_of_layers; ++j) {
-        const double f = LayerCurrentFactor(*cv.parameters, j);
-        for (int k = m.first_point[At(j)]; k <= m.last_point[At(j)]; ++k) {
-            const double left = k > 0 ? m.h[At(k - 1)] : 0.0;
-            const double right = k < m.n_points - 1 ? m.h[At(k)] : 0.0;
-            sum += R[At(k)] * f * (left + right) / 2;
-        }
-    }
-    return sum;
-}
-
-// The loss channels of point i, as the I-V sweep forms them: interfaces, bulk by mechanism, and the
-// minority currents through the contacts.
+// The loss channels of point i, as the I-V sweep forms them.
 void LossChannels(const CalculationVariables& cv, CVWork& w, int i) {
-    const CalculationParameters& P = *cv.parameters;
-    const MeshBlock& m = cv.mesh;
-    const RecombinationData& r = cv.recombination;
+    const LossChannelValues v = LossChannelsOfState(cv);
     const size_t I = At(i);
-    double interfaces = 0;
-    for (int j = 0; j + 1 < m.number_of_layers; ++j) {
-        const size_t J = At(j);
-        interfaces += (r.ifr.Rn_left[J] * P.scale.density[J] + r.ifr.Rn_right[J] * P.scale.density[J + 1]) *
-                      P.scale.diffusion / P.scale.length * Q_ELEM;
-    }
-    w.ifrdcstroom[I] = interfaces;
-    w.recdcstroom[I] = IntegratedRate(cv, r.dc.R);
-    w.recSRH[I] = IntegratedRate(cv, r.dc_defects.R);
-    w.recRadiative[I] = IntegratedRate(cv, r.dc_radiative.R);
-    w.recAuger[I] = IntegratedRate(cv, r.dc_auger.R);
-    const int last = m.n_points - 1;
-    const int layers = std::max(m.number_of_layers, 1);
-    w.leftMinority[I] = P.dopingSignLeft[0] == -1 ? j_p[0] : j_n[0];
-    w.rightMinority[I] = P.dopingSignRight[At(layers - 1)] == 1 ? j_n[At(last)] : j_p[At(last)];
+    w.ifrdcstroom[I] = v.interfaces;
+    w.recdcstroom[I] = v.bulk;
+    w.recSRH[I] = v.srh;
+    w.recRadiative[I] = v.radiative;
+    w.recAuger[I] = v.auger;
+    w.leftMinority[I] = v.leftMinority;
+    w.rightMinority[I] = v.rightMinority;
 }
 
 // Exchange sort of index lists by their values, ascending.

@@ -80,33 +80,17 @@ double IntegratedRate(const CalculationVariables& cv, const MeshArray& R) {
     return sum;
 }
 
-// The loss channels of the solved point i: recombination at the interfaces and in the bulk (split
-// by mechanism), and the minority-carrier current that leaves through each contact.
+// The loss channels of the solved point i.
 void LossChannels(const CalculationVariables& cv, IVWork& w, int i) {
-    const CalculationParameters& P = *cv.parameters;
-    const MeshBlock& m = cv.mesh;
-    const RecombinationData& r = cv.recombination;
+    const LossChannelValues v = LossChannelsOfState(cv);
     const size_t I = At(i);
-
-    double interfaces = 0;
-    for (int j = 0; j + 1 < m.number_of_layers; ++j) {
-        const size_t J = At(j);
-        // The interface rates are normalised per side with the density scale of that side's layer.
-        interfaces += (r.ifr.Rn_left[J] * P.scale.density[J] + r.ifr.Rn_right[J] * P.scale.density[J + 1]) *
-                      P.scale.diffusion / P.scale.length * Q_ELEM;
-    }
-    w.ifrdcstroom[I] = interfaces;
-    w.recdcstroom[I] = IntegratedRate(cv, r.dc.R);
-    w.recSRH[I] = IntegratedRate(cv, r.dc_defects.R);
-    w.recRadiative[I] = IntegratedRate(cv, r.dc_radiative.R);
-    w.recAuger[I] = IntegratedRate(cv, r.dc_auger.R);
-
-    // At an n-type contact (code -1) the holes are the minority, else the electrons.
-    const int last = m.n_points - 1;
-    const int layers = std::max(m.number_of_layers, 1);
-    w.leftMinority[I] = (P.dopingSignLeft[0] == -1 ? j_p[0] : j_n[0]);
-    w.rightMinority[I] =
-        (P.dopingSignRight[At(layers - 1)] == 1 ? j_n[At(last)] : j_p[At(last)]);
+    w.ifrdcstroom[I] = v.interfaces;
+    w.recdcstroom[I] = v.bulk;
+    w.recSRH[I] = v.srh;
+    w.recRadiative[I] = v.radiative;
+    w.recAuger[I] = v.auger;
+    w.leftMinority[I] = v.leftMinority;
+    w.rightMinority[I] = v.rightMinority;
 }
 
 // Drops the points of a first branch after point i: the second branch, which begins at `split`,
@@ -410,6 +394,29 @@ int IVParameters(const double* V, const double* J, int n, int kind, SolarCellPar
     return AnalyseIVCurve(v.data(), j.data(), n, light, *destination);
 }
 
+LossChannelValues LossChannelsOfState(const CalculationVariables& cv) {
+    const CalculationParameters& P = *cv.parameters;
+    const MeshBlock& m = cv.mesh;
+    const RecombinationData& r = cv.recombination;
+    LossChannelValues v;
+    for (int j = 0; j + 1 < m.number_of_layers; ++j) {
+        const size_t J = At(j);
+        // The interface rates are normalised per side with the density scale of that side's layer.
+        v.interfaces += (r.ifr.Rn_left[J] * P.scale.density[J] + r.ifr.Rn_right[J] * P.scale.density[J + 1]) *
+                        P.scale.diffusion / P.scale.length * Q_ELEM;
+    }
+    v.bulk = IntegratedRate(cv, r.dc.R);
+    v.srh = IntegratedRate(cv, r.dc_defects.R);
+    v.radiative = IntegratedRate(cv, r.dc_radiative.R);
+    v.auger = IntegratedRate(cv, r.dc_auger.R);
+    // At an n-type contact (code -1) the holes are the minority, else the electrons.
+    const int last = m.n_points - 1;
+    const int layers = std::max(m.number_of_layers, 1);
+    v.leftMinority = P.dopingSignLeft[0] == -1 ? j_p[0] : j_n[0];
+    v.rightMinority = P.dopingSignRight[At(layers - 1)] == 1 ? j_n[At(last)] : j_p[At(last)];
+    return v;
+}
+
 int calciv(CalculationVariables& cv, Actie& action, int mode) {
     SweepAction& iv = action.IV;
     if (iv.points > MAX_NUM_CALCULATION_STEPS) {
@@ -467,8 +474,7 @@ int calciv(CalculationVariables& cv, Actie& action, int mode) {
         update_eb_panel(cv, 1);
         const size_t I = At(i);
         // The median over the mesh, not a mean or one chosen point, is the one current of a point.
-        w.dcstroom[I] =
-            Median(j_tot.data(), std::clamp(cv.mesh.n_points, 0, MAX_MESH_POINTS));
+        w.dcstroom[I] = Median(j_tot.data(), std::clamp(cv.mesh.n_points, 0, MAX_MESH_POINTS));
         if (wp.RshPresent) w.dcstroom[I] += w.v_cell[I] * wp.Gsh * 0.1;
         w.v_as[I] = wp.RsPresent ? w.v_cell[I] + wp.Rs * w.dcstroom[I] * 10 : w.v_cell[I];
         LossChannels(cv, w, i);

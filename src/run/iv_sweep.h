@@ -24,6 +24,20 @@ namespace tervo {
 // points were asked (reported), or the result of a pause that was not "go on".
 int calciv(CalculationVariables& cv, Actie& action, int mode);
 
+// The loss channels of a solved state: recombination at the interfaces and in the bulk (A/m2, the
+// bulk split by mechanism), and the minority-carrier current that leaves through each contact
+// (mA/cm2, from the last extracted current profiles).
+struct LossChannelValues {
+    double interfaces = 0;
+    double bulk = 0;
+    double srh = 0;
+    double radiative = 0;
+    double auger = 0;
+    double leftMinority = 0;
+    double rightMinority = 0;
+};
+LossChannelValues LossChannelsOfState(const CalculationVariables& cv);
+
 // Whose curve IVParameters analyses.
 enum IVCurveKind : int {
     IV_MEASUREMENT = 0, // as given; light and result from the measurement

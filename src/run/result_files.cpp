@@ -1,5 +1,7 @@
 #include "run/result_files.h"
 
+#include "run/result_text.h"
+
 #include <algorithm>
 #include <array>
 #include <cmath>
@@ -26,12 +28,10 @@ size_t At(int i) {
 
 // Appends one line and its line end.
 void Line(std::string& text, const std::string& line) {
-    text += line;
-    text += '\n';
+    AppendLine(text, line);
 }
-
 void Blank(std::string& text) {
-    text += '\n';
+    AppendBlank(text);
 }
 
 // The date and time of a file (the present moment for the fresh problem) in the two layouts of the
@@ -143,50 +143,22 @@ void ConventionLines(std::string& text, const WorkPoint& w) {
                     contact));
 }
 
-// Sends a composed text to the screen or to the caller's open file.
 int Emit(int mode, TextFile* file, const std::string& text) {
-    if (mode == OUTPUT_TO_SCREEN) {
-        if (std::fputs(text.c_str(), stdout) < 0) return -1;
-        std::fflush(stdout);
-        return 0;
-    }
-    if (file == nullptr || !file->IsOpen()) {
-        TERVOErrorMessage("Function Save or Show", "No open file to write to");
-        return -1;
-    }
-    if (WriteText(*file, text) != 0) {
-        TERVOErrorMessage("Function Save or Show",
-                          FmtStr("%s<Error writing %s: %s", file->path, IoErrorText(file->lastError)));
-        return -1;
-    }
-    return 0;
+    return EmitResultText(mode, file, text);
 }
-
 bool KnownMode(int mode) {
-    if (mode == OUTPUT_TO_SCREEN || mode == OUTPUT_TO_OPEN_FILE) return true;
-    TERVOErrorMessage("Function Save or Show", FmtStr("%s<Output mode %i is not available", mode));
-    return false;
+    return IsResultOutputMode(mode);
 }
-
-// A row that a cut curve did not reach: nothing, zeros or blanks in each of `columns` cells.
 void FillerRow(std::string& text, int columns) {
-    if (ActionListMode != ACTIONLIST_FILLZEROS && ActionListMode != ACTIONLIST_FILLWHITE) return;
-    const char* cell = ActionListMode == ACTIONLIST_FILLZEROS ? "0.0" : " ";
-    std::string row;
-    for (int c = 0; c < columns; ++c) {
-        if (c > 0) row += '\t';
-        row += cell;
-    }
-    Line(text, row);
+    AppendFillerRow(text, columns);
 }
 
-// A current times a sign, with a zero written as 0 and not as -0.
 double Signed(double value, double sign) {
     return value * sign + 0.0;
 }
 
 double Value(const std::vector<double>& curve, int i) {
-    return At(i) < curve.size() ? curve[At(i)] : 0.0;
+    return CurveValue(curve, i);
 }
 
 std::string Marked(std::string line, int extrapolated) {
@@ -739,6 +711,57 @@ int gen_naar_file(int mode, TextFile* file, CalculationVariables& cv, int conten
         ComposeOccupationTable(cv, text);
     }
     return Emit(mode, file, text);
+}
+
+// ---------------------------------------------------------------------------------------------
+// Pieces shared by the writers
+
+void AppendLine(std::string& text, const std::string& line) {
+    text += line;
+    text += '\n';
+}
+
+void AppendBlank(std::string& text) {
+    text += '\n';
+}
+
+double CurveValue(const std::vector<double>& curve, int i) {
+    return i >= 0 && static_cast<size_t>(i) < curve.size() ? curve[static_cast<size_t>(i)] : 0.0;
+}
+
+void AppendFillerRow(std::string& text, int columns) {
+    if (ActionListMode != ACTIONLIST_FILLZEROS && ActionListMode != ACTIONLIST_FILLWHITE) return;
+    const char* cell = ActionListMode == ACTIONLIST_FILLZEROS ? "0.0" : " ";
+    std::string row;
+    for (int c = 0; c < columns; ++c) {
+        if (c > 0) row += '\t';
+        row += cell;
+    }
+    AppendLine(text, row);
+}
+
+bool IsResultOutputMode(int mode) {
+    if (mode == OUTPUT_TO_SCREEN || mode == OUTPUT_TO_OPEN_FILE) return true;
+    TERVOErrorMessage("Function Save or Show", FmtStr("%s<Output mode %i is not available", mode));
+    return false;
+}
+
+int EmitResultText(int mode, TextFile* file, const std::string& text) {
+    if (mode == OUTPUT_TO_SCREEN) {
+        if (std::fputs(text.c_str(), stdout) < 0) return -1;
+        std::fflush(stdout);
+        return 0;
+    }
+    if (file == nullptr || !file->IsOpen()) {
+        TERVOErrorMessage("Function Save or Show", "No open file to write to");
+        return -1;
+    }
+    if (WriteText(*file, text) != 0) {
+        TERVOErrorMessage("Function Save or Show",
+                          FmtStr("%s<Error writing %s: %s", file->path, IoErrorText(file->lastError)));
+        return -1;
+    }
+    return 0;
 }
 
 } // namespace tervo

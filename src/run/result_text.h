@@ -1,0 +1,30 @@
+// Small pieces that every result-file writer composes its text with: lines, the rows of cut curves,
+// and the one way a composed text reaches the screen or an open file.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "platform/text_file.h"
+
+namespace tervo {
+
+// A line and its line end; an empty line.
+void AppendLine(std::string& text, const std::string& line);
+void AppendBlank(std::string& text);
+
+// The value of a curve at index i, 0 beyond its end.
+double CurveValue(const std::vector<double>& curve, int i);
+
+// A row that a cut curve did not reach, by `ActionListMode`: nothing, or `columns` cells of zeros
+// or of blanks.
+void AppendFillerRow(std::string& text, int columns);
+
+// Whether a writer can serve `mode` (the screen or an open file); reports the other modes.
+bool IsResultOutputMode(int mode);
+
+// Sends a composed text to the screen (standard output) or to the caller's open file.  0, or -1
+// after a message.
+int EmitResultText(int mode, TextFile* file, const std::string& text);
+
+} // namespace tervo
