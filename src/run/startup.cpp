@@ -228,6 +228,7 @@ int ApplyCommandLineFiles(const CommandLineFiles& files) {
     // The script runs last, with everything else of the command line in place.  Without a screen
     // the process ends when the script ends.
     scriptResult = files.script.empty() ? 0 : RunScriptFile(files.script, 1);
+    SetProblem(1); // the silent form: brings what depends on the definition file up to date
     return definition;
 }
 
