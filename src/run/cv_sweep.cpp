@@ -197,7 +197,9 @@ int calccv(CalculationVariables& cv, Actie& action, int mode) {
             break;
         }
         done = i + 1;
-        update_eb_panel(cv, 1);
+        // The recombination terms and currents of the point; its profiles would only feed the graphs
+        // of a screen.
+        update_eb_panel(cv, 0);
         const size_t I = At(i);
         w.dcstroom[I] = Median(j_tot.data(), std::clamp(cv.mesh.n_points, 0, MAX_MESH_POINTS));
         if (wp.RshPresent) w.dcstroom[I] += w.v_cell[I] * wp.Gsh * 0.1;

@@ -471,7 +471,9 @@ int calciv(CalculationVariables& cv, Actie& action, int mode) {
             break;
         }
         done = i + 1;
-        update_eb_panel(cv, 1);
+        // The recombination terms and currents of the point; its profiles would only feed the graphs
+        // of a screen, and a saved band diagram extracts its own.
+        update_eb_panel(cv, 0);
         const size_t I = At(i);
         // The median over the mesh, not a mean or one chosen point, is the one current of a point.
         w.dcstroom[I] = Median(j_tot.data(), std::clamp(cv.mesh.n_points, 0, MAX_MESH_POINTS));
