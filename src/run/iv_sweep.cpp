@@ -409,11 +409,13 @@ LossChannelValues LossChannelsOfState(const CalculationVariables& cv) {
     v.srh = IntegratedRate(cv, r.dc_defects.R);
     v.radiative = IntegratedRate(cv, r.dc_radiative.R);
     v.auger = IntegratedRate(cv, r.dc_auger.R);
-    // At an n-type contact (code -1) the holes are the minority, else the electrons.
+    // At an n-type contact (code -1) the holes are the minority, else the electrons.  A loss is
+    // positive whatever the carrier and the side: electrons leaving to the left and holes leaving to
+    // the right carry a positive conventional current, the other two a negative one.
     const int last = m.n_points - 1;
     const int layers = std::max(m.number_of_layers, 1);
-    v.leftMinority = P.dopingSignLeft[0] == -1 ? j_p[0] : j_n[0];
-    v.rightMinority = P.dopingSignRight[At(layers - 1)] == 1 ? j_n[At(last)] : j_p[At(last)];
+    v.leftMinority = P.dopingSignLeft[0] == -1 ? -j_p[0] : j_n[0];
+    v.rightMinority = P.dopingSignRight[At(layers - 1)] == 1 ? -j_n[At(last)] : j_p[At(last)];
     return v;
 }
 
