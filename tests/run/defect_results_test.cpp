@@ -571,7 +571,19 @@ TEST(DefectResultsOfTheMainJob, InTheDarkTheCumulativeRecombinationEndsAtTheTerm
     }
     {
         SCOPED_TRACE("n on the left");
-        ExpectCumulativeRecombinationEndsAtTheCurrent(RunCell("np", Junction(true, true), DarkAction(-1)));
+        const CellRun np = RunCell("np", Junction(true, true), DarkAction(-1));
+        ExpectCumulativeRecombinationEndsAtTheCurrent(np);
+        // The loss columns of the I-V file are losses for this orientation too: each one positive,
+        // together the size of the (negative) forward current.
+        ASSERT_EQ(np.iv.size(), 7u);
+        for (size_t k = 2; k < 7; ++k) {
+            SCOPED_TRACE(np.iv[k][0]);
+            EXPECT_LT(np.iv[k][1], 0.0);
+            EXPECT_GE(np.iv[k][4], 0.0);
+            EXPECT_GE(np.iv[k][5], 0.0);
+            const double lost = np.iv[k][2] + np.iv[k][3] + np.iv[k][4] + np.iv[k][5];
+            EXPECT_NEAR(lost / -np.iv[k][1], 1.0, 0.01);
+        }
     }
 }
 
