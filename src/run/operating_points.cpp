@@ -91,8 +91,24 @@ void eerste_schatting(CalculationVariables& cv) {
     const int n = Points(cv);
     if (n == 0) return;
     SetContactPotentials(cv, 0.0);
-    const double right = cv.psi[At(n - 1)];
-    for (int i = 1; i < n - 1; ++i) cv.psi[At(i)] = right * Fraction(cv, i);
+    // Inside the stack the potential of the neutral material at each point: n - p equals the net
+    // doping with flat Fermi levels, n = Nc_eff e^psi and p = Nv_eff e^-psi.  The equilibrium this
+    // leads to is the one a straight line between the contacts leads to, but the clamped Newton steps
+    // then only have to shape the junctions; from the straight line a layer of some tens of µm
+    // takes hundreds of steps to reach its flat bulk.
+    const CalculationParameters& P = *cv.parameters;
+    for (int i = 1; i < n - 1; ++i) {
+        const size_t I = At(i);
+        const double Nc = P.Nc_eff[I], Nv = P.Nv_eff[I], D = P.doping[I];
+        if (!(Nc > 0) || !(Nv > 0)) {
+            cv.psi[I] = cv.psi[At(n - 1)] * Fraction(cv, i);
+            continue;
+        }
+        const double root = std::sqrt(D * D + 4 * Nc * Nv);
+        // e^psi from Nc x^2 - D x - Nv = 0, in the form without cancellation for either sign of D.
+        const double x = D >= 0 ? (D + root) / (2 * Nc) : 2 * Nv / (root - D);
+        cv.psi[I] = std::log(x);
+    }
     update_psivar(cv);
     for (size_t i = 0; i < At(n); ++i) {
         cv.EFn[i] = 0;

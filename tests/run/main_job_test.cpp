@@ -55,8 +55,8 @@ std::string Slurp(const fs::path& p) {
 // A thick p-n homojunction (1 µm emitter on the light side, 5 µm base) that absorbs every photon
 // above its 1.5 eV gap, with no recombination but at the contacts, whose minority velocities are
 // small: every photon above the gap becomes one electron in the outer circuit.
-std::string CollectingCell(const std::string& convergenceLines) {
-    auto layer = [](const char* name, const char* d, const char* Nd, const char* Na) {
+std::string CollectingCell(const std::string& convergenceLines, const std::string& base = "5e-6") {
+    auto layer = [](const char* name, const std::string& d, const char* Nd, const char* Na) {
         return std::string("layer\n\nname : ") + name + "\nd : " + d +
                "\nv_th_n : 1e5\nv_th_p : 1e5\neps : 13\nchi : 4.0\nEg : 1.5\nNc : 1e24\nNv : 1e25\n"
                "mu_n : 0.01\nmu_p : 0.004\nK_rad : 0\nc_n_auger : 0\nc_p_auger : 0\nNd(uniform) : " +
@@ -66,7 +66,7 @@ std::string CollectingCell(const std::string& convergenceLines) {
                "pure B material (y=1), A : 1e9\npure B material (y=1), B : 0\n\n";
     };
     return "convergence\n\n" + convergenceLines + "\nback contact\n\nflatband : 1\nSn : 1e-3\nSp : 1e5\n\n" +
-           layer("base", "5e-6", "0", "1e22") + layer("emitter", "1e-6", "1e24", "0") +
+           layer("base", base, "0", "1e22") + layer("emitter", "1e-6", "1e24", "0") +
            "front contact\n\nflatband : 1\nSn : 1e5\nSp : 1e-3\n\nworking point\n\nilluminated from : right\n"
            "internal Rfront : 0\n";
 }
@@ -99,8 +99,8 @@ TEST(MainJob, EveryPhotonAboveTheGapOfACollectingCellIsTheShortCircuitCurrent) {
     ErrorMessageMode = 0;
     std::string out;
     ASSERT_EQ(RunMain({"--home", home.path.string(), (home.path / "collect.def").string(),
-                   (home.path / "light.act").string()},
-                  &out),
+                       (home.path / "light.act").string()},
+                      &out),
               0)
         << out;
     const DataListElement* e = pointer_naar_huidige();
@@ -123,6 +123,24 @@ TEST(MainJob, EveryPhotonAboveTheGapOfACollectingCellIsTheShortCircuitCurrent) {
               std::string::npos);
 }
 
+// A wafer-thick base (200 µm) reaches equilibrium on the default numerical settings and collects
+// the same photons.
+TEST(MainJob, AWaferThickBaseRunsOnTheDefaultSettings) {
+    Home home;
+    std::ofstream(home.path / "wafer.def") << CollectingCell("", "200e-6");
+    std::ofstream(home.path / "light.act") << kAction;
+    std::string out;
+    ASSERT_EQ(RunMain({"--home", home.path.string(), (home.path / "wafer.def").string(),
+                       (home.path / "light.act").string()},
+                      &out),
+              0)
+        << out;
+    const DataListElement* e = pointer_naar_huidige();
+    ASSERT_NE(e, nullptr);
+    ASSERT_TRUE(e->parameters.JscValid);
+    EXPECT_NEAR(e->parameters.Jsc / PhotonCurrentAboveGap(1.5), 1.0, 0.01);
+}
+
 TEST(MainJob, AFailedStageGivesANonZeroExitStatusAndTheReason) {
     Home home;
     // One outer pass cannot reach equilibrium.
@@ -132,8 +150,8 @@ TEST(MainJob, AFailedStageGivesANonZeroExitStatusAndTheReason) {
     ClearReportedMessages();
     std::string out;
     EXPECT_NE(RunMain({"--home", home.path.string(), (home.path / "stiff.def").string(),
-                   (home.path / "light.act").string()},
-                  &out),
+                       (home.path / "light.act").string()},
+                      &out),
               0);
     bool reported = false;
     std::string all;
