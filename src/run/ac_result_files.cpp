@@ -115,17 +115,9 @@ void CVBlock(std::string& text, const DataListElement& e) {
 } // namespace
 
 int cv_naar_file(int mode, TextFile* file) {
-    auto hasCurve = [](const DataListElement& e) { return e.actie.CV.calculate != 0; };
-    if (std::none_of(resultList.begin(), resultList.end(), hasCurve)) {
-        TERVOErrorMessage("Function Save or Show",
-                          "No CV-calculation is made yet: nothing to save or to show !");
-        return -1;
-    }
-    if (!KnownMode(mode)) return -1;
-    std::string text;
-    for (const DataListElement& e : resultList)
-        if (hasCurve(e)) CVBlock(text, e);
-    return Emit(mode, file, text);
+    return WriteCurveBlocks(
+        mode, file, [](const DataListElement& e) { return e.actie.CV.calculate != 0; }, CVBlock,
+        "No CV-calculation is made yet: nothing to save or to show !");
 }
 
 int ac_naar_file(int mode, TextFile* file, const CalculationVariables& cv) {
@@ -165,17 +157,9 @@ int ac_naar_file(int mode, TextFile* file, const CalculationVariables& cv) {
 }
 
 int cf_naar_file(int mode, TextFile* file) {
-    auto hasCurve = [](const DataListElement& e) { return e.actie.Cf.calculate != 0; };
-    if (std::none_of(resultList.begin(), resultList.end(), hasCurve)) {
-        TERVOErrorMessage("Function Save or Show",
-                          "No C-f calculation is made yet: nothing to save or to show !");
-        return -1;
-    }
-    if (!KnownMode(mode)) return -1;
-    std::string text;
-    for (const DataListElement& e : resultList)
-        if (hasCurve(e)) CFBlock(text, e);
-    return Emit(mode, file, text);
+    return WriteCurveBlocks(
+        mode, file, [](const DataListElement& e) { return e.actie.Cf.calculate != 0; }, CFBlock,
+        "No C-f calculation is made yet: nothing to save or to show !");
 }
 
 int SaveAcResultFile(AcResultFileKind kind, const std::string& path) {

@@ -317,31 +317,15 @@ int WriteBatchInfo(TextFile& file, const DataListElement& element) {
 
 int iv_naar_file(int mode, TextFile* file) {
     // C-V points carry currents too: an element with a C-V curve has an I-V curve.
-    auto hasCurve = [](const DataListElement& e) { return e.actie.IV.calculate || e.actie.CV.calculate; };
-    if (std::none_of(resultList.begin(), resultList.end(), hasCurve)) {
-        TERVOErrorMessage("Function Save or Show",
-                          "No IV-calculation is made yet: nothing to save or to show !");
-        return -1;
-    }
-    if (!KnownMode(mode)) return -1;
-    std::string text;
-    for (const DataListElement& e : resultList)
-        if (hasCurve(e)) IVBlock(text, e);
-    return Emit(mode, file, text);
+    return WriteCurveBlocks(
+        mode, file, [](const DataListElement& e) { return e.actie.IV.calculate || e.actie.CV.calculate; },
+        IVBlock, "No IV-calculation is made yet: nothing to save or to show !");
 }
 
 int qe_naar_file(int mode, TextFile* file) {
-    auto hasCurve = [](const DataListElement& e) { return e.actie.QE.calculate != 0; };
-    if (std::none_of(resultList.begin(), resultList.end(), hasCurve)) {
-        TERVOErrorMessage("Function Save or Show",
-                          "No QE calculation is made yet: nothing to save or to show !");
-        return -1;
-    }
-    if (!KnownMode(mode)) return -1;
-    std::string text;
-    for (const DataListElement& e : resultList)
-        if (hasCurve(e)) QEBlock(text, e);
-    return Emit(mode, file, text);
+    return WriteCurveBlocks(
+        mode, file, [](const DataListElement& e) { return e.actie.QE.calculate != 0; }, QEBlock,
+        "No QE calculation is made yet: nothing to save or to show !");
 }
 
 int eb_naar_file(int mode, TextFile* file, CalculationVariables& cv) {
@@ -762,6 +746,20 @@ int EmitResultText(int mode, TextFile* file, const std::string& text) {
         return -1;
     }
     return 0;
+}
+
+int WriteCurveBlocks(int mode, TextFile* file, const std::function<bool(const DataListElement&)>& hasCurve,
+                     const std::function<void(std::string&, const DataListElement&)>& block,
+                     const char* nothingYet) {
+    if (std::none_of(resultList.begin(), resultList.end(), hasCurve)) {
+        TERVOErrorMessage("Function Save or Show", nothingYet);
+        return -1;
+    }
+    if (!IsResultOutputMode(mode)) return -1;
+    std::string text;
+    for (const DataListElement& e : resultList)
+        if (hasCurve(e)) block(text, e);
+    return EmitResultText(mode, file, text);
 }
 
 } // namespace tervo

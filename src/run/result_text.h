@@ -2,12 +2,15 @@
 // and the one way a composed text reaches the screen or an open file.
 #pragma once
 
+#include <functional>
 #include <string>
 #include <vector>
 
 #include "platform/text_file.h"
 
 namespace tervo {
+
+struct DataListElement;
 
 // A line and its line end; an empty line.
 void AppendLine(std::string& text, const std::string& line);
@@ -26,5 +29,11 @@ bool IsResultOutputMode(int mode);
 // Sends a composed text to the screen (standard output) or to the caller's open file.  0, or -1
 // after a message.
 int EmitResultText(int mode, TextFile* file, const std::string& text);
+
+// The curve files: one block for each simulation of the result list that has the curve, in list
+// order.  With none, the message `nothingYet` and -1.
+int WriteCurveBlocks(int mode, TextFile* file, const std::function<bool(const DataListElement&)>& hasCurve,
+                     const std::function<void(std::string&, const DataListElement&)>& block,
+                     const char* nothingYet);
 
 } // namespace tervo
