@@ -165,28 +165,11 @@ int cf_naar_file(int mode, TextFile* file) {
 int SaveAcResultFile(AcResultFileKind kind, const std::string& path) {
     const int filetype = kind == RESULT_CV ? FILETYPE_CV : kind == RESULT_CF ? FILETYPE_CF : FILETYPE_AC;
     const char* extension = kind == RESULT_CV ? "cv" : kind == RESULT_CF ? "cf" : "ac";
-    std::string full;
-    CheckTERVOPaths(&full, nullptr, path, filetype);
-    if (full.empty()) {
-        TERVOErrorMessage("Function Save or Show", "No file name given");
-        return -1;
-    }
-    const size_t slash = full.find_last_of('/');
-    const size_t dot = full.find_last_of('.');
-    if (dot == std::string::npos || (slash != std::string::npos && dot < slash))
-        full += std::string(".") + extension;
-    TextFile file = OpenFile(full, FileMode::Write);
-    if (!file.IsOpen()) {
-        TERVOErrorMessage("Function Save or Show", FmtStr("%s<File not found or not opened: %s\n%s", full,
-                                                          IoErrorText(file.lastError)));
-        return -1;
-    }
-    int result = -1;
-    if (kind == RESULT_CF) result = cf_naar_file(OUTPUT_TO_OPEN_FILE, &file);
-    if (kind == RESULT_CV) result = cv_naar_file(OUTPUT_TO_OPEN_FILE, &file);
-    if (kind == RESULT_AC) result = ac_naar_file(OUTPUT_TO_OPEN_FILE, &file, currentCalcVars);
-    CloseFile(file);
-    return result;
+    return WriteResultToPath(path, filetype, extension, [&](TextFile& file) {
+        if (kind == RESULT_CF) return cf_naar_file(OUTPUT_TO_OPEN_FILE, &file);
+        if (kind == RESULT_CV) return cv_naar_file(OUTPUT_TO_OPEN_FILE, &file);
+        return ac_naar_file(OUTPUT_TO_OPEN_FILE, &file, currentCalcVars);
+    });
 }
 
 } // namespace tervo

@@ -496,30 +496,14 @@ int SaveResultFile(ResultFileKind kind, const std::string& path) {
                             : kind == RESULT_IV  ? "iv"
                             : kind == RESULT_QE  ? "qe"
                                                  : "eb";
-    std::string full;
-    CheckTERVOPaths(&full, nullptr, path, filetype);
-    if (full.empty()) {
-        TERVOErrorMessage("Function Save or Show", "No file name given");
-        return -1;
-    }
-    const size_t slash = full.find_last_of('/');
-    const size_t dot = full.find_last_of('.');
-    if (dot == std::string::npos || (slash != std::string::npos && dot < slash))
-        full += std::string(".") + extension;
-    TextFile file = OpenFile(full, FileMode::Write);
-    if (!file.IsOpen()) {
-        TERVOErrorMessage("Function Save or Show", FmtStr("%s<File not found or not opened: %s\n%s", full,
-                                                          IoErrorText(file.lastError)));
-        return -1;
-    }
-    const int result = generation
-                           ? gen_naar_file(OUTPUT_TO_OPEN_FILE, &file, currentCalcVars,
-                                           kind == RESULT_OCC ? GENFILE_OCCUPATION : GENFILE_GENERATION)
-                       : kind == RESULT_IV ? iv_naar_file(OUTPUT_TO_OPEN_FILE, &file)
-                       : kind == RESULT_QE ? qe_naar_file(OUTPUT_TO_OPEN_FILE, &file)
-                                           : eb_naar_file(OUTPUT_TO_OPEN_FILE, &file, currentCalcVars);
-    CloseFile(file);
-    return result;
+    return WriteResultToPath(path, filetype, extension, [&](TextFile& file) {
+        if (generation)
+            return gen_naar_file(OUTPUT_TO_OPEN_FILE, &file, currentCalcVars,
+                                 kind == RESULT_OCC ? GENFILE_OCCUPATION : GENFILE_GENERATION);
+        if (kind == RESULT_IV) return iv_naar_file(OUTPUT_TO_OPEN_FILE, &file);
+        if (kind == RESULT_QE) return qe_naar_file(OUTPUT_TO_OPEN_FILE, &file);
+        return eb_naar_file(OUTPUT_TO_OPEN_FILE, &file, currentCalcVars);
+    });
 }
 
 // ---------------------------------------------------------------------------------------------------
@@ -746,6 +730,29 @@ int EmitResultText(int mode, TextFile* file, const std::string& text) {
         return -1;
     }
     return 0;
+}
+
+int WriteResultToPath(const std::string& path, int filetype, const char* extension,
+                      const std::function<int(TextFile&)>& write) {
+    std::string full;
+    CheckTERVOPaths(&full, nullptr, path, filetype);
+    if (full.empty()) {
+        TERVOErrorMessage("Function Save or Show", "No file name given");
+        return -1;
+    }
+    const size_t slash = full.find_last_of('/');
+    const size_t dot = full.find_last_of('.');
+    if (dot == std::string::npos || (slash != std::string::npos && dot < slash))
+        full += std::string(".") + extension;
+    TextFile file = OpenFile(full, FileMode::Write);
+    if (!file.IsOpen()) {
+        TERVOErrorMessage("Function Save or Show", FmtStr("%s<File not found or not opened: %s\n%s", full,
+                                                          IoErrorText(file.lastError)));
+        return -1;
+    }
+    const int result = write(file);
+    CloseFile(file);
+    return result;
 }
 
 int WriteCurveBlocks(int mode, TextFile* file, const std::function<bool(const DataListElement&)>& hasCurve,

@@ -30,6 +30,12 @@ bool IsResultOutputMode(int mode);
 // after a message.
 int EmitResultText(int mode, TextFile* file, const std::string& text);
 
+// Opens `path` for writing (a bare name goes into the folder of `filetype`; a name without an
+// extension gets `extension`), lets `write` fill the open file and closes it.  The result of
+// `write`, or -1 (reported) when the file cannot be opened.
+int WriteResultToPath(const std::string& path, int filetype, const char* extension,
+                      const std::function<int(TextFile&)>& write);
+
 // The curve files: one block for each simulation of the result list that has the curve, in list
 // order.  With none, the message `nothingYet` and -1.
 int WriteCurveBlocks(int mode, TextFile* file, const std::function<bool(const DataListElement&)>& hasCurve,
