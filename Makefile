@@ -1,6 +1,7 @@
 # Two commands set TERVO up on a fresh machine: `make demo` and `make test`.
 BUILD ?= build
 JOBS ?= 2
+MAKEFLAGS += --no-print-directory
 CMAKE_FLAGS ?=
 
 .PHONY: all build configure test demo bench sanitize clean
@@ -19,9 +20,14 @@ test: build
 	ctest --test-dir $(BUILD) --output-on-failure -j $(JOBS)
 
 # The main job on a shipped cell: the CIGS heterojunction of the home tree under AM1.5G with the
-# example light I-V action list; the results land in build/results and a summary is printed.
-demo: build
-	./$(BUILD)/tervo cigs.def light_iv.act
+# example light I-V action list; the results land in build/results and a summary is printed.  The
+# build's own lines go to build/build.log, shown only when the build fails, so that the terminal
+# holds the program's lines alone.
+demo:
+	@mkdir -p $(BUILD)
+	@{ cmake -S . -B $(BUILD) -DCMAKE_BUILD_TYPE=Release $(CMAKE_FLAGS) && \
+	   cmake --build $(BUILD) -j $(JOBS); } > $(BUILD)/build.log 2>&1 || { cat $(BUILD)/build.log; exit 1; }
+	@./$(BUILD)/tervo cigs.def light_iv.act
 	@echo "Results: $(BUILD)/results/cigs.iv and $(BUILD)/results/cigs.eb"
 
 bench:

@@ -9,13 +9,13 @@
 
 #include "platform/files.h"
 #include "platform/messages.h"
-#include "run/action_list.h"
-#include "run/driver.h"
-#include "run/iv_sweep.h"
-#include "run/operating_points.h"
-#include "run/problem.h"
-#include "run/result_list.h"
-#include "run/work_point.h"
+#include "run/control/action_list.h"
+#include "run/control/driver.h"
+#include "run/control/problem.h"
+#include "run/control/work_point.h"
+#include "run/results/result_list.h"
+#include "run/sweeps/iv_sweep.h"
+#include "run/sweeps/operating_points.h"
 #include "setup/parameter_sets.h"
 
 namespace {

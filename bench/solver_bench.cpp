@@ -5,8 +5,8 @@
 #include <cmath>
 #include <memory>
 
-#include "run/driver.h"
-#include "run/operating_points.h"
+#include "run/control/driver.h"
+#include "run/sweeps/operating_points.h"
 #include "setup/generation.h"
 #include "setup/parameter_sets.h"
 #include "solver/gummel.h"

@@ -6,8 +6,8 @@
 #include <vector>
 
 #include "cell/cell_records.h"
+#include "cell/working_settings.h"
 #include "platform/text_file.h"
-#include "setup/working_settings.h"
 
 namespace tervo {
 

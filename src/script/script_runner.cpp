@@ -10,7 +10,7 @@
 #include "platform/messages.h"
 #include "platform/text_file.h"
 #include "platform/text_util.h"
-#include "run/startup.h"
+#include "run/control/startup.h"
 #include "script/load_save_commands.h"
 
 namespace tervo {

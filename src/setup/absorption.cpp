@@ -7,17 +7,14 @@
 
 #include "cell/grading.h"
 #include "platform/files.h"
+#include "platform/index.h"
 #include "platform/messages.h"
+#include "setup/defect_levels.h"
 #include "setup/spectrum.h"
-#include "solver/defects.h"
 
 namespace tervo {
 
 namespace {
-
-size_t At(int i) {
-    return static_cast<size_t>(i);
-}
 
 constexpr double kGridPlaceholder = 2e30;  // wavelength of an unused place of a grid
 constexpr double kAnchorMargin = 10.0;     // nm that an anchor stays below its cut-off wavelength

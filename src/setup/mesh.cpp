@@ -5,18 +5,15 @@
 #include <limits>
 #include <string>
 
+#include "cell/working_settings.h"
+#include "platform/index.h"
 #include "platform/messages.h"
 #include "setup/generation.h"
 #include "setup/parameter_sets.h"
-#include "setup/working_settings.h"
 
 namespace tervo {
 
 namespace {
-
-size_t At(int i) {
-    return static_cast<size_t>(i);
-}
 
 constexpr int MIN_POINTS_PER_LAYER = 40;
 constexpr int MAX_POINTS_PER_LAYER = 100;

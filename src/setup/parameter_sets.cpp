@@ -5,9 +5,10 @@
 #include <memory>
 
 #include "cell/grading.h"
+#include "platform/index.h"
 #include "platform/messages.h"
 #include "setup/absorption.h"
-#include "solver/defects.h"
+#include "setup/defect_levels.h"
 
 namespace tervo {
 
@@ -21,10 +22,6 @@ CalculationVariables kortsluitcv;
 CalculationVariables werkpuntcv;
 
 namespace {
-
-size_t At(int i) {
-    return static_cast<size_t>(i);
-}
 
 // Factors from user form to file form; file form to user form divides by the same factor, so that a
 // round trip multiplies and divides by one number.

@@ -9,11 +9,13 @@
 // `CalculationVariables` is the state of one solved point on one mesh.
 #pragma once
 
+#include <algorithm>
+
 #include <array>
 
 #include "cell/cell_records.h"
+#include "cell/working_settings.h"
 #include "setup/mesh.h"
-#include "setup/working_settings.h"
 
 namespace tervo {
 
@@ -353,6 +355,11 @@ struct CalculationVariables {
 
     RecombinationData recombination; // owned
 };
+
+// The points of the mesh of a state, within the capacity of the arrays.
+inline int MeshPoints(const CalculationVariables& cv) {
+    return std::clamp(cv.mesh.n_points, 0, MAX_MESH_POINTS);
+}
 
 // The file form of the session's problem, its normalised form, and the scales.
 extern InputParameters parameterset1;

@@ -9,6 +9,7 @@
 #include "cell/grading.h"
 #include "platform/files.h"
 #include "platform/format.h"
+#include "platform/index.h"
 #include "platform/messages.h"
 #include "platform/text_file.h"
 #include "platform/text_util.h"
@@ -16,10 +17,6 @@
 namespace tervo {
 
 namespace {
-
-size_t At(int i) {
-    return static_cast<size_t>(i);
-}
 
 // Two points closer than this are one wavelength.
 constexpr double kSameWavelength = 0.0001; // nm

@@ -4,20 +4,13 @@
 #include <array>
 #include <complex>
 
+#include "platform/index.h"
 #include "solver/defects.h"
 
 namespace tervo {
 namespace {
 
 using cd = std::complex<double>;
-
-size_t At(int i) {
-    return static_cast<size_t>(i);
-}
-
-int Points(const CalculationVariables& cv) {
-    return std::clamp(cv.mesh.n_points, 0, MAX_MESH_POINTS);
-}
 
 void Add(complex3x3& block, int r, int c, cd value) {
     block[r][c].re += value.real();
@@ -227,7 +220,7 @@ void totale_ifracbijdrage(const CalculationVariables& cv, double omega, IfrAcTer
 }
 
 int totale_acr_bijdrage_multilevel(const CalculationVariables& cv, double omega, AcTerms& out) {
-    const int n = Points(cv);
+    const int n = MeshPoints(cv);
     out.assign(At(n), complex3x3{});
     const RecombinationData& r = cv.recombination;
     const int layers =

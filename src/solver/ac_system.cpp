@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/index.h"
 #include "platform/messages.h"
 #include "solver/ac_recombination.h"
 #include "solver/discrete_equations.h"
@@ -20,10 +21,6 @@ MeshArray del_Psi_re{}, del_Psi_im{}, del_u_re{}, del_u_im{}, del_v_re{}, del_v_
 namespace {
 
 using cd = std::complex<double>;
-
-size_t At(int i) {
-    return static_cast<size_t>(i);
-}
 
 void Add(complex3x3& block, int r, int col, cd value) {
     block[r][col].re += value.real();

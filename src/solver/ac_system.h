@@ -59,9 +59,9 @@ void bereken_jacobiaan(const CalculationVariables& cv, const std::vector<complex
 void los_stelsel_op(const CalculationVariables& cv);
 
 // The whole small-signal calculation at the present omega: terms of the defects, system, solve and
-// the six del_ arrays.  The currents follow from extraheer_kleinsignaalstroom (run/small_signal_current),
-// which the callers run next.  1, or -1 for a state without a usable mesh or a defect whose terms fail
-// (reported).  A singular system gives non-finite results.
+// the six del_ arrays.  The currents follow from extraheer_kleinsignaalstroom
+// (run/sweeps/small_signal_current), which the callers run next.  1, or -1 for a state without a usable mesh
+// or a defect whose terms fail (reported).  A singular system gives non-finite results.
 int bereken_klein_signaal(CalculationVariables& cv);
 
 } // namespace tervo

@@ -4,6 +4,7 @@
 #include <cmath>
 #include <memory>
 
+#include "platform/index.h"
 #include "setup/absorption.h"
 #include "setup/generation.h"
 #include "solver/defects.h"
@@ -12,14 +13,6 @@
 namespace tervo {
 
 namespace {
-
-size_t At(int i) {
-    return static_cast<size_t>(i);
-}
-
-int Points(const CalculationVariables& cv) {
-    return std::clamp(cv.mesh.n_points, 0, MAX_MESH_POINTS);
-}
 
 template <typename F>
 void ForEachArray(RecDcTerms& t, F f) {
@@ -66,7 +59,7 @@ void maal_dc_termen(double factor, const RecDcTerms& in, RecDcTerms& out, int n)
 }
 
 void rdcbijdrage_radiative(CalculationVariables& cv, RecDcTerms& out) {
-    rec_dc_initialisatie(out, Points(cv));
+    rec_dc_initialisatie(out, MeshPoints(cv));
     const CalculationParameters& P = *cv.parameters;
     ForInnerPoints(cv, [&](size_t i) {
         // np - ni^2 = Nc_eff Nv_eff ((a_n + u)(a_p + v) - 1): exp(psi) cancels.
@@ -81,7 +74,7 @@ void rdcbijdrage_radiative(CalculationVariables& cv, RecDcTerms& out) {
 }
 
 void rdcbijdrage_auger(CalculationVariables& cv, RecDcTerms& out) {
-    rec_dc_initialisatie(out, Points(cv));
+    rec_dc_initialisatie(out, MeshPoints(cv));
     const CalculationParameters& P = *cv.parameters;
     ForInnerPoints(cv, [&](size_t i) {
         const double wn = cv.a_n + cv.u[i];
@@ -99,7 +92,7 @@ void rdcbijdrage_auger(CalculationVariables& cv, RecDcTerms& out) {
 }
 
 int totale_rdcbijdrage_multilevel(CalculationVariables& cv) {
-    const int n = Points(cv);
+    const int n = MeshPoints(cv);
     RefreshRecdataForMesh(cv);
     RecombinationData& r = cv.recombination;
     rec_dc_initialisatie(r.dc, n);

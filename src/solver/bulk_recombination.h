@@ -2,8 +2,9 @@
 // every mesh point, with the derivatives by psi, u and v.
 //
 // Three mechanisms are summed here: recombination through defect levels (Shockley-Read-Hall, with
-// the charge the defects hold; solver/defects), radiative recombination B (np - ni^2) and Auger
-// recombination (C_n n + C_p p)(np - ni^2).  The last two hold no charge.
+// the charge the defects hold; solver/defects on the level records of setup/defect_levels), radiative
+// recombination B (np - ni^2) and Auger recombination (C_n n + C_p p)(np - ni^2).  The last two hold no
+// charge.
 #pragma once
 
 #include "setup/parameter_sets.h"

@@ -5,6 +5,7 @@
 #include <cmath>
 
 #include "platform/analysis.h"
+#include "platform/index.h"
 #include "setup/generation.h"
 
 namespace tervo {
@@ -15,10 +16,6 @@ int MIS_mode = 0;
 int calculation_of_current = 1;
 
 namespace {
-
-size_t At(int i) {
-    return static_cast<size_t>(i);
-}
 
 // The layer structure of the present mesh and the quantities of the normalisation that the rows
 // share.

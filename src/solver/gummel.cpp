@@ -6,12 +6,13 @@
 #include <string>
 #include <vector>
 
+#include "cell/working_settings.h"
 #include "platform/format.h"
+#include "platform/index.h"
 #include "platform/messages.h"
 #include "setup/absorption.h"
 #include "setup/generation.h"
 #include "setup/mesh.h"
-#include "setup/working_settings.h"
 #include "solver/bulk_recombination.h"
 #include "solver/interface_recombination.h"
 
@@ -21,14 +22,6 @@ int issueMeshWarning = 1;
 int meshPassesLimit = 10;
 
 namespace {
-
-size_t At(int i) {
-    return static_cast<size_t>(i);
-}
-
-int Points(const CalculationVariables& cv) {
-    return std::clamp(cv.mesh.n_points, 0, MAX_MESH_POINTS);
-}
 
 // Failure policies at the inner limit: 1 report and fail, 2 fail, 3 report and go on, 4 go on.
 bool PolicyReports(int policy) {
@@ -56,7 +49,7 @@ int ActiveScheme(int chosen) {
 // between the points of the old one.
 void RefreshAfterMeshChange(CalculationVariables& cv, const MeshBlock& oldMesh) {
     update_psivar(cv);
-    for (size_t i = 0; i < At(Points(cv)); ++i) {
+    for (size_t i = 0; i < At(MeshPoints(cv)); ++i) {
         if (cv.a_n + cv.u[i] > 0) cv.EFn[i] = std::log(cv.a_n + cv.u[i]);
         if (cv.a_p + cv.v[i] > 0) cv.EFp[i] = -std::log(cv.a_p + cv.v[i]);
     }
@@ -113,7 +106,7 @@ void Set_an_And_ap(CalculationVariables& cv, double& a_n, double& a_p) {
 }
 
 void InitialiseTunnelCurrent(CalculationVariables& cv, int which) {
-    const auto n = static_cast<long>(Points(cv));
+    const auto n = static_cast<long>(MeshPoints(cv));
     auto clear = [n](MeshArray& a) { std::fill(a.begin(), a.begin() + n, 0.0); };
     if (which != 1) {
         clear(cv.jn_tun);
@@ -142,12 +135,12 @@ double maximum_psi_array(std::span<const double> vec, int n) {
 void clamping_psi(CalculationVariables& cv, std::span<double> delta, double clamp, double max) {
     if (!(max > clamp)) return;
     const double factor = max / clamp;
-    for (size_t i = 0; i < At(Points(cv)); ++i) delta[i] /= factor;
+    for (size_t i = 0; i < At(MeshPoints(cv)); ++i) delta[i] /= factor;
 }
 
 int clamping_u_or_v(CalculationVariables& cv, std::span<double> delta, double clamp, int carrier) {
     const bool electrons = carrier == -1;
-    const int n = Points(cv);
+    const int n = MeshPoints(cv);
     MeshArray& w = electrons ? cv.u : cv.v;
     const double offset = electrons ? cv.a_n : cv.a_p;
     const ConvergenceParameters& c = cv.parameters->convergence;
@@ -195,7 +188,7 @@ int clamping_u_or_v(CalculationVariables& cv, std::span<double> delta, double cl
 
 int bereken_delta_u_of_v_Gummel(CalculationVariables& cv, trimatrix& J, std::span<double> rhs,
                                 std::span<double> delta) {
-    const int n = Points(cv);
+    const int n = MeshPoints(cv);
     if (n == 0) return 0;
     for (int i = 0; i < n; ++i) ScaleRow(J[i], rhs[At(i)], nullptr);
     std::array<double, MAX_MESH_POINTS> t;
@@ -223,7 +216,7 @@ int bereken_delta_u_of_v_Gummel(CalculationVariables& cv, trimatrix& J, std::spa
 
 int bereken_delta_psi_Gummel(CalculationVariables& cv, trimatrix& J, InterfaceExtra& extra,
                              std::span<double> rhs, std::span<double> delta) {
-    const int n = Points(cv);
+    const int n = MeshPoints(cv);
     const int layers = std::clamp(cv.mesh.number_of_layers, 0, MAX_LAYERS);
     if (n == 0) return 0;
     const auto& first = cv.mesh.first_point;
@@ -296,7 +289,7 @@ int tridiagonal_2x2(const uv_trimatrix& A, const uv_row& rhs, uv_row& x, int n) 
 
 int bereken_delta_uv_Gummel(CalculationVariables& cv, const uv_trimatrix& J, const uv_row& rhs,
                             uv_row& delta) {
-    return tridiagonal_2x2(J, rhs, delta, Points(cv));
+    return tridiagonal_2x2(J, rhs, delta, MeshPoints(cv));
 }
 
 void AddCrossDerivativesToJacobian2x2(CalculationVariables& cv, uv_trimatrix& blocks) {
@@ -305,7 +298,7 @@ void AddCrossDerivativesToJacobian2x2(CalculationVariables& cv, uv_trimatrix& bl
     const IfrDcTerms& ifr = cv.recombination.ifr;
     const MeshBlock& mesh = cv.mesh;
     const int layers = std::clamp(mesh.number_of_layers, 0, MAX_LAYERS);
-    const int e = Points(cv) - 1;
+    const int e = MeshPoints(cv) - 1;
     for (int j = 0; j < layers; ++j) {
         const int first = mesh.first_point[At(j)];
         const int last = mesh.last_point[At(j)];
@@ -345,7 +338,7 @@ void AddCrossDerivativesToJacobian2x2(CalculationVariables& cv, uv_trimatrix& bl
 int psi_iteratie_Gummel(CalculationVariables& cv, int equilibrium) {
     const ConvergenceParameters& c = cv.parameters->convergence;
     const int limit = equilibrium ? c.maxiter_psi_start : c.maxiter_psi;
-    const int n = Points(cv);
+    const int n = MeshPoints(cv);
     ScalarSystem s(n);
     InterfaceExtra extra{};
     cv.psi_iterations = 0;
@@ -395,7 +388,7 @@ int u_or_v_iteratie_Gummel(CalculationVariables& cv, int carrier) {
     const int policy = electrons ? c.failAction_u : c.failAction_v;
     const double damping = electrons ? c.damping_n : c.damping_p;
     const double clamp = electrons ? c.clamp_n : c.clamp_p;
-    const int n = Points(cv);
+    const int n = MeshPoints(cv);
     ScalarSystem s(n);
     int count = 0;
     int result = 0;
@@ -455,7 +448,7 @@ int uv_iteratie_Gummel(CalculationVariables& cv) {
     const ConvergenceParameters& c = cv.parameters->convergence;
     const int limit = c.maxiter_u;
     const int policy = c.failAction_u;
-    const int n = Points(cv);
+    const int n = MeshPoints(cv);
     ScalarSystem su(n), sv(n);
     uv_trimatrix blocks(n);
     uv_row rhs(n), delta(n);

@@ -3,16 +3,13 @@
 #include <algorithm>
 #include <memory>
 
+#include "platform/index.h"
 #include "solver/defects.h"
 #include "solver/discrete_equations.h"
 
 namespace tervo {
 
 namespace {
-
-size_t At(int i) {
-    return static_cast<size_t>(i);
-}
 
 using PerInterface = IfrDcTerms::PerInterface;
 

@@ -1,6 +1,6 @@
 // The action settings, their files, the consistency rules of sweeps and light, and the check of the
 // files that a problem names.
-#include "run/action_list.h"
+#include "run/control/action_list.h"
 
 #include <gtest/gtest.h>
 #include <unistd.h>
@@ -15,9 +15,9 @@
 #include "cell/cell_records.h"
 #include "platform/files.h"
 #include "platform/messages.h"
-#include "run/driver.h"
-#include "run/startup.h"
-#include "run/work_point.h"
+#include "run/control/driver.h"
+#include "run/control/startup.h"
+#include "run/control/work_point.h"
 #include "setup/generation.h"
 
 namespace fs = std::filesystem;

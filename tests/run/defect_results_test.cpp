@@ -15,14 +15,15 @@
 #include <sstream>
 #include <utility>
 
+#include "app/command_line.h"
 #include "platform/messages.h"
-#include "run/driver.h"
-#include "run/extraction.h"
-#include "run/operating_points.h"
-#include "run/result_files.h"
-#include "run/result_list.h"
-#include "run/startup.h"
-#include "run/work_point.h"
+#include "run/control/driver.h"
+#include "run/control/startup.h"
+#include "run/control/work_point.h"
+#include "run/results/extraction.h"
+#include "run/results/result_files.h"
+#include "run/results/result_list.h"
+#include "run/sweeps/operating_points.h"
 #include "setup/generation.h"
 #include "setup/parameter_sets.h"
 

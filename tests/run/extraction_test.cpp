@@ -14,11 +14,11 @@
 #include <sstream>
 #include <utility>
 
-#include "run/driver.h"
-#include "run/extraction.h"
-#include "run/operating_points.h"
-#include "run/result_files.h"
-#include "run/work_point.h"
+#include "run/control/driver.h"
+#include "run/control/work_point.h"
+#include "run/results/extraction.h"
+#include "run/results/result_files.h"
+#include "run/sweeps/operating_points.h"
 #include "setup/generation.h"
 #include "setup/parameter_sets.h"
 

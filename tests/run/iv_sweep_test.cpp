@@ -2,7 +2,7 @@
 // worked out here, and whole sweeps of an illuminated p-n junction: the order of a two-branch sweep,
 // the zero of the current at Voc, the balance of generation and losses, the series resistance, the
 // stop after Voc and the limits of a sweep.
-#include "run/iv_sweep.h"
+#include "run/sweeps/iv_sweep.h"
 
 #include <gtest/gtest.h>
 #include <unistd.h>
@@ -18,12 +18,12 @@
 
 #include "cell/cell_records.h"
 #include "platform/messages.h"
-#include "run/action_list.h"
-#include "run/driver.h"
-#include "run/extraction.h"
-#include "run/operating_points.h"
-#include "run/result_list.h"
-#include "run/work_point.h"
+#include "run/control/action_list.h"
+#include "run/control/driver.h"
+#include "run/control/work_point.h"
+#include "run/results/extraction.h"
+#include "run/results/result_list.h"
+#include "run/sweeps/operating_points.h"
 #include "setup/absorption.h"
 #include "setup/generation.h"
 #include "setup/parameter_sets.h"

@@ -4,7 +4,7 @@
 // The cells are built in file form (SI) and run as the driver runs them: normalisation, state and
 // mesh, equilibrium, then steps of voltage.  Expected values are computed here from the textbook
 // formulas with the constants of the program.
-#include "run/operating_points.h"
+#include "run/sweeps/operating_points.h"
 
 #include <gtest/gtest.h>
 
@@ -16,13 +16,13 @@
 #include <vector>
 
 #include "cell/cell_records.h"
+#include "cell/working_settings.h"
 #include "platform/messages.h"
-#include "run/driver.h"
-#include "run/extraction.h"
-#include "run/work_point.h"
+#include "run/control/driver.h"
+#include "run/control/work_point.h"
+#include "run/results/extraction.h"
 #include "setup/generation.h"
 #include "setup/parameter_sets.h"
-#include "setup/working_settings.h"
 #include "solver/discrete_equations.h"
 #include "solver/gummel.h"
 

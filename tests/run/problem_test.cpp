@@ -8,9 +8,9 @@
 #include "cell/definition_file.h"
 #include "platform/files.h"
 #include "platform/messages.h"
-#include "run/driver.h"
-#include "run/problem.h"
-#include "run/work_point.h"
+#include "run/control/driver.h"
+#include "run/control/problem.h"
+#include "run/control/work_point.h"
 #include "setup/generation.h"
 #include "setup/parameter_sets.h"
 

@@ -4,7 +4,8 @@
 // light or on how the probe is measured out, and weighted with the photon flux of the spectrum it
 // adds up to the short-circuit current.  Each cell runs through the main job (light I-V at the
 // working point); the QE sweep then starts from the stored working point as the driver does.
-#include "run/qe_sweep.h"
+#include "app/command_line.h"
+#include "run/sweeps/qe_sweep.h"
 
 #include <gtest/gtest.h>
 
@@ -18,12 +19,12 @@
 #include <vector>
 
 #include "platform/messages.h"
-#include "run/driver.h"
-#include "run/extraction.h"
-#include "run/operating_points.h"
-#include "run/result_list.h"
-#include "run/startup.h"
-#include "run/work_point.h"
+#include "run/control/driver.h"
+#include "run/control/startup.h"
+#include "run/control/work_point.h"
+#include "run/results/extraction.h"
+#include "run/results/result_list.h"
+#include "run/sweeps/operating_points.h"
 #include "script/curve_helpers.h"
 #include "setup/absorption.h"
 #include "setup/generation.h"

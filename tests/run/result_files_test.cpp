@@ -1,5 +1,5 @@
 // The I-V result file and the header of result files, line by line, for simulations filled by hand.
-#include "run/result_files.h"
+#include "run/results/result_files.h"
 
 #include <gtest/gtest.h>
 
@@ -14,8 +14,8 @@
 #include "cell/cell_records.h"
 #include "platform/files.h"
 #include "platform/messages.h"
-#include "run/extraction.h"
-#include "run/startup.h"
+#include "run/control/startup.h"
+#include "run/results/extraction.h"
 
 namespace tervo {
 namespace {

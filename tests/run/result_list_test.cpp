@@ -1,13 +1,13 @@
 // The list of simulations: elements appended with copies of their request, freed by wis_alles, and
 // the short names of their curves.
-#include "run/result_list.h"
+#include "run/results/result_list.h"
 
 #include <gtest/gtest.h>
 
 #include <regex>
 #include <string>
 
-#include "run/driver.h"
+#include "run/control/driver.h"
 
 using namespace tervo;
 

@@ -1,6 +1,7 @@
 // Start-up: command-line scanning, file types and folders, name completion, the home tree, the
 // version banner, the whole process through RunTervo, and the shipped standard spectrum.
-#include "run/startup.h"
+#include "app/command_line.h"
+#include "run/control/startup.h"
 
 #include <gtest/gtest.h>
 
@@ -16,7 +17,7 @@
 #include "cell/cell_records.h"
 #include "platform/files.h"
 #include "platform/messages.h"
-#include "run/problem.h"
+#include "run/control/problem.h"
 
 namespace fs = std::filesystem;
 using namespace tervo;

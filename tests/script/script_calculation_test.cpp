@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "run/main_job.h"
+#include "app/main_job.h"
 #include "script_test_home.h"
 
 namespace tervo::testing {

@@ -7,7 +7,7 @@
 #include <cstdlib>
 #include <vector>
 
-#include "run/problem.h"
+#include "run/control/problem.h"
 #include "script/load_save_commands.h"
 #include "script_test_home.h"
 #include "setup/parameter_sets.h"

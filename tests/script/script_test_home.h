@@ -13,11 +13,11 @@
 
 #include "platform/files.h"
 #include "platform/messages.h"
-#include "run/action_list.h"
-#include "run/driver.h"
-#include "run/result_list.h"
-#include "run/startup.h"
-#include "run/work_point.h"
+#include "run/control/action_list.h"
+#include "run/control/driver.h"
+#include "run/control/startup.h"
+#include "run/control/work_point.h"
+#include "run/results/result_list.h"
 #include "script/script_runner.h"
 
 namespace tervo::testing {

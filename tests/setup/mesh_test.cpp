@@ -5,9 +5,9 @@
 #include <cmath>
 #include <memory>
 
+#include "cell/working_settings.h"
 #include "setup/mesh.h"
 #include "setup/parameter_sets.h"
-#include "setup/working_settings.h"
 
 namespace tervo {
 namespace {

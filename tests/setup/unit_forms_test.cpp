@@ -5,8 +5,8 @@
 #include <cmath>
 #include <string>
 
+#include "cell/working_settings.h"
 #include "setup/parameter_sets.h"
-#include "setup/working_settings.h"
 
 namespace tervo {
 namespace {

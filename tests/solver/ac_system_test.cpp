@@ -12,10 +12,10 @@
 #include <vector>
 
 #include "defect_cells.h"
-#include "run/driver.h"
-#include "run/extraction.h"
-#include "run/operating_points.h"
-#include "run/small_signal_current.h"
+#include "run/control/driver.h"
+#include "run/results/extraction.h"
+#include "run/sweeps/operating_points.h"
+#include "run/sweeps/small_signal_current.h"
 #include "solver/ac_recombination.h"
 #include "solver/bulk_recombination.h"
 #include "solver/interface_recombination.h"

@@ -11,8 +11,8 @@
 #include <random>
 
 #include "defect_cells.h"
-#include "run/driver.h"
-#include "run/operating_points.h"
+#include "run/control/driver.h"
+#include "run/sweeps/operating_points.h"
 #include "setup/absorption.h"
 #include "solver/discrete_equations.h"
 

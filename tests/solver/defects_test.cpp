@@ -10,9 +10,9 @@
 
 #include "defect_cells.h"
 #include "platform/messages.h"
-#include "run/driver.h"
-#include "run/extraction.h"
-#include "run/operating_points.h"
+#include "run/control/driver.h"
+#include "run/results/extraction.h"
+#include "run/sweeps/operating_points.h"
 
 namespace tervo {
 namespace {

@@ -10,9 +10,9 @@
 #include <random>
 #include <vector>
 
-#include "run/driver.h"
-#include "run/extraction.h"
-#include "run/operating_points.h"
+#include "run/control/driver.h"
+#include "run/results/extraction.h"
+#include "run/sweeps/operating_points.h"
 #include "setup/generation.h"
 #include "solver/interface_recombination.h"
 #include "solver/small_linalg.h"

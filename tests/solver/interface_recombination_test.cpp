@@ -8,9 +8,9 @@
 #include <numbers>
 
 #include "defect_cells.h"
-#include "run/driver.h"
-#include "run/extraction.h"
-#include "run/operating_points.h"
+#include "run/control/driver.h"
+#include "run/results/extraction.h"
+#include "run/sweeps/operating_points.h"
 
 namespace tervo {
 namespace {

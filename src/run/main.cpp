@@ -1,6 +1,0 @@
-// Entry point of the program; the whole process lives in the library so that tests can drive it.
-#include "run/startup.h"
-
-int main(int argc, char** argv) {
-    return tervo::RunTervo(argc, argv);
-}

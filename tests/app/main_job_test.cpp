@@ -1,0 +1,165 @@
+// The main job without a user: a cell and an action list on the command line give the cell's I-V
+// characteristic under the shipped AM1.5G spectrum, its band diagram, a summary and an exit status.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <filesystem>
+#include <fstream>
+#include <random>
+#include <sstream>
+
+#include "app/command_line.h"
+#include "platform/messages.h"
+#include "run/control/startup.h"
+#include "run/results/result_list.h"
+
+namespace fs = std::filesystem;
+using namespace tervo;
+
+namespace {
+
+const fs::path kSource = TERVO_SOURCE_DIR;
+
+struct Home {
+    fs::path path;
+    Home() {
+        std::random_device random;
+        path = fs::temp_directory_path() / ("tervo_main_job_" + std::to_string(random()));
+        fs::create_directories(path / "spectrum");
+        fs::copy_file(kSource / "home/spectrum/AM1_5G 1 sun.spe", path / "spectrum/AM1_5G 1 sun.spe");
+    }
+    ~Home() {
+        std::error_code ec;
+        fs::remove_all(path, ec);
+    }
+};
+
+int RunMain(const std::vector<std::string>& arguments, std::string* out = nullptr) {
+    std::vector<std::string> words{"tervo"};
+    words.insert(words.end(), arguments.begin(), arguments.end());
+    std::vector<char*> argv;
+    for (auto& w : words) argv.push_back(w.data());
+    testing::internal::CaptureStdout();
+    const int status = RunTervo(static_cast<int>(words.size()), argv.data());
+    const std::string text = testing::internal::GetCapturedStdout();
+    if (out) *out = text;
+    return status;
+}
+
+std::string Slurp(const fs::path& p) {
+    std::ifstream in(p);
+    std::stringstream ss;
+    ss << in.rdbuf();
+    return ss.str();
+}
+
+// A thick p-n homojunction (1 µm emitter on the light side, 5 µm base) that absorbs every photon
+// above its 1.5 eV gap, with no recombination but at the contacts, whose minority velocities are
+// small: every photon above the gap becomes one electron in the outer circuit.
+std::string CollectingCell(const std::string& convergenceLines, const std::string& base = "5e-6") {
+    auto layer = [](const char* name, const std::string& d, const char* Nd, const char* Na) {
+        return std::string("layer\n\nname : ") + name + "\nd : " + d +
+               "\nv_th_n : 1e5\nv_th_p : 1e5\neps : 13\nchi : 4.0\nEg : 1.5\nNc : 1e24\nNv : 1e25\n"
+               "mu_n : 0.01\nmu_p : 0.004\nK_rad : 0\nc_n_auger : 0\nc_p_auger : 0\nNd(uniform) : " +
+               Nd + "\nNa(uniform) : " + Na +
+               "\nabsorptionmodel pure A material (y=0) : coefficients A and B\nA : 1e9\nB : 0\n"
+               "absorption pure B material (y=1), model : coefficients A and B\n"
+               "pure B material (y=1), A : 1e9\npure B material (y=1), B : 0\n\n";
+    };
+    return "convergence\n\n" + convergenceLines + "\nback contact\n\nflatband : 1\nSn : 1e-3\nSp : 1e5\n\n" +
+           layer("base", base, "0", "1e22") + layer("emitter", "1e-6", "1e24", "0") +
+           "front contact\n\nflatband : 1\nSn : 1e5\nSp : 1e-3\n\nworking point\n\nilluminated from : right\n"
+           "internal Rfront : 0\n";
+}
+
+const char* kAction = "Temperature : 300\nVoltage : 0\nNumber of points : 5\ndark : 0\n"
+                      "spectrum file :AM1_5G 1 sun.spe\nIV_startV : -0.1\nIV_stopV : 1.3\nIV_points : 29\n"
+                      "IV_calculate : 1\n";
+
+// q times the photon flux above the gap, from the shipped spectrum: the power of each interval
+// times its wavelength times the photons per second in one watt at 1 nm.
+double PhotonCurrentAboveGap(double Eg) {
+    std::ifstream in(kSource / "home/spectrum/AM1_5G 1 sun.spe");
+    std::string line;
+    double flux = 0;
+    while (std::getline(in, line)) {
+        std::istringstream words(line);
+        double lambda = 0, power = 0;
+        if (!(words >> lambda >> power)) continue;
+        if (lambda <= 1239.977 / Eg) flux += power * lambda * 5.035e15;
+    }
+    return flux * 1.602e-19 * 0.1; // A/m2 to mA/cm2
+}
+
+} // namespace
+
+TEST(MainJob, EveryPhotonAboveTheGapOfACollectingCellIsTheShortCircuitCurrent) {
+    Home home;
+    std::ofstream(home.path / "collect.def") << CollectingCell("");
+    std::ofstream(home.path / "light.act") << kAction;
+    ErrorMessageMode = 0;
+    std::string out;
+    ASSERT_EQ(RunMain({"--home", home.path.string(), (home.path / "collect.def").string(),
+                       (home.path / "light.act").string()},
+                      &out),
+              0)
+        << out;
+    const DataListElement* e = pointer_naar_huidige();
+    ASSERT_NE(e, nullptr);
+    ASSERT_TRUE(e->parameters.JscValid);
+    const double expected = PhotonCurrentAboveGap(1.5);
+    EXPECT_NEAR(expected, 28.97, 0.2); // the public table's integral above 1.50 eV
+    EXPECT_NEAR(e->parameters.Jsc / expected, 1.0, 0.01);
+    EXPECT_TRUE(e->parameters.VocValid);
+    EXPECT_GT(e->parameters.Voc, 0.9);
+    // The results are in the results folder, named after the definition, with the summary line.
+    EXPECT_TRUE(fs::exists(home.path / "results/collect.iv"));
+    EXPECT_TRUE(fs::exists(home.path / "results/collect.eb"));
+    EXPECT_NE(out.find("collect: Voc = "), std::string::npos) << out;
+    EXPECT_NE(out.find(", Jsc = "), std::string::npos) << out;
+    const std::string iv = Slurp(home.path / "results/collect.iv");
+    EXPECT_EQ(iv.rfind("TERVO 3.2.01 ORVALD-LAB: Version tervo, dated ", 0), 0u);
+    EXPECT_NE(iv.find("\nSimulation of I-V curves\nSingle shot simulation #\t"), std::string::npos);
+    EXPECT_NE(iv.find("\nsolar cell parameters deduced from calculated IV-curve:\nVoc =\t"),
+              std::string::npos);
+}
+
+// A wafer-thick base (200 µm) reaches equilibrium on the default numerical settings and collects
+// the same photons.
+TEST(MainJob, AWaferThickBaseRunsOnTheDefaultSettings) {
+    Home home;
+    std::ofstream(home.path / "wafer.def") << CollectingCell("", "200e-6");
+    std::ofstream(home.path / "light.act") << kAction;
+    std::string out;
+    ASSERT_EQ(RunMain({"--home", home.path.string(), (home.path / "wafer.def").string(),
+                       (home.path / "light.act").string()},
+                      &out),
+              0)
+        << out;
+    const DataListElement* e = pointer_naar_huidige();
+    ASSERT_NE(e, nullptr);
+    ASSERT_TRUE(e->parameters.JscValid);
+    EXPECT_NEAR(e->parameters.Jsc / PhotonCurrentAboveGap(1.5), 1.0, 0.01);
+}
+
+TEST(MainJob, AFailedStageGivesANonZeroExitStatusAndTheReason) {
+    Home home;
+    // One outer pass cannot reach equilibrium.
+    std::ofstream(home.path / "stiff.def") << CollectingCell("maxiter : 1\n");
+    std::ofstream(home.path / "light.act") << kAction;
+    ErrorMessageMode = 2;
+    ClearReportedMessages();
+    std::string out;
+    EXPECT_NE(RunMain({"--home", home.path.string(), (home.path / "stiff.def").string(),
+                       (home.path / "light.act").string()},
+                      &out),
+              0);
+    bool reported = false;
+    std::string all;
+    for (const auto& m : ReportedMessages()) {
+        reported = reported || m.title == "Calculating equilibrium...";
+        all += m.title + " | " + m.text + "\n";
+    }
+    EXPECT_TRUE(reported) << all;
+    EXPECT_FALSE(fs::exists(home.path / "results/stiff.iv"));
+}
