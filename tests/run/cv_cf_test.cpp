@@ -12,7 +12,7 @@
 #include <string>
 #include <vector>
 
-#include "../solver/defect_cells.h"
+#include "support/test_cells.h"
 #include "platform/messages.h"
 #include "run/control/driver.h"
 #include "run/control/startup.h"

@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-#include "defect_cells.h"
+#include "support/test_cells.h"
 #include "run/control/driver.h"
 #include "run/results/extraction.h"
 #include "run/sweeps/operating_points.h"

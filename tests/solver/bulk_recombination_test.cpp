@@ -10,7 +10,7 @@
 #include <fstream>
 #include <random>
 
-#include "defect_cells.h"
+#include "support/test_cells.h"
 #include "run/control/driver.h"
 #include "run/sweeps/operating_points.h"
 #include "setup/absorption.h"

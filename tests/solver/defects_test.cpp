@@ -8,7 +8,7 @@
 #include <algorithm>
 #include <functional>
 
-#include "defect_cells.h"
+#include "support/test_cells.h"
 #include "platform/messages.h"
 #include "run/control/driver.h"
 #include "run/results/extraction.h"

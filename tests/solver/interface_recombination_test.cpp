@@ -7,7 +7,7 @@
 
 #include <numbers>
 
-#include "defect_cells.h"
+#include "support/test_cells.h"
 #include "run/control/driver.h"
 #include "run/results/extraction.h"
 #include "run/sweeps/operating_points.h"

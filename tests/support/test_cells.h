@@ -1,4 +1,4 @@
-// Cells with defects for the solver tests, in file form (SI), set up as the driver sets them up.
+// Cells that several test folders build, in file form (SI), set up as the driver sets them up.
 #pragma once
 
 #include <cmath>
