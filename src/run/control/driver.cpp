@@ -176,20 +176,12 @@ void SolveShortCircuit(CalculationVariables& cv, GenerationParameters& gp, const
 
 } // namespace
 
-int calculate(const BatchRecord* batch, const CurveFitterRecord* curvefitter, int metaPass) {
-    CalculationVariables& cv = currentCalcVars;
-    GenerationParameters& gp = generatieparameters;
-    if (metaPass == 1) workpointFromPreviousBatch = 0;
-    if (workpointFromPreviousBatch == 1) {
-        CopyCalculationVariables(cv, werkpuntcv);
-    } else {
-        // A flat-band contact follows the layer behind it, whatever changed that layer.
-        Recalculate_Workfunctions(zonnecel, actionPanel.first.temperature, parameterset1.convergence);
-        parameterset2_to_1(zonnecel);
-    }
+namespace {
 
+// Every stage counts as failed until it has converged; a run from the previous batch step starts at
+// its stored working point and skips equilibrium and short circuit.
+void ResetStageFlags(bool fromPrevious) {
     CONVERGENTIEFALING = 0;
-    const bool fromPrevious = workpointFromPreviousBatch == 1;
     EquilibriumConvergenceFailure = fromPrevious ? 0 : 1;
     ShortCircuitConvergenceFailure = fromPrevious ? 0 : 1;
     WorkPointConvergenceFailure = 1;
@@ -197,8 +189,11 @@ int calculate(const BatchRecord* batch, const CurveFitterRecord* curvefitter, in
     FirstCVPointConvergenceFailure = CVConvergenceFailure = 1;
     CfConvergenceFailure = QEConvergenceFailure = 1;
     cvbezig = 0;
+}
 
-    // The working point and what to do there.
+// The working point and what to do there: the measuring pass of a metastable run uses the second
+// working point and calculates no sweep of its own.
+void ReadWorkPointAndAction(int metaPass) {
     if (metaPass == 1) {
         ReadWorkPoint(secondwp, 0);
         wp = secondwp;
@@ -224,91 +219,103 @@ int calculate(const BatchRecord* batch, const CurveFitterRecord* curvefitter, in
         kleurindex = kleurindex % 15 + 1;
         kl = kleurindex;
     }
+}
 
-    // The problem on its mesh, with the light of the working point.
-    if (!fromPrevious) {
-        if (!PrepareIllumination(gp, wp)) return -1;
-        if (IPV_Mode) ReadOpticalCaptureParameters(parameterset1);
-        parameterset1_to_3(parameterset1, parameterset3, wp.temperature, gp.lambda.data(),
-                           gp.numberOfWavelengths);
-        InitialiseCalculationVariables(cv);
-        for (int i = 0; i < parameterset3.numberOfLayers; ++i)
-            cv.meshAlpha[static_cast<size_t>(i)] = wp.dark ? 0.0 : ExtractAlpha(parameterset3, 300, i);
-        if (CreateCalculationVariables(cv, &gp, parameterset3, 1, metaPass) != 0) return -1;
-        if (!bepaal_alfa(cv, gp)) return -1;
-        CreateCalculationVariables(cv, &gp, parameterset3, 0, metaPass);
-        // The state starts without light: with no incoming flux the generation is zero everywhere.
-        std::fill(gp.G.begin(), gp.G.end(), 0.0);
-        cv.generation = &gp;
-    }
-    if (metaPass == 0) {
-        wp_vorig = wp;
-        deffilenamevorig = parameterset1.name;
-    }
+// The problem on its mesh, with the light of the working point; the state starts without light.
+bool SetUpProblemOnMesh(CalculationVariables& cv, GenerationParameters& gp, int metaPass) {
+    if (!PrepareIllumination(gp, wp)) return false;
+    if (IPV_Mode) ReadOpticalCaptureParameters(parameterset1);
+    parameterset1_to_3(parameterset1, parameterset3, wp.temperature, gp.lambda.data(),
+                       gp.numberOfWavelengths);
+    InitialiseCalculationVariables(cv);
+    for (int i = 0; i < parameterset3.numberOfLayers; ++i)
+        cv.meshAlpha[static_cast<size_t>(i)] = wp.dark ? 0.0 : ExtractAlpha(parameterset3, 300, i);
+    if (CreateCalculationVariables(cv, &gp, parameterset3, 1, metaPass) != 0) return false;
+    if (!bepaal_alfa(cv, gp)) return false;
+    CreateCalculationVariables(cv, &gp, parameterset3, 0, metaPass);
+    // With no incoming flux the generation is zero everywhere.
+    std::fill(gp.G.begin(), gp.G.end(), 0.0);
+    cv.generation = &gp;
+    return true;
+}
 
-    if (!fromPrevious) {
-        // Equilibrium: Poisson's equation alone, dark, V = 0.
-        equilibrium(cv);
-        CopyCalculationVariables(evenwichtcv, cv);
-        if (!CheckConvergenceFailure(EquilibriumConvergenceFailure, "equilibrium", 1, 0, 0, cv, 0)) return -1;
-        equiberekend = 1;
-        if (!ComputeGeneration(cv, gp, wp)) return -1;
-        if (!wp.dark) {
-            if (Pause(0) != 1) return -1;
-            SolveShortCircuit(cv, gp, wp);
-            if (!CONVERGENTIEFALING && cv.iteration_count != -1) {
-                extraheer_stroom(cv, 0);
-                JShortCircuit = cv.J_median;
-                CopyCalculationVariables(kortsluitcv, cv);
-            } else {
-                JShortCircuit = 0;
-                cv.iteration_count = -1;
-            }
-            if (!CheckConvergenceFailure(ShortCircuitConvergenceFailure, "short circuit", wp.dark, 0, 0, cv,
-                                         0))
-                return -1;
+// Equilibrium (Poisson's equation alone, dark, V = 0), then the short circuit under the light of the
+// working point; both states are stored.
+bool SolveEquilibriumAndShortCircuit(CalculationVariables& cv, GenerationParameters& gp) {
+    equilibrium(cv);
+    CopyCalculationVariables(evenwichtcv, cv);
+    if (!CheckConvergenceFailure(EquilibriumConvergenceFailure, "equilibrium", 1, 0, 0, cv, 0)) return false;
+    equiberekend = 1;
+    if (!ComputeGeneration(cv, gp, wp)) return false;
+    if (!wp.dark) {
+        if (Pause(0) != 1) return false;
+        SolveShortCircuit(cv, gp, wp);
+        if (!CONVERGENTIEFALING && cv.iteration_count != -1) {
+            extraheer_stroom(cv, 0);
+            JShortCircuit = cv.J_median;
+            CopyCalculationVariables(kortsluitcv, cv);
         } else {
-            CopyCalculationVariables(kortsluitcv, evenwichtcv);
-            Full_x_Dependence(kortsluitcv);
             JShortCircuit = 0;
-            ShortCircuitConvergenceFailure = 0;
+            cv.iteration_count = -1;
         }
-        kortberekend = 1;
+        if (!CheckConvergenceFailure(ShortCircuitConvergenceFailure, "short circuit", wp.dark, 0, 0, cv, 0))
+            return false;
+    } else {
+        CopyCalculationVariables(kortsluitcv, evenwichtcv);
+        Full_x_Dependence(kortsluitcv);
+        JShortCircuit = 0;
+        ShortCircuitConvergenceFailure = 0;
     }
+    kortberekend = 1;
+    return true;
+}
 
-    // The working point.
-    if (EquilibriumConvergenceFailure == 0 && ShortCircuitConvergenceFailure == 0) {
-        if (wp.voltage == 0 && !fromPrevious && metaPass == 0) {
-            CopyCalculationVariables(werkpuntcv, kortsluitcv);
-            Full_x_Dependence(werkpuntcv);
-            JWorkingPoint = JShortCircuit;
-            WorkPointConvergenceFailure = 0;
+// The working point: the short circuit itself at 0 V, else a walk from the short circuit (or from
+// the previous batch step's state) to the working voltage; the state is stored.
+bool SolveWorkingPoint(CalculationVariables& cv, bool fromPrevious, int metaPass) {
+    if (wp.voltage == 0 && !fromPrevious && metaPass == 0) {
+        CopyCalculationVariables(werkpuntcv, kortsluitcv);
+        Full_x_Dependence(werkpuntcv);
+        JWorkingPoint = JShortCircuit;
+        WorkPointConvergenceFailure = 0;
+    } else {
+        if (Pause(0) != 1) return false;
+        if (fromPrevious) {
+            Full_x_Dependence(cv);
+            volgende_iv_punt(cv, cv.V_applied, wp.voltage, 2);
         } else {
-            if (Pause(0) != 1) return -1;
-            if (fromPrevious) {
-                Full_x_Dependence(cv);
-                volgende_iv_punt(cv, cv.V_applied, wp.voltage, 2);
-            } else {
-                CopyCalculationVariables(cv, kortsluitcv);
-                Full_x_Dependence(cv);
-                volgende_iv_punt(cv, 0, wp.voltage, std::max(wp.numberofpoints, 2));
-            }
-            if (cv.iteration_count != -1) {
-                extraheer_stroom(cv, 0);
-                JWorkingPoint = cv.J_median;
-                CopyCalculationVariables(werkpuntcv, cv);
-            } else {
-                JWorkingPoint = 0;
-            }
-            if (!CheckConvergenceFailure(WorkPointConvergenceFailure, "working point", wp.dark, cv.V_applied,
-                                         wp.voltage, cv, 0))
-                return -1;
+            CopyCalculationVariables(cv, kortsluitcv);
+            Full_x_Dependence(cv);
+            volgende_iv_punt(cv, 0, wp.voltage, std::max(wp.numberofpoints, 2));
         }
-        werkberekend = 1;
+        if (cv.iteration_count != -1) {
+            extraheer_stroom(cv, 0);
+            JWorkingPoint = cv.J_median;
+            CopyCalculationVariables(werkpuntcv, cv);
+        } else {
+            JWorkingPoint = 0;
+        }
+        if (!CheckConvergenceFailure(WorkPointConvergenceFailure, "working point", wp.dark, cv.V_applied,
+                                     wp.voltage, cv, 0))
+            return false;
     }
-    if (WorkPointConvergenceFailure) return -1;
+    werkberekend = 1;
+    return true;
+}
 
-    // The sweeps, in their fixed order.
+// The state of the stored working point, on its mesh and with its light, where the C-f and QE sweeps
+// start.
+bool ReturnToWorkingPoint(CalculationVariables& cv, GenerationParameters& gp) {
+    if (Pause(0) != 1) return false;
+    CopyCalculationVariables(cv, werkpuntcv);
+    Full_x_Dependence(cv);
+    if (Generation_Mode == 0 && !bepaal_alfa(cv, gp)) return false;
+    return ComputeGeneration(cv, gp, wp);
+}
+
+// The sweeps that the action asks for, in their fixed order, into a new element of the result list.
+bool RunSweeps(CalculationVariables& cv, GenerationParameters& gp, const BatchRecord* batch,
+               const CurveFitterRecord* curvefitter) {
     const bool anySweep =
         actie.IV.calculate || actie.CV.calculate || actie.Cf.calculate || actie.QE.calculate;
     if (anySweep) {
@@ -322,8 +329,7 @@ int calculate(const BatchRecord* batch, const CurveFitterRecord* curvefitter, in
         const int mode =
             CalculateStartingPoint(actie.IV.start, actie.IV.stop, cv, kortsluitcv, werkpuntcv, "I(V)", 3);
         if (mode == 1 || mode == 6 || mode == 7) FirstIVPointConvergenceFailure = 0;
-        const int result = calciv(cv, actie, mode);
-        if (result != 1) return -1;
+        if (calciv(cv, actie, mode) != 1) return false;
         if (DataListElement* element = pointer_naar_huidige()) element->actie.IV.done = actie.IV.done;
     }
     if (actie.CV.calculate) {
@@ -331,34 +337,55 @@ int calculate(const BatchRecord* batch, const CurveFitterRecord* curvefitter, in
             CalculateStartingPoint(actie.CV.start, actie.CV.stop, cv, kortsluitcv, werkpuntcv, "C(V)", 4);
         if (mode == 1 || mode == 6 || mode == 7) FirstCVPointConvergenceFailure = 0;
         // calccv merges its points into the element's I-V curve and sets both counts itself.
-        if (calccv(cv, actie, mode) != 1) return -1;
+        if (calccv(cv, actie, mode) != 1) return false;
     }
     if (actie.Cf.calculate) {
-        // From the stored working point, on its mesh, with its light.
-        if (Pause(0) != 1) return -1;
         cvbezig = 1;
-        CopyCalculationVariables(cv, werkpuntcv);
-        Full_x_Dependence(cv);
-        if (Generation_Mode == 0 && !bepaal_alfa(cv, gp)) return -1;
-        if (!ComputeGeneration(cv, gp, wp)) return -1;
+        if (!ReturnToWorkingPoint(cv, gp)) return false;
         update_eb_panel(cv, 0);
         const int result = calccf(cv, actie);
         cvbezig = 0;
-        if (result != 1) return -1;
+        if (result != 1) return false;
     }
     if (actie.QE.calculate) {
-        // From the stored working point, on its mesh, with its light.
-        if (Pause(0) != 1) return -1;
-        CopyCalculationVariables(cv, werkpuntcv);
-        Full_x_Dependence(cv);
-        if (Generation_Mode == 0 && !bepaal_alfa(cv, gp)) return -1;
-        if (!ComputeGeneration(cv, gp, wp)) return -1;
+        if (!ReturnToWorkingPoint(cv, gp)) return false;
         onder_belichting(cv);
         update_eb_panel(cv, 0);
         calcqe(cv, actie);
         if (QEConvergenceFailure)
             TERVOErrorMessage("Calculating quantum efficiency...", "Convergence failure");
     }
+    return true;
+}
+
+} // namespace
+
+int calculate(const BatchRecord* batch, const CurveFitterRecord* curvefitter, int metaPass) {
+    CalculationVariables& cv = currentCalcVars;
+    GenerationParameters& gp = generatieparameters;
+    if (metaPass == 1) workpointFromPreviousBatch = 0;
+    if (workpointFromPreviousBatch == 1) {
+        CopyCalculationVariables(cv, werkpuntcv);
+    } else {
+        // A flat-band contact follows the layer behind it, whatever changed that layer.
+        Recalculate_Workfunctions(zonnecel, actionPanel.first.temperature, parameterset1.convergence);
+        parameterset2_to_1(zonnecel);
+    }
+    const bool fromPrevious = workpointFromPreviousBatch == 1;
+    ResetStageFlags(fromPrevious);
+    ReadWorkPointAndAction(metaPass);
+
+    if (!fromPrevious && !SetUpProblemOnMesh(cv, gp, metaPass)) return -1;
+    if (metaPass == 0) {
+        wp_vorig = wp;
+        deffilenamevorig = parameterset1.name;
+    }
+    if (!fromPrevious && !SolveEquilibriumAndShortCircuit(cv, gp)) return -1;
+    if (EquilibriumConvergenceFailure == 0 && ShortCircuitConvergenceFailure == 0 &&
+        !SolveWorkingPoint(cv, fromPrevious, metaPass))
+        return -1;
+    if (WorkPointConvergenceFailure) return -1;
+    if (!RunSweeps(cv, gp, batch, curvefitter)) return -1;
     workpointFromPreviousBatch = 0;
     return 0;
 }
