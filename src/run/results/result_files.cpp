@@ -325,6 +325,71 @@ int qe_naar_file(int mode, TextFile* file) {
         "No QE calculation is made yet: nothing to save or to show !");
 }
 
+namespace {
+
+// Interfaces: the net rates at both sides as currents in mA/cm2, each with the scale of its own side's
+// layer, without and with the enhancement by tunnelling.
+struct InterfaceRow {
+    double x_um, jn1, jn2, jp1, jp2, jn1t, jn2t, jp1t, jp2t, js, pi;
+};
+
+std::vector<InterfaceRow> InterfaceRows(const CalculationVariables& cv, int layers) {
+    const CalculationParameters& P = *cv.parameters;
+    const double L = P.scale.length;
+    const double D0 = P.scale.diffusion;
+    const IfrDcTerms& ifr = cv.recombination.ifr;
+    std::vector<InterfaceRow> interfaces;
+    for (int j = 0; j + 1 < layers; ++j) {
+        const size_t J = At(j);
+        const double cLeft = P.scale.density[J] * D0 / L * Q_ELEM * 0.1;
+        const double cRight = P.scale.density[J + 1] * D0 / L * Q_ELEM * 0.1;
+        InterfaceRow r{};
+        r.x_um = cv.mesh.x_um[At(cv.mesh.last_point[J])];
+        r.jn1 = ifr.Rn_left[J] * cLeft;
+        r.jn2 = ifr.Rn_right[J] * cRight;
+        r.jp1 = ifr.Rp_left[J] * cLeft;
+        r.jp2 = ifr.Rp_right[J] * cRight;
+        r.jn1t = ifr.Rn_left_tunnel[J] * cLeft;
+        r.jn2t = ifr.Rn_right_tunnel[J] * cRight;
+        r.jp1t = ifr.Rp_left_tunnel[J] * cLeft;
+        r.jp2t = ifr.Rp_right_tunnel[J] * cRight;
+        r.js = r.jn1t + r.jn2t;
+        r.pi = ifr.sigma[J] * 0.0001;
+        interfaces.push_back(r);
+    }
+
+    return interfaces;
+}
+
+// Cumulative generation from the illuminated side, mA/cm2: each point adds G over half of its two
+// neighbouring intervals.
+std::vector<double> CumulativeGeneration(const CalculationVariables& cv, const std::vector<double>& G,
+                                         int n) {
+    const double L = cv.parameters->scale.length;
+    const auto& x = cv.mesh.x;
+    std::vector<double> Gc(At(n), 0.0);
+    constexpr double GENERATION_TO_CURRENT = 8.01e-15; // 1.602e-19 * 0.5 * 1e5: /cm3/s times m to mA/cm2
+    if (n >= 2) {
+        const bool fromLeft = cv.generation == nullptr || cv.generation->side == -1;
+        auto share = [&](int i) {
+            const int lo = std::max(i - 1, 0);
+            const int hi = std::min(i + 1, n - 1);
+            return G[At(i)] * L * (x[At(hi)] - x[At(lo)]) * GENERATION_TO_CURRENT;
+        };
+        if (fromLeft) {
+            Gc[0] = share(0);
+            for (int i = 1; i < n; ++i) Gc[At(i)] = Gc[At(i - 1)] + share(i);
+        } else {
+            Gc[At(n - 1)] = share(n - 1);
+            for (int i = n - 2; i >= 0; --i) Gc[At(i)] = Gc[At(i + 1)] + share(i);
+        }
+    }
+
+    return Gc;
+}
+
+} // namespace
+
 int eb_naar_file(int mode, TextFile* file, CalculationVariables& cv) {
     if (cv.parameters == nullptr || cv.mesh.n_points < 1) {
         TERVOErrorMessage("Function Save or Show Energy Bands",
@@ -338,8 +403,6 @@ int eb_naar_file(int mode, TextFile* file, CalculationVariables& cv) {
     const double L = P.scale.length;
     const double D0 = P.scale.diffusion;
     const RecDcTerms& dc = cv.recombination.dc;
-    const IfrDcTerms& ifr = cv.recombination.ifr;
-    const auto& x = cv.mesh.x;
 
     std::string text;
     // The header tells the simulation when a sweep made one; a state without a sweep is told by the
@@ -373,50 +436,8 @@ int eb_naar_file(int mode, TextFile* file, CalculationVariables& cv) {
             N[At(k)] = Nj;
     }
 
-    // Interfaces: the net rates at both sides as currents in mA/cm2, each with the scale of its
-    // own side's layer, without and with the enhancement by tunnelling.
-    struct InterfaceRow {
-        double x_um, jn1, jn2, jp1, jp2, jn1t, jn2t, jp1t, jp2t, js, pi;
-    };
-    std::vector<InterfaceRow> interfaces;
-    for (int j = 0; j + 1 < layers; ++j) {
-        const size_t J = At(j);
-        const double cLeft = P.scale.density[J] * D0 / L * Q_ELEM * 0.1;
-        const double cRight = P.scale.density[J + 1] * D0 / L * Q_ELEM * 0.1;
-        InterfaceRow r{};
-        r.x_um = cv.mesh.x_um[At(cv.mesh.last_point[J])];
-        r.jn1 = ifr.Rn_left[J] * cLeft;
-        r.jn2 = ifr.Rn_right[J] * cRight;
-        r.jp1 = ifr.Rp_left[J] * cLeft;
-        r.jp2 = ifr.Rp_right[J] * cRight;
-        r.jn1t = ifr.Rn_left_tunnel[J] * cLeft;
-        r.jn2t = ifr.Rn_right_tunnel[J] * cRight;
-        r.jp1t = ifr.Rp_left_tunnel[J] * cLeft;
-        r.jp2t = ifr.Rp_right_tunnel[J] * cRight;
-        r.js = r.jn1t + r.jn2t;
-        r.pi = ifr.sigma[J] * 0.0001;
-        interfaces.push_back(r);
-    }
-
-    // Cumulative generation from the illuminated side, mA/cm2: each point adds G over half of its
-    // two neighbouring intervals.
-    std::vector<double> Gc(At(n), 0.0);
-    constexpr double GENERATION_TO_CURRENT = 8.01e-15; // 1.602e-19 * 0.5 * 1e5: /cm3/s times m to mA/cm2
-    if (n >= 2) {
-        const bool fromLeft = cv.generation == nullptr || cv.generation->side == -1;
-        auto share = [&](int i) {
-            const int lo = std::max(i - 1, 0);
-            const int hi = std::min(i + 1, n - 1);
-            return G[At(i)] * L * (x[At(hi)] - x[At(lo)]) * GENERATION_TO_CURRENT;
-        };
-        if (fromLeft) {
-            Gc[0] = share(0);
-            for (int i = 1; i < n; ++i) Gc[At(i)] = Gc[At(i - 1)] + share(i);
-        } else {
-            Gc[At(n - 1)] = share(n - 1);
-            for (int i = n - 2; i >= 0; --i) Gc[At(i)] = Gc[At(i + 1)] + share(i);
-        }
-    }
+    const std::vector<InterfaceRow> interfaces = InterfaceRows(cv, layers);
+    const std::vector<double> Gc = CumulativeGeneration(cv, G, n);
 
     // Cumulative recombination, written with the sign of the terminal current: in the dark the value
     // from the left at the last point and the value from the right at the first point are both the
