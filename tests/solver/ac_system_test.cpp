@@ -11,7 +11,6 @@
 #include <string>
 #include <vector>
 
-#include "support/test_cells.h"
 #include "run/control/driver.h"
 #include "run/results/extraction.h"
 #include "run/sweeps/operating_points.h"
@@ -19,19 +18,13 @@
 #include "solver/ac_recombination.h"
 #include "solver/bulk_recombination.h"
 #include "solver/interface_recombination.h"
+#include "support/test_cells.h"
 
 namespace tervo {
 namespace {
 
 using namespace defect_test;
 constexpr double eps0 = 8.854e-12;
-
-// Steady state at V, reached in steps of at most 50 mV from the present one.
-void WalkTo(CalculationVariables& cv, double V) {
-    const int steps = std::max(1, static_cast<int>(std::ceil(std::fabs(V - cv.V_applied) / 0.05)));
-    volgende_iv_punt(cv, cv.V_applied, V, steps + 1);
-    ASSERT_EQ(CONVERGENTIEFALING, 0);
-}
 
 // Admittance (S/m2) of the solved state at frequency f (Hz).
 Admittance Solve(CalculationVariables& cv, double f) {
@@ -62,33 +55,12 @@ double HoleSideCharge(const Device& d, int j) {
     return q * Q;
 }
 
-// A p/n+ junction: the lightly doped p side on the left, the n+ side (100 times the doping) on the
-// right, ohmic contacts.
+// A p/n+ junction: the lightly doped p side on the left, the n+ side on the right, ohmic contacts.
 InputParameters OneSidedJunction(const Material& m, double Na, double Nd) {
-    InputParameters in = EmptyCell(2);
-    CellDefinition& c = in.cellParas;
-    SetLayer(c.layer[0], m, 1.0e-6, 0, Na);
-    SetLayer(c.layer[1], m, 0.2e-6, Nd, 0);
-    c.leftContact.Fi_m = WorkFunctionForHoles(m, Majority(Na, m.ni2()));
-    c.rightContact.Fi_m = WorkFunctionForElectrons(m, Majority(Nd, m.ni2()));
-    c.leftContact.Sn = c.leftContact.Sp = c.rightContact.Sn = c.rightContact.Sp = 1e5;
+    InputParameters in = Stack({{m, 1.0e-6, 0, Na}, {m, 0.2e-6, Nd, 0}});
     // Tight steady solutions: a charge difference over 10 mV is a small difference of large numbers.
     in.convergence.termination_psi = in.convergence.termination_Fn = in.convergence.termination_Fp = 1e-10;
     return in;
-}
-
-// A single interface level at the junction plane, Et above the valence band, density N (/m^2).
-void AddInterfaceDefect(InputParameters& in, int type, double N, double Et) {
-    InterfaceRecombinationParameters& x = in.cellParas.interface[0].defect[0];
-    in.cellParas.interface[0].numberOfDefects = 1;
-    InitialiseInterfaceRecombinationParameters(x, 0, 0);
-    x.type = type;
-    x.N = N;
-    x.energy = EDistribution{EDIST_SINGLE, 0.04, 0, Et, 0};
-    x.sigma_nleft = 2e-19;
-    x.sigma_nright = 5e-20;
-    x.sigma_pleft = 1e-19;
-    x.sigma_pright = 3e-19;
 }
 
 TEST(SmallSignal, DepletionCapacitanceIsTheQuasiStaticChargeDerivative) {
@@ -138,7 +110,7 @@ TEST(SmallSignal, LowFrequencyConductanceIsTheSlopeOfTheIVCurveInTheDarkAndUnder
     const double Na = 1e22, Nd = 1e24, Nt = 1e20, sigma = 1e-19;
     InputParameters in = OneSidedJunction(m, Na, Nd);
     AddDefect(in.cellParas.layer[0], DEFECT_NEUTRAL, 1, Nt, sigma, sigma, {m.Eg / 2, 0, 0, 0});
-    AddInterfaceDefect(in, 1 /* acceptor */, 1e15, 0.6);
+    AddInterfaceDefect(in, DEFECT_ACCEPTOR, 1e15, 0.6);
     const auto d = Build(in);
     CalculationVariables& cv = *d->cv;
     equilibrium(cv);
@@ -146,7 +118,7 @@ TEST(SmallSignal, LowFrequencyConductanceIsTheSlopeOfTheIVCurveInTheDarkAndUnder
     ExpectConductanceIsSlope(cv, 0.45, "dark");
 
     const double G = 1e27; // /m^3 s, uniform
-    for (int i = 0; i < d->points(); ++i) d->light->G[At(i)] = G / d->rate(1.0, 0);
+    d->Illuminate(G, 0);
     ASSERT_EQ(onder_belichting(cv), 0);
     ExpectConductanceIsSlope(cv, 0.45, "light");
 }
@@ -157,14 +129,8 @@ struct DeepLevelCell {
     double Na = 1e24, Nd = 1e22, Nt = 3e21, sigma = 1e-19, depth = 0.35;
     double emission() const { return sigma * m.vth * m.Nc * std::exp(-depth / kT); } // /s
     InputParameters make() const {
-        InputParameters in = EmptyCell(2);
-        CellDefinition& c = in.cellParas;
-        SetLayer(c.layer[0], m, 0.2e-6, 0, Na);
-        SetLayer(c.layer[1], m, 1.0e-6, Nd, 0);
-        AddDefect(c.layer[1], DEFECT_ACCEPTOR, 1, Nt, sigma, sigma, {m.Eg - depth, 0, 0, 0});
-        c.leftContact.Fi_m = WorkFunctionForHoles(m, Majority(Na, m.ni2()));
-        c.rightContact.Fi_m = WorkFunctionForElectrons(m, Majority(Nd, m.ni2()));
-        c.leftContact.Sn = c.leftContact.Sp = c.rightContact.Sn = c.rightContact.Sp = 1e5;
+        InputParameters in = Stack({{m, 0.2e-6, 0, Na}, {m, 1.0e-6, Nd, 0}});
+        AddDefect(in.cellParas.layer[1], DEFECT_ACCEPTOR, 1, Nt, sigma, sigma, {m.Eg - depth, 0, 0, 0});
         return in;
     }
 };
@@ -219,7 +185,7 @@ TEST(SmallSignal, TrapResponseIsTheSteadyDerivativeAtZeroFrequencyAndVanishesAtH
     const auto d = Build(in);
     CalculationVariables& cv = *d->cv;
     equilibrium(cv);
-    for (int i = 0; i < d->points(); ++i) d->light->G[At(i)] = 1e27 / d->rate(1.0, 1);
+    d->Illuminate(1e27, 1);
     ASSERT_EQ(onder_belichting(cv), 0);
     WalkTo(cv, 0.3);
     ASSERT_GT(totale_rdcbijdrage_multilevel(cv), 0);
@@ -250,11 +216,11 @@ TEST(SmallSignal, TrapResponseIsTheSteadyDerivativeAtZeroFrequencyAndVanishesAtH
 
 TEST(SmallSignal, InterfaceTrapResponseIsTheSteadyDerivativeAtZeroFrequency) {
     InputParameters in = OneSidedJunction(Material{}, 1e22, 1e24);
-    AddInterfaceDefect(in, 2 /* donor */, 1e15, 0.7);
+    AddInterfaceDefect(in, DEFECT_DONOR, 1e15, 0.7);
     const auto d = Build(in);
     CalculationVariables& cv = *d->cv;
     equilibrium(cv);
-    for (int i = 0; i < d->points(); ++i) d->light->G[At(i)] = 1e27 / d->rate(1.0, 0);
+    d->Illuminate(1e27, 0);
     ASSERT_EQ(onder_belichting(cv), 0);
     WalkTo(cv, 0.3);
     totale_ifrdcbijdrage(cv);

@@ -8,11 +8,11 @@
 #include <algorithm>
 #include <functional>
 
-#include "support/test_cells.h"
 #include "platform/messages.h"
 #include "run/control/driver.h"
 #include "run/results/extraction.h"
 #include "run/sweeps/operating_points.h"
+#include "support/test_cells.h"
 
 namespace tervo {
 namespace {
@@ -25,12 +25,9 @@ struct Probe {
     int i = 0;
     explicit Probe(int type, int levels, const std::array<double, MAX_LEVELS>& Et,
                    const std::function<void(DefectLevels&)>& adjust = {}) {
-        InputParameters in = EmptyCell(1);
-        const Material m;
-        SetLayer(in.cellParas.layer[0], m, 1e-6, 0, 1e22);
+        InputParameters in = Stack({{Material{}, 1e-6, 0, 1e22}});
         AddDefect(in.cellParas.layer[0], type, levels, 1e21, 1e-19, 3e-19, Et);
         if (adjust) adjust(in.cellParas.layer[0].srh[0]);
-        in.cellParas.leftContact.Fi_m = in.cellParas.rightContact.Fi_m = WorkFunctionForHoles(m, 1e22);
         d = Build(in);
         i = d->points() / 2;
     }
@@ -150,36 +147,46 @@ TEST(DefectStatistics, DerivativesOfChargeAndRateAgreeWithFiniteDifferences) {
     check(custom, 11.0, 10.0, 0.3);
 }
 
-// An n-type layer with a deep acceptor distribution far below the Fermi level: every level is full,
-// so the trapped charge is minus the density that the discretised levels hold.
-double TrappedShare(int distribution, double Et, double Ekar, int samples, int reference = 0) {
-    InputParameters in = EmptyCell(1);
-    in.convergence.defectdiscretisations = samples;
+TEST(DefectDistributions, TheDiscretisedLevelsOfEveryDistributionHoldItsTotalDensity) {
+    // An n-type layer with a deep acceptor distribution far below the Fermi level: every level is
+    // full, so the trapped charge is minus the density that the discretised levels hold.  The default
+    // is 7 samples: a Gaussian over six widths, a uniform band, and tails over seven widths, where
+    // steps of 7/6 of a width would make a plain trapezoid sum of the exponential hold 11 % too much.
+    // A conduction-band tail given below the conduction band (reference 2) runs down into the gap.
+    struct Row {
+        int distribution;
+        double Et, Ekar;
+        int samples, reference;
+        double share;
+    };
+    const Row rows[] = {{EDIST_GAUSS, 0.35, 0.05, 7, 0, 1},  {EDIST_UNIFORM, 0.35, 0.2, 5, 0, 1},
+                        {EDIST_UNIFORM, 0.35, 0.2, 7, 0, 1}, {EDIST_VBTAIL, 0.0, 0.03, 3, 0, 1},
+                        {EDIST_VBTAIL, 0.0, 0.03, 7, 0, 1},  {EDIST_VBTAIL, 0.0, 0.03, 50, 0, 1},
+                        {EDIST_CBTAIL, 0.9, 0.03, 7, 2, 1},  {EDIST_CBTAIL, 0.9, 0.03, 12, 2, 1},
+                        {EDIST_CBTAIL, 0.9, 0.03, 50, 2, 1}, {EDIST_GAUSS, 0.35, 0.05, 1, 0, 0}};
     const Material m;
     const double Nd = 1e23, Nt = 1e21;
-    SetLayer(in.cellParas.layer[0], m, 1e-6, Nd, 0);
-    AddDefect(in.cellParas.layer[0], DEFECT_ACCEPTOR, 1, Nt, 1e-19, 1e-19, {Et, 0, 0, 0}, reference,
-              distribution, Ekar);
-    in.cellParas.leftContact.Fi_m = in.cellParas.rightContact.Fi_m = WorkFunctionForElectrons(m, Nd - Nt);
-    const auto d = Build(in);
-    equilibrium(*d->cv);
-    EXPECT_EQ(CONVERGENTIEFALING, 0);
-    const int i = d->points() / 2;
-    const double share = -d->cv->recombination.dc_defects.rho[At(i)] * d->N(0) / Nt;
-    // Neutral to the precision of the potential (termination_psi = 1e-3 kT).
-    EXPECT_NEAR((d->n(i, 0) + share * Nt) / Nd, 1.0, 1e-3);
-    return share;
-}
-
-TEST(DefectDistributions, TheDiscretisedLevelsHoldTheTotalDensity) {
-    EXPECT_NEAR(TrappedShare(EDIST_GAUSS, 0.35, 0.05, 7), 1.0, 0.005)
-        << "six widths in the default 7 samples";
-    EXPECT_NEAR(TrappedShare(EDIST_UNIFORM, 0.35, 0.2, 5), 1.0, 0.005);
-    // Tails over 7 widths need steps well below a width for the trapezoid rule: 50 samples.  A
-    // conduction-band tail given below the conduction band runs down into the gap.
-    EXPECT_NEAR(TrappedShare(EDIST_VBTAIL, 0.0, 0.03, 50), 1.0, 0.005);
-    EXPECT_NEAR(TrappedShare(EDIST_CBTAIL, 0.9, 0.03, 50, 2), 1.0, 0.005);
-    EXPECT_EQ(TrappedShare(EDIST_GAUSS, 0.35, 0.05, 1), 0.0) << "one sample spans no interval";
+    for (const Row& r : rows) {
+        SCOPED_TRACE(::testing::Message()
+                     << "distribution " << r.distribution << ", " << r.samples << " samples");
+        InputParameters in = Stack({{m, 1e-6, Nd, 0}});
+        in.convergence.defectdiscretisations = r.samples;
+        AddDefect(in.cellParas.layer[0], DEFECT_ACCEPTOR, 1, Nt, 1e-19, 1e-19, {r.Et, 0, 0, 0}, r.reference,
+                  r.distribution, r.Ekar);
+        in.cellParas.leftContact.Fi_m = in.cellParas.rightContact.Fi_m = WorkFunctionForElectrons(m, Nd - Nt);
+        const auto d = Build(in);
+        equilibrium(*d->cv);
+        ASSERT_EQ(CONVERGENTIEFALING, 0);
+        const int i = d->points() / 2;
+        const double share = -d->cv->recombination.dc_defects.rho[At(i)] * d->N(0) / Nt;
+        if (r.share == 0) {
+            EXPECT_EQ(share, 0.0) << "one sample spans no interval";
+        } else {
+            EXPECT_NEAR(share, 1.0, 0.005);
+        }
+        // Neutral to the precision of the potential (termination_psi = 1e-3 kT).
+        EXPECT_NEAR((d->n(i, 0) + share * Nt) / Nd, 1.0, 1e-3);
+    }
 
     ClearReportedMessages();
     EXPECT_EQ(LimitDefectDiscretisations(250), 100);
@@ -192,27 +199,11 @@ TEST(DefectDistributions, TheDiscretisedLevelsHoldTheTotalDensity) {
               "The number of discretisationlevels for distributed defects should higher than 1.");
 }
 
-TEST(DefectDistributions, WithTheDefaultSamplingEveryDistributionHoldsExactlyItsTotalDensity) {
-    // The default 7 samples: a Gaussian over six widths, a uniform band, and tails over seven widths,
-    // where steps of 7/6 of a width would make the trapezoid sum of the exponential hold 11 % too
-    // much.  A conduction-band tail given below the conduction band runs down into the gap.
-    EXPECT_NEAR(TrappedShare(EDIST_GAUSS, 0.35, 0.05, 7), 1.0, 0.005);
-    EXPECT_NEAR(TrappedShare(EDIST_UNIFORM, 0.35, 0.2, 7), 1.0, 0.005);
-    EXPECT_NEAR(TrappedShare(EDIST_CBTAIL, 0.9, 0.03, 7, 2), 1.0, 0.005);
-    EXPECT_NEAR(TrappedShare(EDIST_VBTAIL, 0.0, 0.03, 7), 1.0, 0.005);
-    // Any number of samples holds the same total.
-    EXPECT_NEAR(TrappedShare(EDIST_VBTAIL, 0.0, 0.03, 3), 1.0, 0.005);
-    EXPECT_NEAR(TrappedShare(EDIST_CBTAIL, 0.9, 0.03, 12, 2), 1.0, 0.005);
-}
-
 TEST(DefectCells, ACompensatingDonorShiftsTheBulkBandsByTheChargeItHolds) {
     const Material m;
-    const double Na = 1e22, Nt = 5e21, Et = 0.2; // donor level near the Fermi level of the p layer
-    InputParameters in = EmptyCell(1);
-    SetLayer(in.cellParas.layer[0], m, 3e-6, 0, Na);
+    const double Na = 1e22, Nt = 5e21, Et = 0.2;    // donor level near the Fermi level of the p layer
+    InputParameters in = Stack({{m, 3e-6, 0, Na}}); // contacts at the flat band without the donor
     AddDefect(in.cellParas.layer[0], DEFECT_DONOR, 1, Nt, 1e-19, 1e-19, {Et, 0, 0, 0});
-    in.cellParas.leftContact.Fi_m = in.cellParas.rightContact.Fi_m =
-        WorkFunctionForHoles(m, Na); // without donor
     const auto d = Build(in);
     equilibrium(*d->cv);
     ASSERT_EQ(CONVERGENTIEFALING, 0);
@@ -233,20 +224,15 @@ TEST(DefectCells, ACompensatingDonorShiftsTheBulkBandsByTheChargeItHolds) {
 TEST(DefectCells, AMidGapAcceptorGivesTheMinorityLifetimeOneOverSigmaVthNt) {
     const Material m;
     const double Na = 1e22, Nt = 1e20, sigma = 1e-19, tau = 1 / (sigma * m.vth * Nt); // 1 µs
-    InputParameters in = EmptyCell(1);
-    SetLayer(in.cellParas.layer[0], m, 2e-6, 0, Na);
+    InputParameters in = Stack({{m, 2e-6, 0, Na}});
     AddDefect(in.cellParas.layer[0], DEFECT_ACCEPTOR, 1, Nt, sigma, sigma, {m.Eg / 2, 0, 0, 0});
     // Contacts that take holes freely and no electrons: the injected electrons can only recombine.
-    for (ContactParameters* c : {&in.cellParas.leftContact, &in.cellParas.rightContact}) {
-        c->Fi_m = WorkFunctionForHoles(m, Na);
-        c->Sn = 0;
-        c->Sp = 1e5;
-    }
+    in.cellParas.leftContact.Sn = in.cellParas.rightContact.Sn = 0;
     const auto d = Build(in);
     equilibrium(*d->cv);
     ASSERT_EQ(CONVERGENTIEFALING, 0);
     const double G = 1e-3 * Na / tau; // uniform generation for an excess of 1e-3 Na
-    for (int i = 0; i < d->points(); ++i) d->light->G[At(i)] = G / d->rate(1.0, 0);
+    d->Illuminate(G);
     ASSERT_EQ(onder_belichting(*d->cv), 0);
     ASSERT_EQ(CONVERGENTIEFALING, 0);
     EXPECT_LE(d->cv->iteration_count, 10) << "consistent Jacobians converge in few passes";
@@ -262,15 +248,10 @@ TEST(DefectCells, ALongBaseDiodeFollowsTheDiffusionCurrentOfItsDiffusionLength) 
     const Material m;
     const double Na = 1e22, Nd = 1e24, Nt = 1e21, sigma = 1e-19, tau = 1 / (sigma * m.vth * Nt); // 0.1 µs
     const double Dn = m.mu_n * kT, Ln = std::sqrt(Dn * tau), ni2 = m.ni2();
-    InputParameters in = EmptyCell(2);
-    CellDefinition& c = in.cellParas;
-    SetLayer(c.layer[0], m, 5 * Ln, 0, Na); // p base of five diffusion lengths
-    SetLayer(c.layer[1], m, 0.3e-6, Nd, 0); // n+ emitter without defects
-    AddDefect(c.layer[0], DEFECT_ACCEPTOR, 1, Nt, sigma, sigma, {m.Eg / 2, 0, 0, 0});
-    c.leftContact.Fi_m = WorkFunctionForHoles(m, Majority(Na, ni2));
-    c.rightContact.Fi_m = WorkFunctionForElectrons(m, Majority(Nd, ni2));
-    c.leftContact.Sn = c.leftContact.Sp = c.rightContact.Sn = 1e5;
-    c.rightContact.Sp = 0; // no holes leave through the emitter contact: the emitter adds no current
+    // A p base of five diffusion lengths, an n+ emitter without defects.
+    InputParameters in = Stack({{m, 5 * Ln, 0, Na}, {m, 0.3e-6, Nd, 0}});
+    AddDefect(in.cellParas.layer[0], DEFECT_ACCEPTOR, 1, Nt, sigma, sigma, {m.Eg / 2, 0, 0, 0});
+    in.cellParas.rightContact.Sp = 0; // no holes leave through the emitter: it adds no current
     // The potential of a thick base settles from the linear first guess in steps of at most clamp_psi
     // kT: more than the default limit of the start.
     in.convergence.maxiter_psi_start = 2000;
@@ -280,8 +261,7 @@ TEST(DefectCells, ALongBaseDiodeFollowsTheDiffusionCurrentOfItsDiffusionLength) 
     ASSERT_EQ(CONVERGENTIEFALING, 0);
     const int junction = cv.mesh.last_point[0];
     for (const double V : {0.5, 0.55, 0.6}) {
-        volgende_iv_punt(cv, cv.V_applied, V, static_cast<int>(std::ceil((V - cv.V_applied) / 0.05)) + 1);
-        ASSERT_EQ(CONVERGENTIEFALING, 0);
+        WalkTo(cv, V);
         EXPECT_LE(cv.iteration_count, 10);
         extraheer_stroom(cv, 0);
         const double J = std::fabs(cv.J_median) * 10; // A/m2

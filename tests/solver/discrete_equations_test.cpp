@@ -17,13 +17,12 @@
 #include "solver/bulk_recombination.h"
 #include "solver/gummel.h"
 #include "solver/interface_recombination.h"
+#include "support/test_cells.h"
 
 namespace tervo {
 namespace {
 
-size_t At(int i) {
-    return static_cast<size_t>(i);
-}
+using namespace defect_test;
 
 // ---------------------------------------------------------------------------------------------------
 // Bernoulli functions.
@@ -85,63 +84,15 @@ TEST(Bernoulli, DifferenceOfMirrorArgumentsIsMinusTheArgument) {
 // ---------------------------------------------------------------------------------------------------
 // A two-layer heterojunction on its first mesh.
 
-void Uniform(Profile& p, double value) {
-    p.law = LAW_UNIFORM;
-    p.pureA = p.pureB = p.leftValue = p.rightValue = value;
-}
-
-struct LayerData {
-    double d, Eg, chi, eps, Nc, Nv, Nd, Na, mu_n, mu_p, Krad, Cn, Cp;
-};
-
-InputParameters Cell(const std::vector<LayerData>& layers) {
-    InputParameters in;
-    InitialiseConvergenceParameters(in.convergence);
-    InitialiseCellDefinition(in.cellParas);
-    in.cellParas.numberOfLayers = static_cast<int>(layers.size());
-    for (size_t i = 0; i < layers.size(); ++i) {
-        const LayerData& v = layers[i];
-        LayerParameters& layer = in.cellParas.layer[i];
-        MaterialParameters& m = layer.material;
-        m.d = v.d;
-        Uniform(m.Eg, v.Eg);
-        Uniform(m.chi, v.chi);
-        Uniform(m.eps, v.eps);
-        Uniform(m.Nc, v.Nc);
-        Uniform(m.Nv, v.Nv);
-        Uniform(m.Nd, v.Nd);
-        Uniform(m.Na, v.Na);
-        Uniform(m.mu_n, v.mu_n);
-        Uniform(m.mu_p, v.mu_p);
-        Uniform(m.K_rad, v.Krad);
-        Uniform(m.c_n_auger, v.Cn);
-        Uniform(m.c_p_auger, v.Cp);
-        UpdateThicknessInProfiles_Layer(layer);
-    }
-    in.cellParas.leftContact.Fi_m = 5.1;
-    in.cellParas.rightContact.Fi_m = 4.2;
-    return in;
-}
-
-const std::vector<LayerData> kHetero = {
-    {1.5e-6, 1.15, 4.3, 13.6, 2e24, 1.5e25, 0, 2e22, 0.01, 0.0025, 1e-16, 1e-41, 2e-41},
-    {0.3e-6, 2.4, 4.2, 9.0, 2.2e24, 1.8e25, 1e23, 0, 0.0015, 0.0005, 2e-16, 0, 0},
-};
-
-struct State {
-    std::unique_ptr<CalculationParameters> P = std::make_unique<CalculationParameters>();
-    std::unique_ptr<CalculationVariables> cv = std::make_unique<CalculationVariables>();
-    std::unique_ptr<GenerationParameters> g = std::make_unique<GenerationParameters>();
-    int n() const { return cv->mesh.n_points; }
-};
+// p-type absorber with radiative and Auger recombination, n-type window with radiative only.
+const Slab kAbsorber{
+    {1.15, 4.3, 13.6, 2e24, 1.5e25, 0.01, 0.0025, 1e5, 1e-16, 1e-41, 2e-41}, 1.5e-6, 0, 2e22};
+const Slab kWindow{{2.4, 4.2, 9.0, 2.2e24, 1.8e25, 0.0015, 0.0005, 1e5, 2e-16}, 0.3e-6, 1e23, 0};
 
 // The state on a coarse mesh of 25 equal steps per layer instead of the first mesh, whose steps of
 // 0.1 nm at the layer edges would hide every term of the half cells at contacts and interfaces.
-std::unique_ptr<State> Make(const InputParameters& in) {
-    auto s = std::make_unique<State>();
-    parameterset1_to_3(in, *s->P, 300, nullptr, 0);
-    InitialiseCalculationVariables(*s->cv);
-    EXPECT_EQ(CreateCalculationVariables(*s->cv, s->g.get(), *s->P, 1, 0), 0);
+std::unique_ptr<Device> Make(const InputParameters& in) {
+    auto s = Build(in);
     MeshBlock& m = s->cv->mesh;
     const int perLayer = 26;
     double x0 = 0;
@@ -186,21 +137,21 @@ TEST(Residuals, PoissonVanishesForTheExactPiecewiseQuadraticPotentialOfFixedChar
     // +Nd on the right, each in its own layer's scale.  The box integration is exact for quadratic
     // psi, and Gauss's law over the interface with its half-cell charges is exact for it too.  Light
     // doping keeps the potential within a few hundred kT.
-    std::vector<LayerData> light = kHetero;
-    light[0].Na = 1e19;
-    light[1].Nd = 1e20;
-    auto s = Make(Cell(light));
+    Slab left = kAbsorber, right = kWindow;
+    left.Na = 1e19;
+    right.Nd = 1e20;
+    auto s = Make(Stack({left, right}));
     CalculationVariables& cv = *s->cv;
     const CalculationParameters& P = *s->P;
     const MeshBlock& m = cv.mesh;
     const double lambda0 = P.scale.lambda2[0], lambda1 = P.scale.lambda2[1];
     const double rho0 = P.doping[0], rho1 = P.doping[At(m.first_point[1])];
-    const double eps0 = light[0].eps, eps1 = light[1].eps;
+    const double eps0 = left.m.eps, eps1 = right.m.eps;
     const double xI = m.x[At(m.last_point[0])];
     const double B0 = 40.0, C0 = -rho0 / (2 * lambda0), C1 = -rho1 / (2 * lambda1);
     const double psiI = B0 * xI + C0 * xI * xI;
     const double B1 = eps0 * (B0 + 2 * C0 * xI) / eps1; // continuous displacement
-    for (int i = 0; i < s->n(); ++i) {
+    for (int i = 0; i < s->points(); ++i) {
         const double x = m.x[At(i)];
         cv.psi[At(i)] =
             i <= m.last_point[0] ? B0 * x + C0 * x * x : psiI + B1 * (x - xI) + C1 * (x - xI) * (x - xI);
@@ -210,10 +161,10 @@ TEST(Residuals, PoissonVanishesForTheExactPiecewiseQuadraticPotentialOfFixedChar
     update_psivar(cv);
     totale_rdcbijdrage_multilevel(cv);
     totale_ifrdcbijdrage(cv);
-    std::vector<double> F(At(s->n()));
+    std::vector<double> F(At(s->points()));
     bereken_stelsel_psi_Gummel(cv, F);
     // Scale of the terms of a row: the potential differences over one step.
-    for (int i = 1; i + 1 < s->n(); ++i) {
+    for (int i = 1; i + 1 < s->points(); ++i) {
         const double scale = std::fabs(cv.psi[At(i + 1)] - cv.psi[At(i - 1)]) + 1e-12;
         EXPECT_NEAR(F[At(i)], 0.0, 1e-9 * scale)
             << "row " << i << " (interface rows " << m.last_point[0] << ", " << m.first_point[1] << ")";
@@ -223,14 +174,14 @@ TEST(Residuals, PoissonVanishesForTheExactPiecewiseQuadraticPotentialOfFixedChar
 TEST(Residuals, ContinuityInnerRowsVanishForTheExactConstantFieldCurrent) {
     // In a constant field psi = E x a constant current needs w' proportional to exp(-psi) for
     // electrons and to exp(psi) for holes; the Scharfetter-Gummel flux is exact for it.
-    LayerData layer = kHetero[0];
-    layer.Krad = layer.Cn = layer.Cp = 0; // no recombination: the current is the same in every link
-    auto s = Make(Cell({layer}));
+    Slab layer = kAbsorber;
+    layer.m.Krad = layer.m.Cn = layer.m.Cp = 0; // no recombination: the current is the same in every link
+    auto s = Make(Stack({layer}));
     CalculationVariables& cv = *s->cv;
     const double E = 7.0;
     cv.exp_V = 2.0;
     cv.a_n = cv.a_p = 0.5;
-    for (int i = 0; i < s->n(); ++i) {
+    for (int i = 0; i < s->points(); ++i) {
         const size_t I = At(i);
         const double x = cv.mesh.x[I];
         cv.psi[I] = E * x;
@@ -243,11 +194,11 @@ TEST(Residuals, ContinuityInnerRowsVanishForTheExactConstantFieldCurrent) {
     }
     update_psivar(cv);
     totale_rdcbijdrage_multilevel(cv);
-    std::vector<double> Fu(At(s->n())), Fv(At(s->n()));
+    std::vector<double> Fu(At(s->points())), Fv(At(s->points()));
     bereken_stelsel_u_Gummel(cv, Fu);
     bereken_stelsel_v_Gummel(cv, Fv);
     // Rounding: the differences of w lose what the size of w itself carries.
-    for (int i = 1; i + 1 < s->n(); ++i) {
+    for (int i = 1; i + 1 < s->points(); ++i) {
         const size_t I = At(i);
         const double sizeU = (cv.Bn_plus[I] + cv.Bn_min[I + 1]) * (cv.a_n + cv.u[I]);
         const double sizeV = (cv.Bp_min[I] + cv.Bp_plus[I + 1]) * (cv.a_p + cv.v[I]);
@@ -301,10 +252,10 @@ Residual WithRates(void (*f)(CalculationVariables&, std::span<double>)) {
 }
 
 TEST(Jacobians, PoissonAndBothContinuityEquationsMatchFiniteDifferences) {
-    auto s = Make(Cell(kHetero));
+    auto s = Make(Stack({kAbsorber, kWindow}));
     CalculationVariables& cv = *s->cv;
     GenericState(cv);
-    trimatrix J(s->n());
+    trimatrix J(s->points());
     InterfaceExtra extra{};
 
     bereken_jac_psi_Gummel(cv, J, extra);
@@ -340,7 +291,7 @@ TEST(Jacobians, PoissonAndBothContinuityEquationsMatchFiniteDifferences) {
 }
 
 TEST(BulkRecombination, RadiativeAndAugerDerivativesMatchFiniteDifferences) {
-    auto s = Make(Cell(kHetero));
+    auto s = Make(Stack({kAbsorber, kWindow}));
     CalculationVariables& cv = *s->cv;
     GenericState(cv);
     auto base = std::make_unique<RecDcTerms>(), plus = std::make_unique<RecDcTerms>(),
@@ -348,7 +299,7 @@ TEST(BulkRecombination, RadiativeAndAugerDerivativesMatchFiniteDifferences) {
     using Terms = void (*)(CalculationVariables&, RecDcTerms&);
     for (Terms terms : {static_cast<Terms>(rdcbijdrage_radiative), static_cast<Terms>(rdcbijdrage_auger)}) {
         terms(cv, *base);
-        for (int i = 1; i + 1 < s->n(); ++i) {
+        for (int i = 1; i + 1 < s->points(); ++i) {
             const size_t I = At(i);
             if (i == cv.mesh.last_point[0] || i == cv.mesh.first_point[1]) {
                 EXPECT_EQ(base->R[I], 0.0) << "edge points of a layer carry no band-to-band rate";

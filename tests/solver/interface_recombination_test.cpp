@@ -7,10 +7,10 @@
 
 #include <numbers>
 
-#include "support/test_cells.h"
 #include "run/control/driver.h"
 #include "run/results/extraction.h"
 #include "run/sweeps/operating_points.h"
+#include "support/test_cells.h"
 
 namespace tervo {
 namespace {
@@ -31,24 +31,9 @@ struct Probe {
     int iL = 0, iR = 0;
     Probe(const Hetero& hetero, int type, double N, double Et, int reference, int distribution = EDIST_SINGLE)
         : h(hetero) {
-        InputParameters in = EmptyCell(2);
-        SetLayer(in.cellParas.layer[0], h.left, 1e-6, 0, h.Na);
-        SetLayer(in.cellParas.layer[1], h.right, 0.5e-6, h.Nd, 0);
-        in.cellParas.leftContact.Fi_m = WorkFunctionForHoles(h.left, h.Na);
-        in.cellParas.rightContact.Fi_m = WorkFunctionForElectrons(h.right, h.Nd);
+        InputParameters in = Stack({{h.left, 1e-6, 0, h.Na}, {h.right, 0.5e-6, h.Nd, 0}});
         in.cellParas.leftContact.Sn = in.cellParas.rightContact.Sp = 0; // only majority carriers leave
-        in.cellParas.leftContact.Sp = in.cellParas.rightContact.Sn = 1e5;
-        InterfaceRecombinationParameters& x = in.cellParas.interface[0].defect[0];
-        in.cellParas.interface[0].numberOfDefects = 1;
-        InitialiseInterfaceRecombinationParameters(x, 0, 0);
-        x.type = type;
-        x.N = N;
-        x.energy = EDistribution{distribution, 0.04, 0, Et, reference};
-        x.sigma_nleft = 2e-19;
-        x.sigma_nright = 5e-20;
-        x.sigma_pleft = 1e-19;
-        x.sigma_pright = 3e-19;
-        defect = x;
+        defect = AddInterfaceDefect(in, type, N, Et, reference, distribution);
         d = Build(in);
         iL = d->cv->mesh.last_point[0];
         iR = d->cv->mesh.first_point[1];
@@ -188,8 +173,7 @@ TEST(InterfaceDefects, AJunctionWhoseOnlyLossIsTheInterfaceTrapCarriesItsRecombi
     ASSERT_EQ(CONVERGENTIEFALING, 0);
     double previous = 0;
     for (const double V : {0.3, 0.4, 0.5}) {
-        volgende_iv_punt(cv, cv.V_applied, V, static_cast<int>(std::ceil((V - cv.V_applied) / 0.05)) + 1);
-        ASSERT_EQ(CONVERGENTIEFALING, 0);
+        WalkTo(cv, V);
         EXPECT_LE(cv.iteration_count, 10) << "consistent Jacobians converge in few passes";
         extraheer_stroom(cv, 0);
         const double J = std::fabs(cv.J_median) * 10; // A/m2

@@ -1,9 +1,14 @@
 // Cells that several test folders build, in file form (SI), set up as the driver sets them up.
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <cmath>
+#include <initializer_list>
 #include <memory>
 
+#include "run/control/driver.h"
+#include "run/sweeps/operating_points.h"
 #include "setup/generation.h"
 #include "setup/parameter_sets.h"
 
@@ -22,9 +27,11 @@ inline void Uniform(Profile& p, double value) {
     p.pureA = p.pureB = p.leftValue = p.rightValue = p.lawPar1 = value;
 }
 
-// A semiconductor of silicon-like properties.
+// A semiconductor of silicon-like properties; no band-to-band recombination unless K_rad (m^3/s) or
+// the Auger coefficients C_n, C_p (m^6/s) are set.
 struct Material {
     double Eg = 1.12, chi = 4.05, eps = 11.9, Nc = 2.8e25, Nv = 1.04e25, mu_n = 0.05, mu_p = 0.02, vth = 1e5;
+    double Krad = 0, Cn = 0, Cp = 0;
     double ni2() const { return Nc * Nv * std::exp(-Eg / kT); }
 };
 
@@ -32,9 +39,9 @@ inline void SetLayer(LayerParameters& layer, const Material& m, double d, double
     MaterialParameters& p = layer.material;
     p.d = d;
     const std::pair<Profile*, double> values[] = {
-        {&p.Eg, m.Eg},      {&p.chi, m.chi}, {&p.eps, m.eps},   {&p.Nc, m.Nc},     {&p.Nv, m.Nv},
-        {&p.Nd, Nd},        {&p.Na, Na},     {&p.mu_n, m.mu_n}, {&p.mu_p, m.mu_p}, {&p.v_th_n, m.vth},
-        {&p.v_th_p, m.vth}, {&p.K_rad, 0},   {&p.c_n_auger, 0}, {&p.c_p_auger, 0}};
+        {&p.Eg, m.Eg},      {&p.chi, m.chi},    {&p.eps, m.eps},      {&p.Nc, m.Nc},       {&p.Nv, m.Nv},
+        {&p.Nd, Nd},        {&p.Na, Na},        {&p.mu_n, m.mu_n},    {&p.mu_p, m.mu_p},   {&p.v_th_n, m.vth},
+        {&p.v_th_p, m.vth}, {&p.K_rad, m.Krad}, {&p.c_n_auger, m.Cn}, {&p.c_p_auger, m.Cp}};
     for (const auto& [profile, value] : values) Uniform(*profile, value);
     UpdateThicknessInProfiles_Layer(layer);
 }
@@ -84,6 +91,49 @@ inline InputParameters EmptyCell(int layers) {
     return in;
 }
 
+// One layer of a stack: material, thickness (m), donor and acceptor densities (/m^3).
+struct Slab {
+    Material m;
+    double d, Nd, Na;
+};
+
+// Work function of a contact at the flat band of the neutral outer region of a slab.
+inline double FlatBandWorkFunction(const Slab& s) {
+    const double net = s.Nd - s.Na;
+    return net > 0 ? WorkFunctionForElectrons(s.m, Majority(net, s.m.ni2()))
+                   : WorkFunctionForHoles(s.m, Majority(-net, s.m.ni2()));
+}
+
+// Layers from left to right with flat-band contacts that pass both carriers with velocity S (m/s).
+inline InputParameters Stack(std::initializer_list<Slab> slabs, double S = 1e5) {
+    InputParameters in = EmptyCell(static_cast<int>(slabs.size()));
+    CellDefinition& c = in.cellParas;
+    int j = 0;
+    for (const Slab& s : slabs) SetLayer(c.layer[At(j++)], s.m, s.d, s.Nd, s.Na);
+    c.leftContact.Fi_m = FlatBandWorkFunction(*slabs.begin());
+    c.rightContact.Fi_m = FlatBandWorkFunction(*(slabs.end() - 1));
+    c.leftContact.Sn = c.leftContact.Sp = c.rightContact.Sn = c.rightContact.Sp = S;
+    return in;
+}
+
+// A single level at the first interface, Et (eV) in `reference`, density N (/m^2), with cross sections
+// that differ on the two sides and for the two carriers.
+inline InterfaceRecombinationParameters& AddInterfaceDefect(InputParameters& in, int type, double N,
+                                                            double Et, int reference = 0,
+                                                            int distribution = EDIST_SINGLE) {
+    InterfaceRecombinationParameters& x = in.cellParas.interface[0].defect[0];
+    in.cellParas.interface[0].numberOfDefects = 1;
+    InitialiseInterfaceRecombinationParameters(x, 0, 0);
+    x.type = type;
+    x.N = N;
+    x.energy = EDistribution{distribution, 0.04, 0, Et, reference};
+    x.sigma_nleft = 2e-19;
+    x.sigma_nright = 5e-20;
+    x.sigma_pleft = 1e-19;
+    x.sigma_pright = 3e-19;
+    return x;
+}
+
 struct Device {
     std::unique_ptr<CalculationParameters> P = std::make_unique<CalculationParameters>();
     std::unique_ptr<CalculationVariables> cv = std::make_unique<CalculationVariables>();
@@ -101,6 +151,10 @@ struct Device {
     double rate(double R, int j) const {
         return R * N(j) * P->scale.diffusion / (P->scale.length * P->scale.length);
     }
+    // Uniform generation G (/m^3 s) on the whole mesh, in the scale of layer j.
+    void Illuminate(double G, int j = 0) {
+        for (int i = 0; i < points(); ++i) light->G[At(i)] = G / rate(1.0, j);
+    }
 };
 
 inline std::unique_ptr<Device> Build(const InputParameters& in, const double* wavelengths = nullptr,
@@ -108,8 +162,15 @@ inline std::unique_ptr<Device> Build(const InputParameters& in, const double* wa
     auto d = std::make_unique<Device>();
     parameterset1_to_3(in, *d->P, 300, wavelengths, n);
     InitialiseCalculationVariables(*d->cv);
-    CreateCalculationVariables(*d->cv, d->light.get(), *d->P, 1, 0);
+    EXPECT_EQ(CreateCalculationVariables(*d->cv, d->light.get(), *d->P, 1, 0), 0);
     return d;
+}
+
+// Steady state at V, reached from the present one in steps of at most 50 mV.
+inline void WalkTo(CalculationVariables& cv, double V) {
+    const int steps = std::max(1, static_cast<int>(std::ceil(std::fabs(V - cv.V_applied) / 0.05)));
+    volgende_iv_punt(cv, cv.V_applied, V, steps + 1);
+    ASSERT_EQ(CONVERGENTIEFALING, 0);
 }
 
 } // namespace tervo::defect_test
