@@ -37,6 +37,7 @@ CellDefinition UserCell() {
         Graded(m.Eg, LAW_LINEAR, 1.1, 1.6, 0, 0, DEP_COMPOSITION);
         Graded(m.Nc, LAW_PARABOLIC, 2e18, 3e18, 1e17, 5e16, DEP_COMPOSITION); // both parameters carry units
         Graded(m.Nd, LAW_EXPONENTIAL, 1e16, 1e18, 1e15, 0.2, DEP_POSITION);   // only lawPar1 does
+        Graded(m.Na, LAW_PARABOLIC2, 1e16, 3e16, 0.3, 5e15, DEP_POSITION);    // only lawPar2 does
         Graded(m.mu_n, LAW_LINEAR, 100, 50, 0.3, 0.4, DEP_COMPOSITION);
         Graded(m.v_th_p, LAW_UNIFORM, 1e7, 1e7, 0, 0, DEP_COMPOSITION);
         Graded(m.K_rad, LAW_UNIFORM, 1e-10, 1e-10, 0, 0, DEP_COMPOSITION);
@@ -88,12 +89,14 @@ TEST(UnitForms, UserToFileFormConvertsEachKindOfQuantity) {
     parameterset2_to_1(UserCell());
     const CellDefinition& f = parameterset1.cellParas;
     const MaterialParameters& m = f.layer[1].material;
-    // Energies keep their unit; the background density of the exponential law takes the unit of the
-    // property, its length does not; the parameters of the linear law carry no unit.
+    // Energies keep their unit; the background density of the exponential law and the extreme value
+    // of the law with an inner extremum take the unit of the property, a length or a position does
+    // not; the parameters of the linear law carry no unit.
     ExpectDoubles(m.d, 1.5e-6, m.Eg.pureB, 1.6, m.Nc.pureA, 2e24, m.Nc.lawPar1, 1e23, m.Nc.lawPar2, 5e22,
-                  m.Nd.rightValue, 1e24, m.Nd.lawPar1, 1e21, m.Nd.lawPar2, 0.2, m.mu_n.leftValue, 0.01,
-                  m.mu_n.lawPar1, 0.3, m.v_th_p.leftValue, 1e5, m.K_rad.rightValue, 1e-16, m.c_p_auger.pureA,
-                  1e-42, m.A_pureA, 1e7, m.B_pureB, 2e6, m.Nc.thickness, 1.5e-6);
+                  m.Nd.rightValue, 1e24, m.Nd.lawPar1, 1e21, m.Nd.lawPar2, 0.2, m.Na.lawPar1, 0.3,
+                  m.Na.lawPar2, 5e21, m.mu_n.leftValue, 0.01, m.mu_n.lawPar1, 0.3, m.v_th_p.leftValue, 1e5,
+                  m.K_rad.rightValue, 1e-16, m.c_p_auger.pureA, 1e-42, m.A_pureA, 1e7, m.B_pureB, 2e6,
+                  m.Nc.thickness, 1.5e-6);
 
     const DefectLevels& multi = f.layer[1].srh[1];
     // Table positions stay in µm; a fourth level that is not in use keeps its default.
