@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "cell/expect_values.h"
 #include "platform/files.h"
 #include "platform/messages.h"
 
@@ -19,6 +20,7 @@ namespace tervo {
 namespace {
 
 namespace fs = std::filesystem;
+using namespace tervo::test;
 
 // A profile over position with end values a (x = 0) and b (x = W).
 Profile PositionProfile(int law, double a, double b, double p1 = 0, double p2 = 0, double p3 = 0) {
@@ -175,13 +177,9 @@ TEST(GradingLaws, UniformLawsAndWhichLawsWriteBack) {
     Profile p0 = PositionProfile(LAW_UNIFORM, 2.0, 6.0);
     Profile p10 = PositionProfile(LAW_UNIFORM_PURE_B, 2.0, 6.0);
     Profile p11 = PositionProfile(LAW_UNIFORM_Y, 2.0, 6.0);
-    EXPECT_EQ(Evaluate(p0, kX)[2], 2.0);
-    EXPECT_EQ(Evaluate(p10, kX)[2], 6.0);
-    EXPECT_EQ(Evaluate(p11, kX)[2], 4.0);
     // Written back although the flag is 0.
-    EXPECT_EQ(p0.rightValue, 2.0);
-    EXPECT_EQ(p10.leftValue, 6.0);
-    EXPECT_EQ(p11.leftValue, 4.0);
+    ExpectExact(Evaluate(p0, kX)[2], 2.0, Evaluate(p10, kX)[2], 6.0, Evaluate(p11, kX)[2], 4.0, p0.rightValue,
+                2.0, p10.leftValue, 6.0, p11.leftValue, 4.0);
 
     // Over the composition the abscissae are y; first and last results are the layer's ends.
     const std::vector<double> y = {0.2, 0.5, 0.7};
@@ -210,10 +208,8 @@ TEST(GradingLaws, TableIsLinearAndHeldBeyondItsEnds) {
     p.ylist = {10, 20, 0};
     p.npoints = 3;
     const auto r = Evaluate(p, {0.0, 0.75, 1.5, 3.0});
-    EXPECT_EQ(r[0], 10);
-    EXPECT_NEAR(r[1], 15, 1e-12);
-    EXPECT_NEAR(r[2], 10, 1e-12);
-    EXPECT_EQ(r[3], 0);
+    ExpectExact(r[0], 10, r[3], 0);
+    ExpectWithin(1e-12, r[1], 15, r[2], 10);
 }
 
 TEST(IncompleteBeta, KnownValuesAndSymmetry) {
@@ -236,15 +232,15 @@ TEST(IncompleteBeta, KnownValuesAndSymmetry) {
 TEST(TableInterpolation, LinInterpCodesAndExtrapolation) {
     const double x[] = {1, 2, 4};
     const double y[] = {10, 20, 0};
+    // Columns: points used, abscissa, return code, value (outside the table: the line through the
+    // nearest two points).
+    const double cases[][4] = {{3, 3.0, 1, 10}, {3, 2.0, 1, 20}, {3, 0.0, -2, 0}, {3, 5.0, -2, -10}};
+    for (const auto& c : cases) {
+        double v = 0;
+        EXPECT_EQ(LinInterp(x, y, static_cast<int>(c[0]), c[1], v), c[2]) << "x = " << c[1];
+        EXPECT_DOUBLE_EQ(v, c[3]) << "x = " << c[1];
+    }
     double v = 0;
-    EXPECT_EQ(LinInterp(x, y, 3, 3.0, v), 1);
-    EXPECT_DOUBLE_EQ(v, 10);
-    EXPECT_EQ(LinInterp(x, y, 3, 2.0, v), 1);
-    EXPECT_DOUBLE_EQ(v, 20);
-    EXPECT_EQ(LinInterp(x, y, 3, 0.0, v), -2);
-    EXPECT_DOUBLE_EQ(v, 0); // the line through the first two points
-    EXPECT_EQ(LinInterp(x, y, 3, 5.0, v), -2);
-    EXPECT_DOUBLE_EQ(v, -10);
     EXPECT_EQ(LinInterp(x, y, 1, 7.0, v), 1);
     EXPECT_EQ(v, 10);
     EXPECT_EQ(LinInterp(x, y, 0, 1.0, v), -1);
@@ -255,26 +251,24 @@ TEST(TableInterpolation, LinInterpCodesAndExtrapolation) {
 
 TEST(TableInterpolation, LogInterpOnTheLogarithm) {
     const double x[] = {0, 1, 2};
-    const double y[] = {1e10, 1e12, 1e11};
+    const double falls[] = {1e10, 1e12, 1e11}, rises[] = {1e12, 1e11, 1e10}, zero[] = {0, 1, 2};
+    // A table that falls outward keeps its end value, one that rises outward is continued on the
+    // logarithm; a non-positive value inside the interval gives -4.
+    const struct {
+        const double* y;
+        double x;
+        int code;
+        double value, rel; // rel 0: the exact value
+    } cases[] = {{falls, 0.5, 1, 1e11, 1e-12}, {falls, 1.5, 1, std::sqrt(1e23), 1e-12},
+                 {falls, -1.0, -2, 1e10, 0},   {rises, -1.0, -2, 1e13, 1e-12},
+                 {rises, 3.0, -2, 1e10, 0},    {zero, -1, -2, 0, 0}};
+    for (const auto& c : cases) {
+        double v = -1;
+        EXPECT_EQ(LogInterp(x, c.y, 3, c.x, v), c.code) << "x = " << c.x;
+        EXPECT_NEAR(v, c.value, c.rel * c.value) << "x = " << c.x;
+    }
     double v = 0;
-    EXPECT_EQ(LogInterp(x, y, 3, 0.5, v), 1);
-    ExpectRelNear(1e11, v, 1e-12);
-    EXPECT_EQ(LogInterp(x, y, 3, 1.5, v), 1);
-    ExpectRelNear(std::sqrt(1e23), v, 1e-12);
-    // Left end: the table falls outward, the end value is kept.
-    EXPECT_EQ(LogInterp(x, y, 3, -1.0, v), -2);
-    EXPECT_EQ(v, 1e10);
-    // A table that rises outward is continued on the logarithm.
-    const double yr[] = {1e12, 1e11, 1e10};
-    EXPECT_EQ(LogInterp(x, yr, 3, -1.0, v), -2);
-    ExpectRelNear(1e13, v, 1e-12);
-    EXPECT_EQ(LogInterp(x, yr, 3, 3.0, v), -2);
-    EXPECT_EQ(v, 1e10);
-    // A non-positive value inside the interval.
-    const double yz[] = {0, 1, 2};
-    EXPECT_EQ(LogInterp(x, yz, 3, 0.5, v), -4);
-    EXPECT_EQ(LogInterp(x, yz, 3, -1, v), -2);
-    EXPECT_EQ(v, 0);
+    EXPECT_EQ(LogInterp(x, zero, 3, 0.5, v), -4);
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -453,18 +447,12 @@ TEST_F(GradingFiles, EndValuesOfALayerComeFromTheFilesInUserUnits) {
     eg.pureA = 1.0;
     eg.pureB = 2.0;
 
+    // Nd comes out in /cm^3.
     RecalculateLeftRightValues(layer, -1);
-    EXPECT_EQ(layer.composition.pureA, 0);
-    EXPECT_EQ(layer.composition.pureB, 1);
-    EXPECT_NEAR(layer.composition.leftValue, 0.2, 1e-12);
-    EXPECT_NEAR(layer.composition.rightValue, 0.6, 1e-12);
-    ExpectRelNear(1e16, nd.leftValue, 1e-12); // /cm^3
-    ExpectRelNear(1e18, nd.rightValue, 1e-12);
-    EXPECT_EQ(nd.thickness, 2.0);
-    EXPECT_NEAR(eg.leftValue, 1.2, 1e-12);
-    EXPECT_NEAR(eg.rightValue, 1.6, 1e-12);
-    EXPECT_NEAR(eg.pureA, 1.0, 1e-12);
-    EXPECT_NEAR(eg.pureB, 2.0, 1e-12);
+    ExpectExact(layer.composition.pureA, 0, layer.composition.pureB, 1, nd.thickness, 2.0);
+    ExpectWithin(1e-12, layer.composition.leftValue, 0.2, layer.composition.rightValue, 0.6, eg.leftValue,
+                 1.2, eg.rightValue, 1.6, eg.pureA, 1.0, eg.pureB, 2.0);
+    ExpectRelative(1e-12, nd.leftValue, 1e16, nd.rightValue, 1e18);
 
     // One id at a time leaves the others alone.
     eg.pureB = 3.0;
@@ -480,8 +468,7 @@ TEST_F(GradingFiles, EndValuesOfALayerComeFromTheFilesInUserUnits) {
     nt.pureA = 1e14;
     nt.pureB = 3e14;
     RecalculateLeftRightNtValue(nt, layer);
-    ExpectRelNear(1.4e14, nt.leftValue, 1e-12);
-    ExpectRelNear(2.2e14, nt.rightValue, 1e-12);
+    ExpectRelative(1e-12, nt.leftValue, 1.4e14, nt.rightValue, 2.2e14);
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -496,12 +483,8 @@ TEST(GradingCopies, CopyScalesValuesAndOnlyUnitParameters) {
     from.npoints = 2;
     Profile to;
     CopyProfile(to, from, 10);
-    EXPECT_EQ(to.leftValue, 20);
-    EXPECT_EQ(to.rightValue, 40);
-    EXPECT_EQ(to.pureA, 30);
-    EXPECT_EQ(to.lawPar1, 10);
-    EXPECT_EQ(to.lawPar2, 0.5);
-    EXPECT_EQ(to.lawPar3, 0.7);
+    ExpectExact(to.leftValue, 20, to.rightValue, 40, to.pureA, 30, to.lawPar1, 10, to.lawPar2, 0.5,
+                to.lawPar3, 0.7);
     EXPECT_TRUE(to.xlist.empty()); // a table only travels with law 13
     from.law = LAW_TABLE;
     CopyProfile(to, from, 2);
@@ -519,8 +502,8 @@ TEST(GradingCopies, CopyScalesValuesAndOnlyUnitParameters) {
     eg.pureA = 1.24;
     eg.pureB = 2.48;
     ASSERT_EQ(WriteGradingInfoToMaterial(layer, VAR_EG, eg), 0);
-    EXPECT_NEAR(layer.material.absorption.pureA, 1239.977 / 1.24, 1e-9);
-    EXPECT_NEAR(layer.material.absorption.pureB, 1239.977 / 2.48, 1e-9);
+    ExpectWithin(1e-9, layer.material.absorption.pureA, 1239.977 / 1.24, layer.material.absorption.pureB,
+                 1239.977 / 2.48);
     Profile out;
     ASSERT_EQ(GetProfileFromLayer(layer, VAR_EG, out), 0);
     EXPECT_EQ(out.pureB, 2.48);
@@ -546,14 +529,9 @@ TEST(OldDefectDescription, ExponentialRisesFromTheBackground) {
     e.Nright = 1e16;
     e.Lkar = 0.2;
     CopyTERVO27Data_to_NtProfile(e);
-    EXPECT_EQ(e.Nt.law, LAW_EXPONENTIAL);
-    EXPECT_EQ(e.Nt.lawPar1, 1e14);
-    EXPECT_EQ(e.Nt.lawPar3, 0.2);
-    EXPECT_EQ(e.Nt.lawPar2, 200);
-    EXPECT_EQ(e.Nt.unitPar1, 1);
     const auto r = Evaluate(e.Nt, {0, 0.5, 1.0});
-    EXPECT_EQ(r[0], 1e14);
-    EXPECT_EQ(r[2], 1e16);
+    ExpectExact(e.Nt.law, LAW_EXPONENTIAL, e.Nt.lawPar1, 1e14, e.Nt.lawPar3, 0.2, e.Nt.lawPar2, 200,
+                e.Nt.unitPar1, 1, r[0], 1e14, r[2], 1e16);
     ExpectRelNear(1e14 + (1e16 - 1e14) * std::sinh(0.5 / 0.2) / std::sinh(1.0 / 0.2), r[1], 1e-9);
 }
 
@@ -583,23 +561,16 @@ TEST(OldDefectDescription, RoundTripKeepsTheProfile) {
         SetProfileScaleParameters(nt);
         const Profile before = nt;
 
+        SCOPED_TRACE("law " + std::to_string(c.law));
         CopyNtProfile_to_TERVO27Data(level);
         EXPECT_EQ(level.profile, c.oldProfile);
-        EXPECT_DOUBLE_EQ(level.Nleft, 2.5 * c.left);
-        EXPECT_DOUBLE_EQ(level.Nright, 2.5 * c.right);
+        ExpectDoubles(level.Nleft, 2.5 * c.left, level.Nright, 2.5 * c.right);
         nt = Profile{};
         CopyTERVO27Data_to_NtProfile(level);
-
-        EXPECT_EQ(nt.law, before.law) << "law " << c.law;
-        EXPECT_EQ(nt.dependence, before.dependence);
-        EXPECT_DOUBLE_EQ(nt.leftValue, before.leftValue);
-        EXPECT_DOUBLE_EQ(nt.rightValue, before.rightValue);
-        EXPECT_DOUBLE_EQ(nt.pureA, before.pureA);
-        EXPECT_DOUBLE_EQ(nt.pureB, before.pureB);
-        EXPECT_DOUBLE_EQ(nt.lawPar1, before.lawPar1);
-        EXPECT_DOUBLE_EQ(nt.lawPar2, before.lawPar2);
-        EXPECT_DOUBLE_EQ(nt.lawPar3, before.lawPar3);
-        EXPECT_EQ(nt.unitPar1, before.unitPar1);
+        ExpectExact(nt.law, before.law, nt.dependence, before.dependence, nt.unitPar1, before.unitPar1);
+        ExpectDoubles(nt.leftValue, before.leftValue, nt.rightValue, before.rightValue, nt.pureA,
+                      before.pureA, nt.pureB, before.pureB, nt.lawPar1, before.lawPar1, nt.lawPar2,
+                      before.lawPar2, nt.lawPar3, before.lawPar3);
     }
 }
 

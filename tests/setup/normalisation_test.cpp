@@ -5,6 +5,7 @@
 #include <cmath>
 #include <memory>
 
+#include "cell/expect_values.h"
 #include "cell/working_settings.h"
 #include "setup/parameter_sets.h"
 
@@ -23,17 +24,11 @@ struct LayerData {
 void SetLayer(LayerParameters& layer, const LayerData& v) {
     MaterialParameters& m = layer.material;
     m.d = v.d;
-    Uniform(m.Eg, v.Eg);
-    Uniform(m.chi, v.chi);
-    Uniform(m.eps, v.eps);
-    Uniform(m.Nc, v.Nc);
-    Uniform(m.Nv, v.Nv);
-    Uniform(m.Nd, v.Nd);
-    Uniform(m.Na, v.Na);
-    Uniform(m.mu_n, v.mu_n);
-    Uniform(m.mu_p, v.mu_p);
-    Uniform(m.v_th_n, v.vth_n);
-    Uniform(m.v_th_p, v.vth_p);
+    const std::pair<Profile*, double> values[] = {
+        {&m.Eg, v.Eg},     {&m.chi, v.chi},      {&m.eps, v.eps},     {&m.Nc, v.Nc},
+        {&m.Nv, v.Nv},     {&m.Nd, v.Nd},        {&m.Na, v.Na},       {&m.mu_n, v.mu_n},
+        {&m.mu_p, v.mu_p}, {&m.v_th_n, v.vth_n}, {&m.v_th_p, v.vth_p}};
+    for (const auto& [profile, value] : values) Uniform(*profile, value);
     UpdateThicknessInProfiles_Layer(layer);
 }
 
@@ -69,10 +64,6 @@ Side HandSide(const LayerData& v, double T) {
     return s;
 }
 
-void ExpectRel(double expected, double actual, const char* what) {
-    EXPECT_NEAR(actual / expected, 1.0, 1e-12) << what << ": expected " << expected << ", got " << actual;
-}
-
 class NormalisationAtTemperature : public ::testing::TestWithParam<double> {};
 
 TEST_P(NormalisationAtTemperature, ScalesDebyeLengthsNiAndInterfaceVelocitiesMatchTheFormulas) {
@@ -87,22 +78,14 @@ TEST_P(NormalisationAtTemperature, ScalesDebyeLengthsNiAndInterfaceVelocitiesMat
     const Side s0 = HandSide(kLayer0, T), s1 = HandSide(kLayer1, T);
     const double N0 = s0.scale, N1 = s1.scale;
 
-    ExpectRel(kT, P->kT, "kT");
-    ExpectRel(L, schaal.length, "L");
-    ExpectRel(D, schaal.diffusion, "D");
-    ExpectRel(D / L, schaal.velocity, "velocity");
-    ExpectRel(L * L / D, schaal.time, "time");
-    ExpectRel(N0, schaal.density[0], "N0");
-    ExpectRel(N1, schaal.density[1], "N1");
-    ExpectRel(1 / (L * N0), schaal.rate[0], "rate0");
-    ExpectRel(kT * 9 * 8.854e-12 / (1.602e-19 * L * L * N0), schaal.lambda2[0], "lambda2 0");
-    ExpectRel(kT * 12 * 8.854e-12 / (1.602e-19 * L * L * N1), schaal.lambda2[1], "lambda2 1");
-    ExpectRel(1.0 / 3, P->normalisedThickness[0], "d0/L");
+    test::ExpectRelative(1e-12, P->kT, kT, schaal.length, L, schaal.diffusion, D, schaal.velocity, D / L,
+                         schaal.time, L * L / D, schaal.density[0], N0, schaal.density[1], N1, schaal.rate[0],
+                         1 / (L * N0), schaal.lambda2[0], kT * 9 * 8.854e-12 / (1.602e-19 * L * L * N0),
+                         schaal.lambda2[1], kT * 12 * 8.854e-12 / (1.602e-19 * L * L * N1),
+                         P->normalisedThickness[0], 1.0 / 3);
 
-    ExpectRel(s0.debye / L, P->debyeLeft[0], "Debye 0");
-    ExpectRel(s1.debye / L, P->debyeRight[1], "Debye 1");
-    ExpectRel(s0.ni / N0, P->niLeft[0], "ni 0");
-    ExpectRel(s1.ni / N1, P->niRight[1], "ni 1");
+    test::ExpectRelative(1e-12, P->debyeLeft[0], s0.debye / L, P->debyeRight[1], s1.debye / L, P->niLeft[0],
+                         s0.ni / N0, P->niRight[1], s1.ni / N1);
 
     // Electrons: the left side has the smaller Nc v_th product, so the thermal velocity of the left
     // passes whole; holes: the right side limits, the left velocity gets a factor 0.3.
@@ -111,10 +94,8 @@ TEST_P(NormalisationAtTemperature, ScalesDebyeLengthsNiAndInterfaceVelocitiesMat
     const double vn = 1e5 * std::sqrt(tr) * std::exp(chiStep / kT) / (D / L);
     const double vp =
         (1e25 * 0.9e5) / (1.5e25 * 2e5) * 2e5 * std::sqrt(tr) * std::exp(valenceStep / kT) / (D / L);
-    ExpectRel(vn, P->v_thermionic_n[0], "v_thermionic_n");
-    ExpectRel(vp, P->v_thermionic_p[0], "v_thermionic_p");
-    ExpectRel(1e3 / (D / L), P->S_n_left, "Sn left");
-    ExpectRel(1e3 / (D / L), P->S_p_right, "Sp right");
+    test::ExpectRelative(1e-12, P->v_thermionic_n[0], vn, P->v_thermionic_p[0], vp, P->S_n_left,
+                         1e3 / (D / L), P->S_p_right, 1e3 / (D / L));
 
     EXPECT_EQ(P->dopingSignRight[0], -1); // n-type
     EXPECT_EQ(P->dopingSignLeft[1], +1);  // p-type
@@ -129,9 +110,9 @@ TEST(Normalisation, CompensatedLayerTakesNiAsDopingScale) {
     auto P = std::make_unique<CalculationParameters>();
     parameterset1_to_3(in, *P, 300, nullptr, 0);
     const Side s = HandSide(compensated, 300);
-    ExpectRel(s.ni, schaal.density[1], "N1 = ni");
     EXPECT_TRUE(std::isfinite(P->debyeLeft[1]));
-    ExpectRel(std::sqrt(0.0259 * 12 * 8.854e-12 / (s.ni * 1.602e-19)) / 3e-6, P->debyeLeft[1], "Debye");
+    test::ExpectRelative(1e-12, schaal.density[1], s.ni, P->debyeLeft[1],
+                         std::sqrt(0.0259 * 12 * 8.854e-12 / (s.ni * 1.602e-19)) / 3e-6);
     EXPECT_DOUBLE_EQ(P->niLeft[1], 1.0);
     EXPECT_EQ(P->dopingSignLeft[1], 0);
 }
@@ -151,47 +132,41 @@ TEST(Normalisation, DefectCrossSectionsAndDensitiesGoByTheLayerScales) {
     parameterset1_to_3(in, *P, 300, nullptr, 0);
     const double L = 3e-6, N0 = schaal.density[0], N1 = schaal.density[1];
     const BulkRecombinationParameters& t = P->srh[1][0][0];
-    ExpectRel(2e-19 * L * N1, t.sigma_n, "sigma_n");
-    ExpectRel(3e-20 * L * N1, t.sigma_p, "sigma_p");
-    ExpectRel(4e20 / N1, t.Nt.leftValue, "Nt");
-    ExpectRel(4e20 / N1, t.Nt.pureA, "Nt pureA");
-    ExpectRel(2e-6 * 1e6, t.Nt.thickness, "Nt thickness in um");
-    ExpectRel(1e-19 * L * N0, P->interfaceDefect[0][0].sigma_nleft, "interface sigma left");
-    ExpectRel(5e-19 * L * N1, P->interfaceDefect[0][0].sigma_nright, "interface sigma right");
+    test::ExpectRelative(1e-12, t.sigma_n, 2e-19 * L * N1, t.sigma_p, 3e-20 * L * N1, t.Nt.leftValue,
+                         4e20 / N1, t.Nt.pureA, 4e20 / N1, t.Nt.thickness, 2e-6 * 1e6,
+                         P->interfaceDefect[0][0].sigma_nleft, 1e-19 * L * N0,
+                         P->interfaceDefect[0][0].sigma_nright, 5e-19 * L * N1);
     EXPECT_EQ(P->defectsPerLayer[1], 1);
     EXPECT_EQ(P->defectsPerInterface[0], 1);
 }
 
 TEST(MottSchottkyEpsilon, LightlyDopedSideOfTheJunctionIsChosen) {
-    InputParameters in = TwoLayerCell(kLayer0, kLayer1); // n+ (1e22) on p (1e21)
-    MottSchottkySettings nw;
-    SelectEpsilonForMottSchottky(in.cellParas, nw);
-    EXPECT_EQ(nw.layer, 1);
-    EXPECT_EQ(nw.side, -1);
-    EXPECT_DOUBLE_EQ(nw.epsilon, 12);
-    EXPECT_EQ(nw.majorityN, 0);
-
-    // p+ on n: the n side on the left is the lighter one.
-    LayerData a = kLayer0, b = kLayer1;
-    a.Nd = 1e21;
-    b.Na = 1e23;
-    in = TwoLayerCell(a, b);
-    SelectEpsilonForMottSchottky(in.cellParas, nw);
-    EXPECT_EQ(nw.layer, 0);
-    EXPECT_EQ(nw.side, +1);
-    EXPECT_DOUBLE_EQ(nw.epsilon, 9);
-    EXPECT_EQ(nw.majorityN, 1);
-
-    // No junction: the right side of the first layer.
-    b = kLayer1;
-    b.Na = 0;
-    b.Nd = 1e20;
-    b.eps = 7;
-    in = TwoLayerCell(kLayer0, b);
-    SelectEpsilonForMottSchottky(in.cellParas, nw);
-    EXPECT_EQ(nw.layer, 0);
-    EXPECT_EQ(nw.side, +1);
-    EXPECT_DOUBLE_EQ(nw.epsilon, 9);
+    // n+ on p: the p side; p+ on n: the n side on the left; no junction: the right side of layer 0.
+    LayerData lightN = kLayer0, heavyP = kLayer1, secondN = kLayer1;
+    lightN.Nd = 1e21;
+    heavyP.Na = 1e23;
+    secondN.Na = 0;
+    secondN.Nd = 1e20;
+    secondN.eps = 7;
+    const struct {
+        LayerData a, b;
+        int layer, side;
+        double epsilon;
+        int majorityN;
+    } cases[] = {{kLayer0, kLayer1, 1, -1, 12, 0},
+                 {lightN, heavyP, 0, +1, 9, 1},
+                 {kLayer0, secondN, 0, +1, 9, -1}}; // -1: not checked
+    for (const auto& c : cases) {
+        SCOPED_TRACE("expected layer " + std::to_string(c.layer) + " with epsilon " +
+                     std::to_string(c.epsilon));
+        MottSchottkySettings nw;
+        SelectEpsilonForMottSchottky(TwoLayerCell(c.a, c.b).cellParas, nw);
+        test::ExpectExact(nw.layer, c.layer, nw.side, c.side);
+        EXPECT_DOUBLE_EQ(nw.epsilon, c.epsilon);
+        if (c.majorityN >= 0) {
+            EXPECT_EQ(nw.majorityN, c.majorityN);
+        }
+    }
 }
 
 TEST(MottSchottkyEpsilon, ChosenLayerRefreshesEpsilonAtConversion) {

@@ -5,11 +5,14 @@
 #include <cmath>
 #include <string>
 
+#include "cell/expect_values.h"
 #include "cell/working_settings.h"
 #include "setup/parameter_sets.h"
 
 namespace tervo {
 namespace {
+
+using test::ExpectDoubles;
 
 void Graded(Profile& p, int law, double a, double b, double par1, double par2, int dependence) {
     p.law = law;
@@ -34,6 +37,7 @@ CellDefinition UserCell() {
         Graded(m.Eg, LAW_LINEAR, 1.1, 1.6, 0, 0, DEP_COMPOSITION);
         Graded(m.Nc, LAW_PARABOLIC, 2e18, 3e18, 1e17, 5e16, DEP_COMPOSITION); // both parameters carry units
         Graded(m.Nd, LAW_EXPONENTIAL, 1e16, 1e18, 1e15, 0.2, DEP_POSITION);   // only lawPar1 does
+        Graded(m.Na, LAW_PARABOLIC2, 1e16, 3e16, 0.3, 5e15, DEP_POSITION);    // only lawPar2 does
         Graded(m.mu_n, LAW_LINEAR, 100, 50, 0.3, 0.4, DEP_COMPOSITION);
         Graded(m.v_th_p, LAW_UNIFORM, 1e7, 1e7, 0, 0, DEP_COMPOSITION);
         Graded(m.K_rad, LAW_UNIFORM, 1e-10, 1e-10, 0, 0, DEP_COMPOSITION);
@@ -85,43 +89,28 @@ TEST(UnitForms, UserToFileFormConvertsEachKindOfQuantity) {
     parameterset2_to_1(UserCell());
     const CellDefinition& f = parameterset1.cellParas;
     const MaterialParameters& m = f.layer[1].material;
-    EXPECT_DOUBLE_EQ(m.d, 1.5e-6);
-    EXPECT_DOUBLE_EQ(m.Eg.pureB, 1.6); // energies keep their unit
-    EXPECT_DOUBLE_EQ(m.Nc.pureA, 2e24);
-    EXPECT_DOUBLE_EQ(m.Nc.lawPar1, 1e23);
-    EXPECT_DOUBLE_EQ(m.Nc.lawPar2, 5e22);
-    EXPECT_DOUBLE_EQ(m.Nd.rightValue, 1e24);
-    EXPECT_DOUBLE_EQ(m.Nd.lawPar1, 1e21); // background density: unit of the property
-    EXPECT_DOUBLE_EQ(m.Nd.lawPar2, 0.2);  // characteristic length: not a density
-    EXPECT_DOUBLE_EQ(m.mu_n.leftValue, 0.01);
-    EXPECT_DOUBLE_EQ(m.mu_n.lawPar1, 0.3); // linear law: parameters carry no unit
-    EXPECT_DOUBLE_EQ(m.v_th_p.leftValue, 1e5);
-    EXPECT_DOUBLE_EQ(m.K_rad.rightValue, 1e-16);
-    EXPECT_DOUBLE_EQ(m.c_p_auger.pureA, 1e-42);
-    EXPECT_DOUBLE_EQ(m.A_pureA, 1e7);
-    EXPECT_DOUBLE_EQ(m.B_pureB, 2e6);
-    EXPECT_DOUBLE_EQ(m.Nc.thickness, 1.5e-6);
+    // Energies keep their unit; the background density of the exponential law and the extreme value
+    // of the law with an inner extremum take the unit of the property, a length or a position does
+    // not; the parameters of the linear law carry no unit.
+    ExpectDoubles(m.d, 1.5e-6, m.Eg.pureB, 1.6, m.Nc.pureA, 2e24, m.Nc.lawPar1, 1e23, m.Nc.lawPar2, 5e22,
+                  m.Nd.rightValue, 1e24, m.Nd.lawPar1, 1e21, m.Nd.lawPar2, 0.2, m.Na.lawPar1, 0.3,
+                  m.Na.lawPar2, 5e21, m.mu_n.leftValue, 0.01, m.mu_n.lawPar1, 0.3, m.v_th_p.leftValue, 1e5,
+                  m.K_rad.rightValue, 1e-16, m.c_p_auger.pureA, 1e-42, m.A_pureA, 1e7, m.B_pureB, 2e6,
+                  m.Nc.thickness, 1.5e-6);
 
     const DefectLevels& multi = f.layer[1].srh[1];
-    EXPECT_DOUBLE_EQ(multi[1].sigma_n, 2e-19);
-    EXPECT_DOUBLE_EQ(multi[2].Nt.ylist[2], 5e20);
-    EXPECT_DOUBLE_EQ(multi[2].Nt.xlist[2], 1.5); // positions stay in µm
-    EXPECT_DOUBLE_EQ(multi[0].Nt.leftValue, 1e20);
-    EXPECT_DOUBLE_EQ(multi[0].Lkar, 5e-8);
-    EXPECT_DOUBLE_EQ(multi[0].Nright, 3e20);
-    EXPECT_DOUBLE_EQ(multi[0].optCaptElectrons.sigmas[1], 2e-21);
-    EXPECT_DOUBLE_EQ(multi[0].optCaptElectrons.wavelengths[1], 1000);
-    EXPECT_DOUBLE_EQ(multi[3].sigma_n, 1e-19); // a fourth level that is not in use keeps its default
-    EXPECT_DOUBLE_EQ(f.layer[1].meta[0].sigma_acc_n, 4e-19);
-    EXPECT_DOUBLE_EQ(f.layer[1].meta[0].Nt.pureA, 7e21);
+    // Table positions stay in µm; a fourth level that is not in use keeps its default.
+    ExpectDoubles(multi[1].sigma_n, 2e-19, multi[2].Nt.ylist[2], 5e20, multi[2].Nt.xlist[2], 1.5,
+                  multi[0].Nt.leftValue, 1e20, multi[0].Lkar, 5e-8, multi[0].Nright, 3e20,
+                  multi[0].optCaptElectrons.sigmas[1], 2e-21, multi[0].optCaptElectrons.wavelengths[1], 1000,
+                  multi[3].sigma_n, 1e-19, f.layer[1].meta[0].sigma_acc_n, 4e-19, f.layer[1].meta[0].Nt.pureA,
+                  7e21);
 
-    EXPECT_DOUBLE_EQ(f.interface[0].defect[1].sigma_pright, 3e-18);
-    EXPECT_DOUBLE_EQ(f.interface[0].defect[1].N, 2e15);
-    EXPECT_DOUBLE_EQ(f.interface[0].defect[1].Ntotal, 4e15);
-    EXPECT_DOUBLE_EQ(f.interface[0].defect[2].N, 1e10); // not in use: untouched
+    // The third interface defect is not in use: untouched.
+    ExpectDoubles(f.interface[0].defect[1].sigma_pright, 3e-18, f.interface[0].defect[1].N, 2e15,
+                  f.interface[0].defect[1].Ntotal, 4e15, f.interface[0].defect[2].N, 1e10);
 
-    EXPECT_DOUBLE_EQ(f.leftContact.Sn, 1e5);
-    EXPECT_DOUBLE_EQ(f.rightContact.Sn, 5);
+    ExpectDoubles(f.leftContact.Sn, 1e5, f.rightContact.Sn, 5);
     NW = saved;
 }
 
@@ -202,33 +191,15 @@ TEST(UnitForms, LayerOfFixedCompositionGetsUniformPropertiesButKeepsPositionGrad
     cell.layer[2].compositionType = 0;  // pure A
     parameterset2_to_1(cell);
     const MaterialParameters& b = parameterset1.cellParas.layer[0].material;
-    EXPECT_DOUBLE_EQ(b.Eg.leftValue, 1.6);
-    EXPECT_DOUBLE_EQ(b.Eg.rightValue, 1.6);
-    EXPECT_DOUBLE_EQ(b.Nc.leftValue, 3e24);
-    EXPECT_DOUBLE_EQ(b.mu_n.rightValue, 50e-4);
-    EXPECT_DOUBLE_EQ(b.Nd.leftValue, 1e22); // Nd depends on position: grading kept
-    EXPECT_DOUBLE_EQ(b.Nd.rightValue, 1e24);
+    // Nd depends on position: its grading is kept.
+    ExpectDoubles(b.Eg.leftValue, 1.6, b.Eg.rightValue, 1.6, b.Nc.leftValue, 3e24, b.mu_n.rightValue, 50e-4,
+                  b.Nd.leftValue, 1e22, b.Nd.rightValue, 1e24);
     const MaterialParameters& a = parameterset1.cellParas.layer[2].material;
-    EXPECT_DOUBLE_EQ(a.Eg.rightValue, 1.1);
-    EXPECT_DOUBLE_EQ(a.Nc.rightValue, 2e24);
+    ExpectDoubles(a.Eg.rightValue, 1.1, a.Nc.rightValue, 2e24);
     // The graded middle layer is left alone.
-    EXPECT_DOUBLE_EQ(parameterset1.cellParas.layer[1].material.Eg.rightValue, 1.6);
-    EXPECT_DOUBLE_EQ(parameterset1.cellParas.layer[1].material.Eg.leftValue, 1.1);
+    ExpectDoubles(parameterset1.cellParas.layer[1].material.Eg.rightValue, 1.6,
+                  parameterset1.cellParas.layer[1].material.Eg.leftValue, 1.1);
     NW = saved;
-}
-
-TEST(UnitForms, FreshUserCellHoldsUserUnitsEverywhere) {
-    CellDefinition cell;
-    InitialiseParameterset2(cell);
-    EXPECT_EQ(cell.numberOfLayers, 0);
-    EXPECT_DOUBLE_EQ(cell.leftContact.Sn, 1e5);  // 1000 m/s
-    EXPECT_DOUBLE_EQ(cell.rightContact.Sn, 1e7); // 1e5 m/s
-    for (const LayerParameters& layer : cell.layer) {
-        EXPECT_DOUBLE_EQ(layer.material.d, 2.0);
-        EXPECT_DOUBLE_EQ(layer.material.Nc.leftValue, 1e19);
-        EXPECT_DOUBLE_EQ(layer.material.mu_n.pureA, 50);
-        EXPECT_DOUBLE_EQ(layer.material.v_th_n.rightValue, 1e7);
-    }
 }
 
 } // namespace
