@@ -14,6 +14,7 @@
 #include "run/sweeps/iv_sweep.h"
 #include "run/sweeps/operating_points.h"
 #include "run/sweeps/small_signal_current.h"
+#include "run/sweeps/sweep_points.h"
 #include "solver/ac_system.h"
 
 namespace tervo {
@@ -33,19 +34,6 @@ struct CVWork {
                 &Capaciteit,   &Geleidbaarheid, &een_op_C2,    &een_breedte,   &schijndotering};
     }
 };
-
-// The loss channels of point i, as the I-V sweep forms them.
-void LossChannels(const CalculationVariables& cv, CVWork& w, int i) {
-    const LossChannelValues v = LossChannelsOfState(cv);
-    const size_t I = At(i);
-    w.ifrdcstroom[I] = v.interfaces;
-    w.recdcstroom[I] = v.bulk;
-    w.recSRH[I] = v.srh;
-    w.recRadiative[I] = v.radiative;
-    w.recAuger[I] = v.auger;
-    w.leftMinority[I] = v.leftMinority;
-    w.rightMinority[I] = v.rightMinority;
-}
 
 // Exchange sort of index lists by their values, ascending.
 void SortWithIndex(std::vector<double>& v, std::vector<int>& index) {
@@ -160,15 +148,8 @@ int calccv(CalculationVariables& cv, Actie& action, int mode) {
     omega_us = 6.283185307179586 * wp.frequency;
     omega = omega_us * cv.parameters->scale.time;
 
-    const bool twoBranches = mode == SWEEP_AROUND_ZERO || mode == SWEEP_AROUND_WORKING;
-    const CalculationVariables& known = mode == SWEEP_AROUND_WORKING ? werkpuntcv : kortsluitcv;
-    const double Vknown = mode == SWEEP_AROUND_WORKING ? wp.voltage : 0.0;
-    int split = -1;
-    if (twoBranches && points > 0) {
-        ReorderVoltagesAroundStartVoltage(w.v_cell.data(), points, Vknown, split);
-        ReturnToAKnownStartingPoint(cv, known, 1);
-        volgende_iv_punt(cv, Vknown, w.v_cell[0], 2);
-    }
+    const SweepWalk walk = StartSweepWalk(cv, w.v_cell, points, mode);
+    const bool twoBranches = walk.twoBranches;
 
     const double signV = zonnecel.signV, signJ = zonnecel.signJ;
     for (int i = 0; i < points; ++i) {
@@ -176,17 +157,10 @@ int calccv(CalculationVariables& cv, Actie& action, int mode) {
             const int answer = Pause(0);
             if (answer != 1) return answer;
         }
-        if (i > 0) {
-            if (twoBranches && i == split) {
-                ReturnToAKnownStartingPoint(cv, known, 1);
-                volgende_iv_punt(cv, Vknown, w.v_cell[At(i)], 2);
-            } else {
-                volgende_iv_punt(cv, w.v_cell[At(i - 1)], w.v_cell[At(i)], 2);
-            }
-        }
+        if (i > 0) StepToSweepPoint(cv, walk, w.v_cell, i);
         if (CONVERGENTIEFALING == 1) {
             CVConvergenceFailure = 1;
-            const double previous = i > 0 ? w.v_cell[At(i - 1)] : (twoBranches ? Vknown : w.v_cell[0]);
+            const double previous = VoltageBeforeSweepPoint(walk, w.v_cell, i);
             TERVOErrorMessage(
                 "While calculating C(V)...",
                 FmtStr("%s<Convergence failure at V = %f[p6] Volt\nC(V) calculation cut at V = %f[p6] Volt",
@@ -194,14 +168,8 @@ int calccv(CalculationVariables& cv, Actie& action, int mode) {
             break;
         }
         done = i + 1;
-        // The recombination terms and currents of the point; its profiles would only feed the graphs
-        // of a screen.
-        update_eb_panel(cv, 0);
+        StoreSteadyStatePoint(cv, w, i);
         const size_t I = At(i);
-        w.dcstroom[I] = Median(j_tot.data(), std::clamp(cv.mesh.n_points, 0, MAX_MESH_POINTS));
-        if (wp.RshPresent) w.dcstroom[I] += w.v_cell[I] * wp.Gsh * 0.1;
-        w.v_as[I] = wp.RsPresent ? w.v_cell[I] + wp.Rs * w.dcstroom[I] * 10 : w.v_cell[I];
-        LossChannels(cv, w, i);
 
         // The small-signal solve at the same state; the admittance is the mean of the total current.
         if (bereken_klein_signaal(cv) != 1) {

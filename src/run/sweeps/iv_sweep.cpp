@@ -15,6 +15,7 @@
 #include "run/control/driver.h"
 #include "run/results/extraction.h"
 #include "run/sweeps/operating_points.h"
+#include "run/sweeps/sweep_points.h"
 
 namespace tervo {
 
@@ -75,19 +76,6 @@ double IntegratedRate(const CalculationVariables& cv, const MeshArray& R) {
         }
     }
     return sum;
-}
-
-// The loss channels of the solved point i.
-void LossChannels(const CalculationVariables& cv, IVWork& w, int i) {
-    const LossChannelValues v = LossChannelsOfState(cv);
-    const size_t I = At(i);
-    w.ifrdcstroom[I] = v.interfaces;
-    w.recdcstroom[I] = v.bulk;
-    w.recSRH[I] = v.srh;
-    w.recRadiative[I] = v.radiative;
-    w.recAuger[I] = v.auger;
-    w.leftMinority[I] = v.leftMinority;
-    w.rightMinority[I] = v.rightMinority;
 }
 
 // Drops the points of a first branch after point i: the second branch, which begins at `split`,
@@ -435,33 +423,19 @@ int calciv(CalculationVariables& cv, Actie& action, int mode) {
 
     // Two branches walk away from a known state inside the range: first upwards, then, after a
     // return to the stored state, downwards.
-    const bool twoBranches = mode == SWEEP_AROUND_ZERO || mode == SWEEP_AROUND_WORKING;
-    const CalculationVariables& known = mode == SWEEP_AROUND_WORKING ? werkpuntcv : kortsluitcv;
-    const double Vknown = mode == SWEEP_AROUND_WORKING ? wp.voltage : 0.0;
-    int split = -1;
-    if (twoBranches && points > 0) {
-        ReorderVoltagesAroundStartVoltage(w.v_cell.data(), points, Vknown, split);
-        ReturnToAKnownStartingPoint(cv, known, 1);
-        volgende_iv_punt(cv, Vknown, w.v_cell[0], 2);
-    }
+    SweepWalk walk = StartSweepWalk(cv, w.v_cell, points, mode);
+    const bool twoBranches = walk.twoBranches;
+    int& split = walk.split;
 
     for (int i = 0; i < points; ++i) {
         if (pausestatus) {
             const int answer = Pause(0);
             if (answer != 1) return answer;
         }
-        if (i > 0) {
-            if (twoBranches && i == split) {
-                ReturnToAKnownStartingPoint(cv, known, 1);
-                volgende_iv_punt(cv, Vknown, w.v_cell[At(i)], 2);
-            } else {
-                volgende_iv_punt(cv, w.v_cell[At(i - 1)], w.v_cell[At(i)], 2);
-            }
-        }
+        if (i > 0) StepToSweepPoint(cv, walk, w.v_cell, i);
         if (CONVERGENTIEFALING == 1) {
             IVConvergenceFailure = 1;
-            // Point 0 has no previous point: the curve is cut where the walk to it began.
-            const double previous = i > 0 ? w.v_cell[At(i - 1)] : (twoBranches ? Vknown : w.v_cell[0]);
+            const double previous = VoltageBeforeSweepPoint(walk, w.v_cell, i);
             TERVOErrorMessage(
                 "While calculating I(V) ...",
                 FmtStr("%s<Convergence failure at V = %f[p6] Volt.\nI(V) calculation cut at V = "
@@ -470,15 +444,8 @@ int calciv(CalculationVariables& cv, Actie& action, int mode) {
             break;
         }
         done = i + 1;
-        // The recombination terms and currents of the point; its profiles would only feed the graphs
-        // of a screen, and a saved band diagram extracts its own.
-        update_eb_panel(cv, 0);
+        StoreSteadyStatePoint(cv, w, i);
         const size_t I = At(i);
-        // The median over the mesh, not a mean or one chosen point, is the one current of a point.
-        w.dcstroom[I] = Median(j_tot.data(), std::clamp(cv.mesh.n_points, 0, MAX_MESH_POINTS));
-        if (wp.RshPresent) w.dcstroom[I] += w.v_cell[I] * wp.Gsh * 0.1;
-        w.v_as[I] = wp.RsPresent ? w.v_cell[I] + wp.Rs * w.dcstroom[I] * 10 : w.v_cell[I];
-        LossChannels(cv, w, i);
 
         // Stop after Voc: the current changed sign between this point and the one before.
         if (actionPanel.stopAfterVoc && i > 0 && w.dcstroom[I] * w.dcstroom[I - 1] < 0) {
