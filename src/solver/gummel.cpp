@@ -335,6 +335,30 @@ void AddCrossDerivativesToJacobian2x2(CalculationVariables& cv, uv_trimatrix& bl
 // ---------------------------------------------------------------------------------------------------
 // Inner iterations.
 
+namespace {
+
+// The terms of the present iterate that each pass of an inner iteration starts from: the tunnelling
+// terms reset, the bulk and the interface recombination.  False when a defect routine fails.
+bool RefreshRecombination(CalculationVariables& cv) {
+    InitialiseTunnelCurrent(cv, 0);
+    if (totale_rdcbijdrage_multilevel(cv) < 0) return false;
+    totale_ifrdcbijdrage(cv);
+    return true;
+}
+
+// Counts one more step of an inner iteration.  Past its limit the iteration ends, with the report
+// that its policy asks for (1 and 3 report); `text` composes the report only then.  True when the
+// limit is passed.
+template <typename Text>
+bool StepPastLimit(int& count, int limit, int policy, const char* title, Text text) {
+    ++count;
+    if (count <= limit) return false;
+    if (PolicyReports(policy)) TERVOErrorMessage(title, text());
+    return true;
+}
+
+} // namespace
+
 int psi_iteratie_Gummel(CalculationVariables& cv, int equilibrium) {
     const ConvergenceParameters& c = cv.parameters->convergence;
     const int limit = equilibrium ? c.maxiter_psi_start : c.maxiter_psi;
@@ -345,13 +369,11 @@ int psi_iteratie_Gummel(CalculationVariables& cv, int equilibrium) {
     int count = 0;
     int result = 0;
     for (;;) {
-        InitialiseTunnelCurrent(cv, 0);
-        if (totale_rdcbijdrage_multilevel(cv) < 0) {
+        if (!RefreshRecombination(cv)) {
             count = -1;
             result = -1;
             break;
         }
-        totale_ifrdcbijdrage(cv);
         bereken_stelsel_psi_Gummel(cv, s.rhs);
         bereken_jac_psi_Gummel(cv, s.J, extra);
         if (bereken_delta_psi_Gummel(cv, s.J, extra, s.rhs, s.delta) < 0) {
@@ -362,13 +384,11 @@ int psi_iteratie_Gummel(CalculationVariables& cv, int equilibrium) {
         const double m = maximum_psi_array(s.delta, n);
         cv.max_dpsi = SignedLargest(s.delta, n);
         if (m <= c.termination_psi) break; // converged: the small step is not applied
-        ++count;
-        if (count > limit) {
-            if (PolicyReports(c.failAction_psi)) {
+        if (StepPastLimit(count, limit, c.failAction_psi, "Error in psi_iteratie_Gummel()", [&] {
                 std::string text = "Max no of iterations exceeded during Gummel-calculation of variable psi";
                 Fmt(text, "%s[a]<\nIteration count: %i", limit);
-                TERVOErrorMessage("Error in psi_iteratie_Gummel()", text);
-            }
+                return text;
+            })) {
             if (c.failAction_psi == 1 || c.failAction_psi == 2) count = -1;
             break;
         }
@@ -393,13 +413,11 @@ int u_or_v_iteratie_Gummel(CalculationVariables& cv, int carrier) {
     int count = 0;
     int result = 0;
     for (;;) {
-        InitialiseTunnelCurrent(cv, 0);
-        if (totale_rdcbijdrage_multilevel(cv) < 0) {
+        if (!RefreshRecombination(cv)) {
             count = -1;
             result = -1;
             break;
         }
-        totale_ifrdcbijdrage(cv);
         // Tunnelling (intraband, to the contacts, band to band) adds its terms and the sparse
         // off-band elements of the carrier here when it is switched on; without it the system is
         // purely tridiagonal.
@@ -417,9 +435,7 @@ int u_or_v_iteratie_Gummel(CalculationVariables& cv, int carrier) {
         }
         for (size_t i = 0; i < At(n); ++i) s.delta[i] *= damping;
         if (!clamping_u_or_v(cv, s.delta, clamp, carrier)) break;
-        ++count;
-        if (count > limit) {
-            if (PolicyReports(policy)) {
+        if (StepPastLimit(count, limit, policy, "Error in u_or_v_iteratie_Gummel()", [&] {
                 std::string text = "Max no of iterations exceeded during Gummel-calculation of variable ";
                 if (electrons) {
                     text += "'u' (function of electron density)";
@@ -430,8 +446,8 @@ int u_or_v_iteratie_Gummel(CalculationVariables& cv, int carrier) {
                 }
                 Fmt(text, "%s[a]<\nIteration count: %i", count);
                 Fmt(text, "%s[a]<\nNumber of sparse elements: %i", 0);
-                TERVOErrorMessage("Error in u_or_v_iteratie_Gummel()", text);
-            }
+                return text;
+            })) {
             if (policy != 3 && policy != 4) {
                 cv.iteration_count = -1;
                 count = -1;
@@ -455,13 +471,11 @@ int uv_iteratie_Gummel(CalculationVariables& cv) {
     int count = 0;
     int result = 0;
     for (;;) {
-        InitialiseTunnelCurrent(cv, 0);
-        if (totale_rdcbijdrage_multilevel(cv) < 0) {
+        if (!RefreshRecombination(cv)) {
             count = -1;
             result = -1;
             break;
         }
-        totale_ifrdcbijdrage(cv);
         bereken_jac_u_Gummel(cv, su.J);
         bereken_jac_v_Gummel(cv, sv.J);
         bereken_stelsel_u_Gummel(cv, su.rhs);
@@ -492,17 +506,15 @@ int uv_iteratie_Gummel(CalculationVariables& cv) {
         const int uMoving = clamping_u_or_v(cv, su.delta, c.clamp_n, -1);
         const int vMoving = clamping_u_or_v(cv, sv.delta, c.clamp_p, 1);
         if (!uMoving && !vMoving) break;
-        ++count;
-        if (count > limit) {
-            if (PolicyReports(policy)) {
+        if (StepPastLimit(count, limit, policy, "Error in uv_iteratie_Gummel()", [&] {
                 std::string text =
                     "Max no of iterations exceeded during Gummel-calculation of variables u and v (lumped)";
                 Fmt(text, "%s[a]<\nIteration count: %i", count);
                 Fmt(text, "%s[a]<\nmaximum dEFn: %f[w10p2e2]", cv.max_dEFn);
                 Fmt(text, "%s[a]<\nmaximum dEFp: %f[w10p2e2]", cv.max_dEFp);
                 Fmt(text, "%s[a]<\nNumber of sparse elements: %i", 0);
-                TERVOErrorMessage("Error in uv_iteratie_Gummel()", text);
-            }
+                return text;
+            })) {
             if (policy != 3 && policy != 4) {
                 count = -1;
                 result = -1;
