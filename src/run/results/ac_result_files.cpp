@@ -18,46 +18,23 @@
 namespace tervo {
 namespace {
 
-void Line(std::string& text, const std::string& line) {
-    AppendLine(text, line);
-}
-void Blank(std::string& text) {
-    AppendBlank(text);
-}
-double Value(const std::vector<double>& curve, int i) {
-    return CurveValue(curve, i);
-}
-bool KnownMode(int mode) {
-    return IsResultOutputMode(mode);
-}
-int Emit(int mode, TextFile* file, const std::string& text) {
-    return EmitResultText(mode, file, text);
-}
-void FillerRow(std::string& text, int columns) {
-    AppendFillerRow(text, columns);
-}
-
 constexpr int CF_COLUMNS = 7;
 
 void CFBlock(std::string& text, const DataListElement& e) {
     ComposeOutputHeader(text, &e, HEADER_CF, 1, 0);
-    Line(text, FmtStr("%s<       f(Hz)\t   C(nF/cm2)\t    G(S/cm2)\t   Z.re(ohm.cm2)\t   Z.im(ohm.cm2)\t "
+    AppendLine(text,
+               FmtStr("%s<       f(Hz)\t   C(nF/cm2)\t    G(S/cm2)\t   Z.re(ohm.cm2)\t   Z.im(ohm.cm2)\t "
                       "Z.magn(ohm.cm2)\t      Z.phase(°)"));
-    Blank(text);
-    const int points = std::max(e.actie.Cf.points, 0);
-    const int done = std::min(std::max(e.actie.Cf.done, 0), points);
-    for (int i = 0; i < points; ++i) {
-        if (i >= done || At(i) >= e.cf_as.size()) {
-            FillerRow(text, CF_COLUMNS);
-            continue;
-        }
-        Line(text, FmtStr("%s< %f[w16p8e2]\t %f[w16p8e2]\t %f[w16p8e2]\t %f[w16p8e2]\t %f[w16p8e2]\t "
-                          "%f[w16p8e2]\t %f[w12p6]",
-                          Value(e.cf_as, i), Value(e.cfcap, i), Value(e.cfcon, i), Value(e.cfZre, i),
-                          Value(e.cfZim, i), Value(e.cfZmagn, i), Value(e.cfZphase, i)));
-    }
-    Blank(text);
-    Blank(text);
+    AppendBlank(text);
+    AppendCurveRows(text, e.actie.Cf.points, e.actie.Cf.done, e.cf_as.size(), CF_COLUMNS, [&](int i) {
+        return FmtStr("%s< %f[w16p8e2]\t %f[w16p8e2]\t %f[w16p8e2]\t %f[w16p8e2]\t %f[w16p8e2]\t "
+                      "%f[w16p8e2]\t %f[w12p6]",
+                      CurveValue(e.cf_as, i), CurveValue(e.cfcap, i), CurveValue(e.cfcon, i),
+                      CurveValue(e.cfZre, i), CurveValue(e.cfZim, i), CurveValue(e.cfZmagn, i),
+                      CurveValue(e.cfZphase, i));
+    });
+    AppendBlank(text);
+    AppendBlank(text);
 }
 
 // C-V blocks: the curve with the currents of its points, which the element's I-V curve holds at the
@@ -68,45 +45,41 @@ void CVBlock(std::string& text, const DataListElement& e) {
     const int done = std::min(std::max(e.actie.CV.done, 0), points);
     const bool mott = done > NW.fitPoints;
     if (done < 4) {
-        Line(text, FmtStr("%s<    v(V)\t   C(nF/cm2)\t    G(S/cm2)\t  jtot(mA/cm2)\t   jbulk(mA/cm2)\t    "
+        AppendLine(text,
+                   FmtStr("%s<    v(V)\t   C(nF/cm2)\t    G(S/cm2)\t  jtot(mA/cm2)\t   jbulk(mA/cm2)\t    "
                           "jifr(mA/cm2)\t  jminor_left(mA/cm2)\t  jminor_right(mA/cm2)"));
     } else {
         const int layer = std::clamp(NW.layer, 0, MAX_LAYERS - 1);
-        Line(text,
-             FmtStr(NW.side < 0 ? "%s<relative dielectric constant used to calculate W and Napp: epsilon "
-                                  "=\t%f\tat left side of layer\t%i\t%s"
-                                : "%s<relative dielectric constant used to calculate W and Napp: epsilon "
-                                  "=\t%f\tat right side of layer\t%i\t%s",
-                    NW.epsilon, layer + 1, zonnecel.layer[At(layer)].name));
-        Blank(text);
-        Line(text,
-             FmtStr("%s<    v(V)\t   C(nF/cm2)\t    G(S/cm2)\t       W(µm)\t  Napp(/cm3)\t    "
-                    "jtot(mA/cm2)\t   jbulk(mA/cm2)\tjifr(mA/cm2)\t  jopp_n(mA/cm2)\t  jopp_p(mA/cm2)"));
+        AppendLine(text, FmtStr(NW.side < 0
+                                    ? "%s<relative dielectric constant used to calculate W and Napp: epsilon "
+                                      "=\t%f\tat left side of layer\t%i\t%s"
+                                    : "%s<relative dielectric constant used to calculate W and Napp: epsilon "
+                                      "=\t%f\tat right side of layer\t%i\t%s",
+                                NW.epsilon, layer + 1, zonnecel.layer[At(layer)].name));
+        AppendBlank(text);
+        AppendLine(
+            text, FmtStr("%s<    v(V)\t   C(nF/cm2)\t    G(S/cm2)\t       W(µm)\t  Napp(/cm3)\t    "
+                         "jtot(mA/cm2)\t   jbulk(mA/cm2)\tjifr(mA/cm2)\t  jopp_n(mA/cm2)\t  jopp_p(mA/cm2)"));
     }
-    Blank(text);
+    AppendBlank(text);
     // The bulk and interface losses of the I-V part are kept in A/m2, like those of the .iv file:
     // 0.1 brings them to the mA/cm2 of their columns.
-    for (int i = 0; i < points; ++i) {
-        if (i >= done || At(i) >= e.cv_as.size()) {
-            FillerRow(text, mott ? 10 : 8);
-            continue;
-        }
+    AppendCurveRows(text, points, done, e.cv_as.size(), mott ? 10 : 8, [&](int i) {
         if (mott)
-            Line(text,
-                 FmtStr("%s< %f[w12p6]\t %f[w16p8e2]\t %f[w16p8e2]\t %f[w16p8e2]\t %f[w16p8e2]\t "
-                        "%f[w16p8e2]\t %f[w16p8e2]\t %f[w16p8e2]\t %f[w16p8e2]\t %f[w16p8e2]",
-                        Value(e.cv_as, i), Value(e.cvcap, i), Value(e.cvcon, i), Value(e.cvW, i),
-                        Value(e.cvN, i), Value(e.ivcurrent, i), 0.1 * Value(e.ivbulk, i),
-                        0.1 * Value(e.ivifr, i), Value(e.ivleftcontact, i), Value(e.ivrightcontact, i)));
-        else
-            Line(text, FmtStr("%s< %f[w12p6]\t %f[w16p8e2]\t %f[w16p8e2]\t %f[w16p8e2]\t %f[w16p8e2]\t "
-                              "%f[w16p8e2]\t %f[w16p8e2]\t %f[w16p8e2]",
-                              Value(e.cv_as, i), Value(e.cvcap, i), Value(e.cvcon, i), Value(e.ivcurrent, i),
-                              0.1 * Value(e.ivbulk, i), 0.1 * Value(e.ivifr, i), Value(e.ivleftcontact, i),
-                              Value(e.ivrightcontact, i)));
-    }
-    Blank(text);
-    Blank(text);
+            return FmtStr("%s< %f[w12p6]\t %f[w16p8e2]\t %f[w16p8e2]\t %f[w16p8e2]\t %f[w16p8e2]\t "
+                          "%f[w16p8e2]\t %f[w16p8e2]\t %f[w16p8e2]\t %f[w16p8e2]\t %f[w16p8e2]",
+                          CurveValue(e.cv_as, i), CurveValue(e.cvcap, i), CurveValue(e.cvcon, i),
+                          CurveValue(e.cvW, i), CurveValue(e.cvN, i), CurveValue(e.ivcurrent, i),
+                          0.1 * CurveValue(e.ivbulk, i), 0.1 * CurveValue(e.ivifr, i),
+                          CurveValue(e.ivleftcontact, i), CurveValue(e.ivrightcontact, i));
+        return FmtStr("%s< %f[w12p6]\t %f[w16p8e2]\t %f[w16p8e2]\t %f[w16p8e2]\t %f[w16p8e2]\t "
+                      "%f[w16p8e2]\t %f[w16p8e2]\t %f[w16p8e2]",
+                      CurveValue(e.cv_as, i), CurveValue(e.cvcap, i), CurveValue(e.cvcon, i),
+                      CurveValue(e.ivcurrent, i), 0.1 * CurveValue(e.ivbulk, i), 0.1 * CurveValue(e.ivifr, i),
+                      CurveValue(e.ivleftcontact, i), CurveValue(e.ivrightcontact, i));
+    });
+    AppendBlank(text);
+    AppendBlank(text);
 }
 
 } // namespace
@@ -123,34 +96,37 @@ int ac_naar_file(int mode, TextFile* file, const CalculationVariables& cv) {
                           "No ac-calculation is made yet: nothing to save or to show !");
         return -1;
     }
-    if (!KnownMode(mode)) return -1;
+    if (!IsResultOutputMode(mode)) return -1;
     std::string text;
     if (ComposeOutputHeader(text, pointer_naar_huidige(), HEADER_AC_BANDS, 1, 0) != 0) return -1;
-    Line(text,
-         FmtStr("%s<Calculation at actual bias voltage\t%f[w10p4]\tVolt", cv.V_applied * zonnecel.signV));
-    Line(text, FmtStr("%s<Calculation at actual frequency\t%f[w12e2p4]\tHz", omega_us / 6.283185307179586));
-    Blank(text);
-    Line(text, FmtStr("%s<bulk"));
-    Blank(text);
-    Line(text,
-         FmtStr("%s[w*q]<i\tx (µm)\tjn.re(mA/cm2)\tjn.im(mA/cm2)\tjp.re(mA/cm2)\tjp.im(mA/cm2)\tjdispl.re("
-                "mA/cm2)\tjdispl.im(mA/cm2)\t j.re (mA/cm2)\tj.im (mA/cm2)\tpsi.re(#kT/q)\t psi.im "
-                "(#kT/q)\t Fn.re (#kT)\t Fn.im (#kT)\t Fp.re (#kT)\t Fp.im (#kT)",
-                599));
-    Blank(text);
+    AppendLine(text, FmtStr("%s<Calculation at actual bias voltage\t%f[w10p4]\tVolt",
+                            cv.V_applied * zonnecel.signV));
+    AppendLine(text,
+               FmtStr("%s<Calculation at actual frequency\t%f[w12e2p4]\tHz", omega_us / 6.283185307179586));
+    AppendBlank(text);
+    AppendLine(text, FmtStr("%s<bulk"));
+    AppendBlank(text);
+    AppendLine(
+        text,
+        FmtStr("%s[w*q]<i\tx (µm)\tjn.re(mA/cm2)\tjn.im(mA/cm2)\tjp.re(mA/cm2)\tjp.im(mA/cm2)\tjdispl.re("
+               "mA/cm2)\tjdispl.im(mA/cm2)\t j.re (mA/cm2)\tj.im (mA/cm2)\tpsi.re(#kT/q)\t psi.im "
+               "(#kT/q)\t Fn.re (#kT)\t Fn.im (#kT)\t Fp.re (#kT)\t Fp.im (#kT)",
+               599));
+    AppendBlank(text);
     const int n = std::min(cv.mesh.n_points, MAX_MESH_POINTS);
     for (int i = 0; i < n; ++i) {
         const size_t I = At(i);
-        Line(text,
-             FmtStr("%s[w*q]<%i[w3]\t%f[w13p6]\t%f[w15p6e2]\t%f[w15p6e2]\t%f[w15p6e2]\t%f[w15p6e2]\t%f["
-                    "w15p6e2]\t%f[w15p6e2]\t%f[w15p6e2]\t%f[w15p6e2]\t%f[w13p6]\t%f[w13p6]\t%f[w13p6]\t%f["
-                    "w13p6]\t%f[w13p6]\t%f[w13p6]",
-                    599, i, cv.mesh.x_um[I], del_jn_re[I] * 0.1, del_jn_im[I] * 0.1, del_jp_re[I] * 0.1,
-                    del_jp_im[I] * 0.1, J_displ_re[I] * 0.1, J_displ_im[I] * 0.1, del_j_tot_re[I] * 0.1,
-                    del_j_tot_im[I] * 0.1, del_Psi_re[I], del_Psi_im[I], amplitude + del_u_re[I], del_u_im[I],
-                    del_v_re[I], del_v_im[I]));
+        AppendLine(
+            text,
+            FmtStr("%s[w*q]<%i[w3]\t%f[w13p6]\t%f[w15p6e2]\t%f[w15p6e2]\t%f[w15p6e2]\t%f[w15p6e2]\t%f["
+                   "w15p6e2]\t%f[w15p6e2]\t%f[w15p6e2]\t%f[w15p6e2]\t%f[w13p6]\t%f[w13p6]\t%f[w13p6]\t%f["
+                   "w13p6]\t%f[w13p6]\t%f[w13p6]",
+                   599, i, cv.mesh.x_um[I], del_jn_re[I] * 0.1, del_jn_im[I] * 0.1, del_jp_re[I] * 0.1,
+                   del_jp_im[I] * 0.1, J_displ_re[I] * 0.1, J_displ_im[I] * 0.1, del_j_tot_re[I] * 0.1,
+                   del_j_tot_im[I] * 0.1, del_Psi_re[I], del_Psi_im[I], amplitude + del_u_re[I], del_u_im[I],
+                   del_v_re[I], del_v_im[I]));
     }
-    return Emit(mode, file, text);
+    return EmitResultText(mode, file, text);
 }
 
 int cf_naar_file(int mode, TextFile* file) {

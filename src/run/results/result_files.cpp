@@ -23,14 +23,6 @@ int ActionListMode = ACTIONLIST_TRUNCATE;
 
 namespace {
 
-// Appends one line and its line end.
-void Line(std::string& text, const std::string& line) {
-    AppendLine(text, line);
-}
-void Blank(std::string& text) {
-    AppendBlank(text);
-}
-
 // The date and time of a file (the present moment for the fresh problem) in the two layouts of the
 // header: padded, or with plain day, month, year and hour.
 std::string FileStampText(const std::string& path, bool padded) {
@@ -78,41 +70,41 @@ const char* HeaderKindText(int kind) {
 
 void IlluminationLines(std::string& text, const WorkPoint& w) {
     if (w.dark) {
-        Line(text, "Calculation in dark");
+        AppendLine(text, "Calculation in dark");
         return;
     }
-    Line(text, "Calculation under illumination");
+    AppendLine(text, "Calculation under illumination");
     if (w.generationFromFile) {
-        Line(text, "Optical generation data G(x) read from file:");
+        AppendLine(text, "Optical generation data G(x) read from file:");
         std::string line = FmtStr("%s<Input file with G(x) data :\t");
         line += w.generationFile;
         Fmt(line, "%s[a]<  last saved: \t%s", FileStampText(w.generationFile, false));
-        Line(text, line);
-        Line(text, FmtStr("%s<Transmission of attenuation filter:\t%f[w12p4e2]\t%%", w.attenuation));
-        Line(text, FmtStr("%s<Ideal light current from optical generation\t%f[w10p4]\tmA/cm2",
-                          w.idealLightCurrent));
-        Line(text, FmtStr("%s<Ideal light current after attenuation\t%f[w10p4]\tmA/cm2",
-                          w.idealLightCurrent * w.attenuation * 0.01));
+        AppendLine(text, line);
+        AppendLine(text, FmtStr("%s<Transmission of attenuation filter:\t%f[w12p4e2]\t%%", w.attenuation));
+        AppendLine(text, FmtStr("%s<Ideal light current from optical generation\t%f[w10p4]\tmA/cm2",
+                                w.idealLightCurrent));
+        AppendLine(text, FmtStr("%s<Ideal light current after attenuation\t%f[w10p4]\tmA/cm2",
+                                w.idealLightCurrent * w.attenuation * 0.01));
         return;
     }
-    Line(text, "Optical generation from internal TERVO calculation");
-    Line(text, w.side == 0 ? "Illumination from the left" : "Illumination from the right");
+    AppendLine(text, "Optical generation from internal TERVO calculation");
+    AppendLine(text, w.side == 0 ? "Illumination from the left" : "Illumination from the right");
     std::string line = FmtStr("%s<spectrum file :\t");
     line += w.spectrumFile;
     Fmt(line, "%s[a]<  last saved: \t%s", FileStampText(w.spectrumFile, true));
-    Line(text, line);
+    AppendLine(text, line);
     if (w.cutoff) {
-        Line(text, FmtStr("%s<Spectrum cut-off applied\t"));
-        Line(text, FmtStr("%s<short wavelength cut-off\t%f[w8p2]\tnm", w.lambda_short));
-        Line(text, FmtStr("%s<long  wavelength cut-off\t%f[w8p2]\tnm", w.lambda_long));
+        AppendLine(text, FmtStr("%s<Spectrum cut-off applied\t"));
+        AppendLine(text, FmtStr("%s<short wavelength cut-off\t%f[w8p2]\tnm", w.lambda_short));
+        AppendLine(text, FmtStr("%s<long  wavelength cut-off\t%f[w8p2]\tnm", w.lambda_long));
     }
-    Line(text, FmtStr("%s<Neutral density filter: ND\t%f[w8p4]", w.ND));
-    Line(text, FmtStr("%s<Transmission of ND filter:\t%f[w12p4e2]", std::pow(10.0, -w.ND)));
-    Line(text, FmtStr("%s<Power from spectrum:\t%f[w10p4]\tmW/cm2", w.power_spectrum * 0.1));
+    AppendLine(text, FmtStr("%s<Neutral density filter: ND\t%f[w8p4]", w.ND));
+    AppendLine(text, FmtStr("%s<Transmission of ND filter:\t%f[w12p4e2]", std::pow(10.0, -w.ND)));
+    AppendLine(text, FmtStr("%s<Power from spectrum:\t%f[w10p4]\tmW/cm2", w.power_spectrum * 0.1));
     if (w.cutoff)
-        Line(text, FmtStr("%s<Power after cut-off filters\t%f[w10p4]\tmW/cm2", w.power_cutoff * 0.1));
-    Line(text,
-         FmtStr("%s<Incident power on solar cell structure\t%f[w10p4]\tmW/cm2", w.power_incident * 0.1));
+        AppendLine(text, FmtStr("%s<Power after cut-off filters\t%f[w10p4]\tmW/cm2", w.power_cutoff * 0.1));
+    AppendLine(
+        text, FmtStr("%s<Incident power on solar cell structure\t%f[w10p4]\tmW/cm2", w.power_incident * 0.1));
 }
 
 // The conventions of voltage and current: V is applied to the contact that the voltage is not
@@ -120,42 +112,32 @@ void IlluminationLines(std::string& text, const WorkPoint& w) {
 void ConventionLines(std::string& text, const WorkPoint& w) {
     const bool referredToLeft = w.voltageReference == 1;
     if (referredToLeft)
-        Line(text,
-             FmtStr("%s<Voltage reference convention: voltage referred to left contact, voltage V applied "
-                    "to right contact"));
+        AppendLine(
+            text,
+            FmtStr("%s<Voltage reference convention: voltage referred to left contact, voltage V applied "
+                   "to right contact"));
     else
-        Line(text,
-             FmtStr("%s<Voltage reference convention: voltage referred to right contact, voltage V applied "
-                    "to left contact"));
+        AppendLine(
+            text,
+            FmtStr("%s<Voltage reference convention: voltage referred to right contact, voltage V applied "
+                   "to left contact"));
     const char* contact = referredToLeft ? "right" : "left";
     if (w.currentReference == 1)
-        Line(text,
-             FmtStr("%s<Current reference convention: current positive when entering the %s contact\nPower "
-                    "generated by the cell: = -V*I; power consumed by the cell = +V*I",
-                    contact));
+        AppendLine(
+            text,
+            FmtStr("%s<Current reference convention: current positive when entering the %s contact\nPower "
+                   "generated by the cell: = -V*I; power consumed by the cell = +V*I",
+                   contact));
     else
-        Line(text,
-             FmtStr("%s<Current reference convention: current positive when leaving the %s contact\nPower "
-                    "generated by the cell: = +V*I; power consumed by the cell = -V*I",
-                    contact));
-}
-
-int Emit(int mode, TextFile* file, const std::string& text) {
-    return EmitResultText(mode, file, text);
-}
-bool KnownMode(int mode) {
-    return IsResultOutputMode(mode);
-}
-void FillerRow(std::string& text, int columns) {
-    AppendFillerRow(text, columns);
+        AppendLine(
+            text,
+            FmtStr("%s<Current reference convention: current positive when leaving the %s contact\nPower "
+                   "generated by the cell: = +V*I; power consumed by the cell = -V*I",
+                   contact));
 }
 
 double Signed(double value, double sign) {
     return value * sign + 0.0;
-}
-
-double Value(const std::vector<double>& curve, int i) {
-    return CurveValue(curve, i);
 }
 
 std::string Marked(std::string line, int extrapolated) {
@@ -166,18 +148,18 @@ std::string Marked(std::string line, int extrapolated) {
 void SolarCellParameterLines(std::string& text, const DataListElement& e) {
     const SolarCellParameters& s = e.parameters;
     if (!s.VocValid && !s.JscValid && !s.FFValid && !s.etaValid) return;
-    Blank(text);
-    Line(text, "solar cell parameters deduced from calculated IV-curve:");
-    if (s.VocValid) Line(text, Marked(FmtStr("%s<Voc =\t%f[w12p6]\tVolt", s.Voc), s.VocExtrapolated));
-    if (s.JscValid) Line(text, Marked(FmtStr("%s<Jsc =\t%f[w14p8]\tmA/cm2", s.Jsc), s.JscExtrapolated));
-    if (s.FFValid) Line(text, Marked(FmtStr("%s<FF =\t%f[w10p4]\t%%", s.FF), s.FFExtrapolated));
+    AppendBlank(text);
+    AppendLine(text, "solar cell parameters deduced from calculated IV-curve:");
+    if (s.VocValid) AppendLine(text, Marked(FmtStr("%s<Voc =\t%f[w12p6]\tVolt", s.Voc), s.VocExtrapolated));
+    if (s.JscValid) AppendLine(text, Marked(FmtStr("%s<Jsc =\t%f[w14p8]\tmA/cm2", s.Jsc), s.JscExtrapolated));
+    if (s.FFValid) AppendLine(text, Marked(FmtStr("%s<FF =\t%f[w10p4]\t%%", s.FF), s.FFExtrapolated));
     if (s.etaValid) {
         const std::string eta = e.wp.generationFromFile
                                     ? FmtStr("%s<collection efficiency =\t%f[w10p4]\t%%", s.eta)
                                     : FmtStr("%s<eta =\t%f[w10p4]\t%%", s.eta);
-        Line(text, Marked(eta, s.etaExtrapolated));
-        Line(text, Marked(FmtStr("%s<V_MPP =\t%f[w12p6]\tVolt", s.V_MPP), s.etaExtrapolated));
-        Line(text, Marked(FmtStr("%s<J_MPP =\t%f[w14p8]\tmA/cm2", s.J_MPP), s.etaExtrapolated));
+        AppendLine(text, Marked(eta, s.etaExtrapolated));
+        AppendLine(text, Marked(FmtStr("%s<V_MPP =\t%f[w12p6]\tVolt", s.V_MPP), s.etaExtrapolated));
+        AppendLine(text, Marked(FmtStr("%s<J_MPP =\t%f[w14p8]\tmA/cm2", s.J_MPP), s.etaExtrapolated));
     }
 }
 
@@ -185,49 +167,37 @@ constexpr int IV_COLUMNS = 9;
 
 void IVBlock(std::string& text, const DataListElement& e) {
     ComposeOutputHeader(text, &e, HEADER_IV, 1, 0);
-    Line(
+    AppendLine(
         text,
         FmtStr("%s<    v(V)\tjtot(mA/cm2)\t   jbulk(mA/cm2)\tjifr(mA/cm2)\tjminor_left(mA/cm2)\tjminor_right("
                "mA/cm2)\tj_SRH(mA/cm2)\tj_Radiative(mA/cm2)\tj_Auger(mA/cm2)"));
-    Blank(text);
-    const int points = std::max(e.actie.IV.points, 0);
-    const int done = std::min(std::max(e.actie.IV.done, 0), points);
-    for (int i = 0; i < points; ++i) {
-        if (i >= done || At(i) >= e.iv_as.size()) {
-            FillerRow(text, IV_COLUMNS);
-            continue;
-        }
-        Line(text,
-             FmtStr("%s< %f[w10p6]\t  %f[w16p8e2]\t      %f[w16p8e2]\t  %f[w16p8e2]\t  %f[w16p8e2]\t  "
-                    "%f[w16p8e2]\t  %f[w16p8e2]\t  %f[w16p8e2]\t  %f[w16p8e2]",
-                    Value(e.iv_as, i), Value(e.ivcurrent, i), Value(e.ivbulk, i) * 0.1,
-                    Value(e.ivifr, i) * 0.1, Value(e.ivleftcontact, i), Value(e.ivrightcontact, i),
-                    Value(e.recSRH, i) * 0.1, Value(e.recRadiative, i) * 0.1, Value(e.recAuger, i) * 0.1));
-    }
+    AppendBlank(text);
+    AppendCurveRows(text, e.actie.IV.points, e.actie.IV.done, e.iv_as.size(), IV_COLUMNS, [&](int i) {
+        return FmtStr("%s< %f[w10p6]\t  %f[w16p8e2]\t      %f[w16p8e2]\t  %f[w16p8e2]\t  %f[w16p8e2]\t  "
+                      "%f[w16p8e2]\t  %f[w16p8e2]\t  %f[w16p8e2]\t  %f[w16p8e2]",
+                      CurveValue(e.iv_as, i), CurveValue(e.ivcurrent, i), CurveValue(e.ivbulk, i) * 0.1,
+                      CurveValue(e.ivifr, i) * 0.1, CurveValue(e.ivleftcontact, i),
+                      CurveValue(e.ivrightcontact, i), CurveValue(e.recSRH, i) * 0.1,
+                      CurveValue(e.recRadiative, i) * 0.1, CurveValue(e.recAuger, i) * 0.1);
+    });
     SolarCellParameterLines(text, e);
-    Blank(text);
-    Blank(text);
+    AppendBlank(text);
+    AppendBlank(text);
 }
 
 constexpr int QE_COLUMNS = 3;
 
 void QEBlock(std::string& text, const DataListElement& e) {
     ComposeOutputHeader(text, &e, HEADER_QE, 1, 0);
-    Line(text, FmtStr("%s<  lambda(nm)\t      QE(%%)\tphoton energy (eV)"));
-    Blank(text);
-    const int points = std::max(e.actie.QE.points, 0);
-    const int done = std::min(std::max(e.actie.QE.done, 0), points);
-    for (int i = 0; i < points; ++i) {
-        if (i >= done || At(i) >= e.qe_as.size()) {
-            FillerRow(text, QE_COLUMNS);
-            continue;
-        }
-        Line(text, FmtStr("%s< %f[w12p6]\t %f[w14p6e2]\t%f[w12p6]", Value(e.qe_as, i), Value(e.qe, i),
-                          Value(e.hv_as, i)));
-    }
-    Blank(text);
-    Blank(text);
-    Blank(text);
+    AppendLine(text, FmtStr("%s<  lambda(nm)\t      QE(%%)\tphoton energy (eV)"));
+    AppendBlank(text);
+    AppendCurveRows(text, e.actie.QE.points, e.actie.QE.done, e.qe_as.size(), QE_COLUMNS, [&](int i) {
+        return FmtStr("%s< %f[w12p6]\t %f[w14p6e2]\t%f[w12p6]", CurveValue(e.qe_as, i), CurveValue(e.qe, i),
+                      CurveValue(e.hv_as, i));
+    });
+    AppendBlank(text);
+    AppendBlank(text);
+    AppendBlank(text);
 }
 
 } // namespace
@@ -245,42 +215,42 @@ int ComposeOutputHeader(std::string& text, const DataListElement* element, int k
     }
     const WorkPoint& w = fromWorkpoint ? wp : element->wp;
 
-    Line(text, VERSION);
-    Line(text, kindText);
+    AppendLine(text, VERSION);
+    AppendLine(text, kindText);
     // The admittance analysis adds its attempt-to-escape frequency here once it exists.
     if (!fromWorkpoint) {
         const DataListElement& e = *element;
         if (e.recordingFlag)
-            Line(text, "Results of a batch recording");
+            AppendLine(text, "Results of a batch recording");
         else if (e.batchParameterCount >= 1 || e.batchDefinitionVaried == 1)
-            Line(text,
-                 FmtStr("%s<Batch simulation #\t%i\tstep\t%i\tof\t%i", e.number, e.batchStep, e.batchSteps));
+            AppendLine(text, FmtStr("%s<Batch simulation #\t%i\tstep\t%i\tof\t%i", e.number, e.batchStep,
+                                    e.batchSteps));
         else if (e.fitParameterCount >= 1)
-            Line(text, FmtStr("%s<Curve fitting simulation #\t%i\tstep\t%i\tof\t%i", e.number, e.fitStep + 1,
-                              e.fitSteps));
+            AppendLine(text, FmtStr("%s<Curve fitting simulation #\t%i\tstep\t%i\tof\t%i", e.number,
+                                    e.fitStep + 1, e.fitSteps));
         else
-            Line(text, FmtStr("%s<Single shot simulation #\t%i", e.number));
-        Line(text, FmtStr("%s<Calculation started : \t%s", e.started));
+            AppendLine(text, FmtStr("%s<Single shot simulation #\t%i", e.number));
+        AppendLine(text, FmtStr("%s<Calculation started : \t%s", e.started));
     } else {
-        Line(text, FmtStr("%s<Workpoint calculation: \t%s", LastWorkPointSimulationDate));
+        AppendLine(text, FmtStr("%s<Workpoint calculation: \t%s", LastWorkPointSimulationDate));
     }
-    Blank(text);
+    AppendBlank(text);
 
-    Line(text, FmtStr("%s<problem definition file :\t%s", w.definitionFile));
-    Line(text, FmtStr("%s<last saved: \t%s", FileStampText(w.definitionFile, true)));
-    Blank(text);
+    AppendLine(text, FmtStr("%s<problem definition file :\t%s", w.definitionFile));
+    AppendLine(text, FmtStr("%s<last saved: \t%s", FileStampText(w.definitionFile, true)));
+    AppendBlank(text);
 
     IlluminationLines(text, w);
-    Blank(text);
+    AppendBlank(text);
 
-    Line(text, FmtStr("%s<Working point conditions"));
-    Line(text, FmtStr("%s<Temperature\t%f[w8p2]\tK", w.temperature));
-    Line(text, FmtStr("%s<Workpoint bias voltage\t%f[w10p4]\tVolt", w.voltage * zonnecel.signV));
-    Line(text, FmtStr("%s<Frequency\t%f[w12p4e2]\tHz", w.frequency));
-    Blank(text);
+    AppendLine(text, FmtStr("%s<Working point conditions"));
+    AppendLine(text, FmtStr("%s<Temperature\t%f[w8p2]\tK", w.temperature));
+    AppendLine(text, FmtStr("%s<Workpoint bias voltage\t%f[w10p4]\tVolt", w.voltage * zonnecel.signV));
+    AppendLine(text, FmtStr("%s<Frequency\t%f[w12p4e2]\tHz", w.frequency));
+    AppendBlank(text);
 
     if (w.conventionsShown) ConventionLines(text, w);
-    Blank(text);
+    AppendBlank(text);
 
     if (withBatchInfo && !fromWorkpoint) ComposeBatchInfo(text, *element);
     return 0;
@@ -290,7 +260,7 @@ int WriteOutputHeader(TextFile& file, const DataListElement* element, int kind, 
                       int fromWorkpoint) {
     std::string text;
     if (ComposeOutputHeader(text, element, kind, withBatchInfo, fromWorkpoint) != 0) return -1;
-    return Emit(OUTPUT_TO_OPEN_FILE, &file, text);
+    return EmitResultText(OUTPUT_TO_OPEN_FILE, &file, text);
 }
 
 void ComposeBatchInfo(std::string& text, const DataListElement& e) {
@@ -309,7 +279,7 @@ void ComposeBatchInfo(std::string& text, const DataListElement& e) {
 int WriteBatchInfo(TextFile& file, const DataListElement& element) {
     std::string text;
     ComposeBatchInfo(text, element);
-    return Emit(OUTPUT_TO_OPEN_FILE, &file, text);
+    return EmitResultText(OUTPUT_TO_OPEN_FILE, &file, text);
 }
 
 int iv_naar_file(int mode, TextFile* file) {
@@ -396,7 +366,7 @@ int eb_naar_file(int mode, TextFile* file, CalculationVariables& cv) {
                           "No calculation is made yet: nothing to save or to show !");
         return -1;
     }
-    if (!KnownMode(mode)) return -1;
+    if (!IsResultOutputMode(mode)) return -1;
     const CalculationParameters& P = *cv.parameters;
     const int n = std::min(cv.mesh.n_points, MAX_MESH_POINTS);
     const int layers = std::clamp(cv.mesh.number_of_layers, 0, MAX_LAYERS);
@@ -451,56 +421,59 @@ int eb_naar_file(int mode, TextFile* file, CalculationVariables& cv) {
     }
 
     const double signJ = zonnecel.signJ;
-    Line(text,
-         FmtStr("%s<Band diagramme at actual bias voltage\t%f[w10p4]\tVolt", cv.V_applied * zonnecel.signV));
-    Blank(text);
-    Line(text, FmtStr("%s<bulk"));
-    Blank(text);
-    Line(text,
-         FmtStr("%s<   i\t       x(um)\t      Ec(eV)\t      Fn(eV)\t      Fp(eV)\t      Ev(eV)\t     "
-                "n(/cm3)\t     "
-                "p(/cm3)\trho(defect) (/cm3)\tnet doping (/cm3)\t   rho(/cm3)\t     E(V/cm)\t  jn(mA/cm2)\t  "
-                "jp(mA/cm2)\t  jn_tunnel(mA/cm2)\t  jp_tunnel(mA/cm2)\tjtot(mA/cm2)\t generation(#/cm3.s)\t  "
-                "recombination(#/cm3.s)\tcumulative generation (mA/cm2)\tcumulative recombination L to R "
-                "(mA/cm2)\tcumulative recombination R to L (mA/cm2)"));
-    Blank(text);
+    AppendLine(text, FmtStr("%s<Band diagramme at actual bias voltage\t%f[w10p4]\tVolt",
+                            cv.V_applied * zonnecel.signV));
+    AppendBlank(text);
+    AppendLine(text, FmtStr("%s<bulk"));
+    AppendBlank(text);
+    AppendLine(
+        text,
+        FmtStr("%s<   i\t       x(um)\t      Ec(eV)\t      Fn(eV)\t      Fp(eV)\t      Ev(eV)\t     "
+               "n(/cm3)\t     "
+               "p(/cm3)\trho(defect) (/cm3)\tnet doping (/cm3)\t   rho(/cm3)\t     E(V/cm)\t  jn(mA/cm2)\t  "
+               "jp(mA/cm2)\t  jn_tunnel(mA/cm2)\t  jp_tunnel(mA/cm2)\tjtot(mA/cm2)\t generation(#/cm3.s)\t  "
+               "recombination(#/cm3.s)\tcumulative generation (mA/cm2)\tcumulative recombination L to R "
+               "(mA/cm2)\tcumulative recombination R to L (mA/cm2)"));
+    AppendBlank(text);
     for (int k = 0; k < n; ++k) {
         const size_t i = At(k);
         const double rhoDefect = N[i] * dc.rho[i] * 1e-6;
         const double doping = N[i] * P.doping[i] * 1e-6;
         const double rho = rhoDefect + doping + densities->p[i] - densities->n[i];
         const double recombination = dc.R[i] * N[i] * D0 * 1e-6 / (L * L);
-        Line(text,
-             FmtStr("%s< %i[w3]\t %f[w14p6]\t %f[w14p8]\t %f[w14p8]\t %f[w14p8]\t %f[w14p8]\t %f[w16p8e2]\t "
-                    "%f[w16p8e2]\t %f[w16p8e2]\t %f[w16p8e2]\t %f[w16p8e2]\t %f[w16p8e2]\t %f[w16p8e2]\t "
-                    "%f[w16p8e2]\t %f[w16p8e2]\t %f[w16p8e2]\t %f[w16p8e2]\t %f[w16p8e2]\t  %f[w16p8e2]\t "
-                    "%f[w16p8e2]\t  %f[w16p8e2]\t  %f[w16p8e2]",
-                    k, cv.mesh.x_um[i], bands->Ec[i], bands->Fn[i], bands->Fp[i], bands->Ev[i],
-                    densities->n[i], densities->p[i], rhoDefect, doping, rho, (*field)[i] * 0.01,
-                    Signed(currents->j_n[i], signJ), Signed(currents->j_p[i], signJ),
-                    Signed(currents->jn_tunnel[i], signJ), Signed(currents->jp_tunnel[i], signJ),
-                    Signed(currents->j_tot[i], signJ), G[i], recombination, Gc[i], RecLR[i], RecRL[i]));
+        AppendLine(
+            text,
+            FmtStr("%s< %i[w3]\t %f[w14p6]\t %f[w14p8]\t %f[w14p8]\t %f[w14p8]\t %f[w14p8]\t %f[w16p8e2]\t "
+                   "%f[w16p8e2]\t %f[w16p8e2]\t %f[w16p8e2]\t %f[w16p8e2]\t %f[w16p8e2]\t %f[w16p8e2]\t "
+                   "%f[w16p8e2]\t %f[w16p8e2]\t %f[w16p8e2]\t %f[w16p8e2]\t %f[w16p8e2]\t  %f[w16p8e2]\t "
+                   "%f[w16p8e2]\t  %f[w16p8e2]\t  %f[w16p8e2]",
+                   k, cv.mesh.x_um[i], bands->Ec[i], bands->Fn[i], bands->Fp[i], bands->Ev[i],
+                   densities->n[i], densities->p[i], rhoDefect, doping, rho, (*field)[i] * 0.01,
+                   Signed(currents->j_n[i], signJ), Signed(currents->j_p[i], signJ),
+                   Signed(currents->jn_tunnel[i], signJ), Signed(currents->jp_tunnel[i], signJ),
+                   Signed(currents->j_tot[i], signJ), G[i], recombination, Gc[i], RecLR[i], RecRL[i]));
     }
 
-    Blank(text);
-    Blank(text);
-    Line(text, FmtStr("%s<\ninterface"));
-    Blank(text);
-    Line(text,
-         FmtStr("%s<  IF\t       x(um)\t jn1(mA/cm2)\t jn2(mA/cm2)\t jp1(mA/cm2)\t jp2(mA/cm2)\t jn1[with "
-                "tunnel](mA/cm2)\t jn2[with tunnel](mA/cm2)\t jp1[with tunnel](mA/cm2)\t jp2[with "
-                "tunnel](mA/cm2)\t  js(mA/cm2)\t   pi(C/cm2)"));
-    Blank(text);
+    AppendBlank(text);
+    AppendBlank(text);
+    AppendLine(text, FmtStr("%s<\ninterface"));
+    AppendBlank(text);
+    AppendLine(
+        text,
+        FmtStr("%s<  IF\t       x(um)\t jn1(mA/cm2)\t jn2(mA/cm2)\t jp1(mA/cm2)\t jp2(mA/cm2)\t jn1[with "
+               "tunnel](mA/cm2)\t jn2[with tunnel](mA/cm2)\t jp1[with tunnel](mA/cm2)\t jp2[with "
+               "tunnel](mA/cm2)\t  js(mA/cm2)\t   pi(C/cm2)"));
+    AppendBlank(text);
     for (size_t j = 0; j < interfaces.size(); ++j) {
         const InterfaceRow& r = interfaces[j];
-        Line(
+        AppendLine(
             text,
             FmtStr("%s<   %i[w1]\t  %f[w14p6]\t  %f[w16p8e2]\t  %f[w16p8e2]\t  %f[w16p8e2]\t  %f[w16p8e2]\t  "
                    "%f[w16p8e2]\t  %f[w16p8e2]\t  %f[w16p8e2]\t  %f[w16p8e2]\t  %f[w16p8e2]\t  %f[w16p8e2]",
                    static_cast<int>(j), r.x_um, r.jn1, r.jn2, r.jp1, r.jp2, r.jn1t, r.jn2t, r.jp1t, r.jp2t,
                    r.js, r.pi));
     }
-    return Emit(mode, file, text);
+    return EmitResultText(mode, file, text);
 }
 
 int SaveResultFile(ResultFileKind kind, const std::string& path) {
@@ -538,7 +511,7 @@ void TitleRow(std::string& text, const std::vector<std::string>& titles) {
         row += title;
         row += '\t';
     }
-    Line(text, row);
+    AppendLine(text, row);
 }
 
 void Cell(std::string& row, double value) {
@@ -557,33 +530,40 @@ bool Covers(int first, size_t count, int i) {
 }
 
 void GenerationLegend(std::string& text) {
-    Line(text,
-         "Geh\tDirect band-to-band excitation of electron-hole pairs by light (this equals zero in dark)");
-    Line(text,
-         "All following properties are split up per layer, per defect in this layer and per charge state in "
-         "this defect");
-    Line(text, "(first index = layer, second index = mechanism, third index = defectlevel (0 is the most "
+    AppendLine(
+        text,
+        "Geh\tDirect band-to-band excitation of electron-hole pairs by light (this equals zero in dark)");
+    AppendLine(
+        text,
+        "All following properties are split up per layer, per defect in this layer and per charge state in "
+        "this defect");
+    AppendLine(text,
+               "(first index = layer, second index = mechanism, third index = defectlevel (0 is the most "
                "positively charged and hence the closest to the valence band))");
-    Line(text, "(IPV = Impurity Photovoltaic Effect)\n");
-    Line(text, "IPV Gn\tGros IPV electron effect: direct optical excitation from defect to conduction band");
-    Line(text, "net Gn\tnet electron generation: IPV Gn + thermal generation - thermal recombination");
-    Line(text,
-         "Gnth\tthermal electron generation (thermal emission of electron from defect to conduction band)");
-    Line(text, "Rnth\thermal electron recombination (capture by defect of conduction band electron)");
-    Line(text, "IPV Gp\tGros IPV hole effect: direct optical excitation from defect to valence band");
-    Line(text, "net Gp\tnet hole generation: IPV Gp + thermal generation - thermal recombination");
-    Line(text, "Gpth\tthermal hole generation (thermal emission of hole from defect to valence band)");
-    Line(text, "Rpth\thermal hole recombination (capture by defect of valence band hole)");
+    AppendLine(text, "(IPV = Impurity Photovoltaic Effect)\n");
+    AppendLine(text,
+               "IPV Gn\tGros IPV electron effect: direct optical excitation from defect to conduction band");
+    AppendLine(text, "net Gn\tnet electron generation: IPV Gn + thermal generation - thermal recombination");
+    AppendLine(
+        text,
+        "Gnth\tthermal electron generation (thermal emission of electron from defect to conduction band)");
+    AppendLine(text, "Rnth\thermal electron recombination (capture by defect of conduction band electron)");
+    AppendLine(text, "IPV Gp\tGros IPV hole effect: direct optical excitation from defect to valence band");
+    AppendLine(text, "net Gp\tnet hole generation: IPV Gp + thermal generation - thermal recombination");
+    AppendLine(text, "Gpth\tthermal hole generation (thermal emission of hole from defect to valence band)");
+    AppendLine(text, "Rpth\thermal hole recombination (capture by defect of valence band hole)");
 }
 
 void OccupationLegend(std::string& text) {
-    Line(text,
-         "All following properties are split up per layer and per defect in this layer, per charge state in "
-         "this defect and per energy if there is an energydistribution");
-    Line(text,
-         "(first index = layer, second index = mechanism, third index = defectlevel (0 is the most "
-         "positively charged and hence the closest to the valence band)), fourth index = energy sub-level");
-    Line(text, "The charge state of the energylevel is given as well\n\n\n");
+    AppendLine(
+        text,
+        "All following properties are split up per layer and per defect in this layer, per charge state in "
+        "this defect and per energy if there is an energydistribution");
+    AppendLine(
+        text,
+        "(first index = layer, second index = mechanism, third index = defectlevel (0 is the most "
+        "positively charged and hence the closest to the valence band)), fourth index = energy sub-level");
+    AppendLine(text, "The charge state of the energylevel is given as well\n\n\n");
 }
 
 // The table of Calc_Generation: position, band-to-band generation, recombination by mechanism, and
@@ -625,7 +605,7 @@ void GenerationTable(const CalculationVariables& cv, std::string& text) {
             Cell(row, l.Gpth[q]);
             Cell(row, l.Rpth[q]);
         }
-        Line(text, row);
+        AppendLine(text, row);
     }
 }
 
@@ -634,10 +614,10 @@ void GenerationTable(const CalculationVariables& cv, std::string& text) {
 void ComposeOccupationTable(const CalculationVariables& cv, std::string& text) {
     const auto occupations = std::make_unique<DefectOccupations>();
     ExtractOccupations(cv, *occupations);
-    Line(text, "The energydistribution of the defects which are not single level are:");
+    AppendLine(text, "The energydistribution of the defects which are not single level are:");
     for (const DistributedDefect& d : occupations->distributions)
-        Line(text, FmtStr("%s[q]<layer %i, defect %i: %s\n", d.layer + 1, d.defect + 1,
-                          energyDistrTypeStrings[At(std::clamp(d.type, 0, 4))]));
+        AppendLine(text, FmtStr("%s[q]<layer %i, defect %i: %s\n", d.layer + 1, d.defect + 1,
+                                energyDistrTypeStrings[At(std::clamp(d.type, 0, 4))]));
     std::vector<std::string> titles{"i", "x (µm)"};
     for (const OccupationColumn& c : occupations->columns) {
         const char* state = deflevTypeStrings[At(std::clamp(c.aard, 0, NDEFLEVTYPE - 1))];
@@ -660,14 +640,14 @@ void ComposeOccupationTable(const CalculationVariables& cv, std::string& text) {
             Cell(row, c.electrons[At(i - c.first)]);
             Cell(row, c.holes[At(i - c.first)]);
         }
-        Line(text, row);
+        AppendLine(text, row);
     }
 }
 
 int ft_naar_file(const CalculationVariables& cv, TextFile& file) {
     std::string text;
     ComposeOccupationTable(cv, text);
-    return Emit(OUTPUT_TO_OPEN_FILE, &file, text);
+    return EmitResultText(OUTPUT_TO_OPEN_FILE, &file, text);
 }
 
 int gen_naar_file(int mode, TextFile* file, CalculationVariables& cv, int content) {
@@ -676,7 +656,7 @@ int gen_naar_file(int mode, TextFile* file, CalculationVariables& cv, int conten
         TERVOErrorMessage(GENERATION_TITLE, "No calculation is made yet: nothing to save or to show !");
         return -1;
     }
-    if (!KnownMode(mode)) return -1;
+    if (!IsResultOutputMode(mode)) return -1;
     if (content != GENFILE_GENERATION && content != GENFILE_OCCUPATION) {
         TERVOErrorMessage(GENERATION_TITLE,
                           FmtStr("%s<Content %i is neither generation (0) nor occupation (1)", content));
@@ -684,11 +664,11 @@ int gen_naar_file(int mode, TextFile* file, CalculationVariables& cv, int conten
     }
     std::string text;
     if (ComposeOutputHeader(text, element, HEADER_GENERATION_RECOMBINATION, 0, 0) != 0) return -1;
-    Line(text, FmtStr("%s<Generation-recombination at actual bias voltage\t%f[w10p4]\tVolt",
-                      cv.V_applied * zonnecel.signV));
+    AppendLine(text, FmtStr("%s<Generation-recombination at actual bias voltage\t%f[w10p4]\tVolt",
+                            cv.V_applied * zonnecel.signV));
     ComposeBatchInfo(text, *element);
-    Line(text, "Legend:");
-    Line(text, "=======");
+    AppendLine(text, "Legend:");
+    AppendLine(text, "=======");
     if (content == GENFILE_GENERATION) {
         GenerationLegend(text);
         GenerationTable(cv, text);
@@ -696,7 +676,7 @@ int gen_naar_file(int mode, TextFile* file, CalculationVariables& cv, int conten
         OccupationLegend(text);
         ComposeOccupationTable(cv, text);
     }
-    return Emit(mode, file, text);
+    return EmitResultText(mode, file, text);
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -724,6 +704,18 @@ void AppendFillerRow(std::string& text, int columns) {
         row += cell;
     }
     AppendLine(text, row);
+}
+
+void AppendCurveRows(std::string& text, int points, int done, size_t held, int columns,
+                     const std::function<std::string(int)>& row) {
+    points = std::max(points, 0);
+    done = std::min(std::max(done, 0), points);
+    for (int i = 0; i < points; ++i) {
+        if (i >= done || At(i) >= held)
+            AppendFillerRow(text, columns);
+        else
+            AppendLine(text, row(i));
+    }
 }
 
 bool IsResultOutputMode(int mode) {

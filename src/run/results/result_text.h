@@ -23,6 +23,11 @@ double CurveValue(const std::vector<double>& curve, int i);
 // or of blanks.
 void AppendFillerRow(std::string& text, int columns);
 
+// The rows of a curve of `points` points: `row(i)` for each of the first `done` points that the
+// curve holds (`held` values), the filler of a cut curve (`columns` cells) for the others.
+void AppendCurveRows(std::string& text, int points, int done, size_t held, int columns,
+                     const std::function<std::string(int)>& row);
+
 // Whether a writer can serve `mode` (the screen or an open file); reports the other modes.
 bool IsResultOutputMode(int mode);
 
