@@ -113,25 +113,4 @@ void ToPolar(double re, double im, double& magnitude, double& phase) {
     phase = std::atan2(im, re);
 }
 
-void CxDiv(double ar, double ai, double br, double bi, double& cr, double& ci) {
-    // Smith's method: divide by the larger part of the denominator first, so that neither the
-    // squares of tiny admittances nor those of huge ones leave the range of a double.
-    if (br == 0.0 && bi == 0.0) {
-        cr = ar / 0.0;
-        ci = ai / 0.0;
-        return;
-    }
-    if (std::fabs(br) >= std::fabs(bi)) {
-        const double r = bi / br;
-        const double d = br + bi * r;
-        cr = (ar + ai * r) / d;
-        ci = (ai - ar * r) / d;
-    } else {
-        const double r = br / bi;
-        const double d = bi + br * r;
-        cr = (ar * r + ai) / d;
-        ci = (ai * r - ar) / d;
-    }
-}
-
 } // namespace tervo

@@ -1,4 +1,4 @@
-// Numerical helpers of the run-time layer: least squares, sort, median, extremes, complex numbers.
+// Numerical helpers of the run-time layer: least squares, sort, median, extremes, polar form.
 #pragma once
 
 #include <cstddef>
@@ -16,7 +16,6 @@ void Sort(double* values, int n); // ascending
 double Median(const double* values, int n);
 void MaxMin1D(const double* values, int n, double& max, int& maxIndex, double& min, int& minIndex);
 void ToPolar(double re, double im, double& magnitude, double& phase); // phase in radians
-void CxDiv(double ar, double ai, double br, double bi, double& cr, double& ci);
 
 // A growing list of items, indexed from 1, as the settings readers keep them.
 template <typename T>
