@@ -12,7 +12,6 @@
 #include <string>
 #include <vector>
 
-#include "support/test_cells.h"
 #include "platform/messages.h"
 #include "run/control/driver.h"
 #include "run/control/startup.h"
@@ -25,6 +24,7 @@
 #include "run/sweeps/small_signal_current.h"
 #include "setup/parameter_sets.h"
 #include "solver/ac_system.h"
+#include "support/test_cells.h"
 
 namespace tervo {
 namespace {
@@ -322,6 +322,33 @@ TEST_F(Sweeps, CvSweepGivesTheDopingOfTheLightSideAndMergesIntoTheIVCurve) {
     for (size_t k = 0; k < 11; ++k) EXPECT_NEAR(e.iv_as[k], e.cv_as[k], 1e-12);
     EXPECT_LT(e.ivcurrent[0], 0.0) << "a reverse-biased diode draws a small negative current";
     NW = savedNW;
+}
+
+TEST_F(Sweeps, CvSweepThatFailsPartWayKeepsThePointsBeforeTheCutAndNamesWhereItStopped) {
+    auto d = Junction(-1.0);
+    CalculationVariables& cv = *d->cv;
+    wp.frequency = 1e4;
+    Actie a;
+    a.CV = {1, -1.0, -0.6, 5, 0};
+    AppendDataListElement(1, a, wp);
+    cv.iteration_count = -1; // the state fails from the next step on
+    ClearReportedMessages();
+    ASSERT_EQ(calccv(cv, a, SWEEP_FROM_START), 1);
+    EXPECT_EQ(CVConvergenceFailure, 1);
+    EXPECT_EQ(a.CV.done, 1);
+    const DataListElement& e = *pointer_naar_huidige();
+    EXPECT_EQ(e.actie.CV.points, 5);
+    EXPECT_EQ(e.actie.CV.done, 1);
+    // Only the point that was solved is stored, in the C-V curve and in the merged I-V curve; the
+    // points behind the cut are never written as numbers.
+    ASSERT_EQ(e.cv_as.size(), 1u);
+    EXPECT_NEAR(e.cv_as[0], -1.0, 1e-12);
+    EXPECT_GT(e.cvcap[0], 0.0);
+    EXPECT_EQ(e.actie.IV.done, 1);
+    ASSERT_EQ(ReportedMessages().size(), 1u);
+    EXPECT_EQ(ReportedMessages()[0].title, "While calculating C(V)...");
+    EXPECT_EQ(ReportedMessages()[0].text,
+              "Convergence failure at V = -0.900000 Volt\nC(V) calculation cut at V = -1.000000 Volt");
 }
 
 TEST_F(Sweeps, CvSweepInTwoBranchesFromTheShortCircuitStoresOneAscendingCurve) {
