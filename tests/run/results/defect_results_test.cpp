@@ -26,18 +26,14 @@
 #include "run/sweeps/operating_points.h"
 #include "setup/generation.h"
 #include "setup/parameter_sets.h"
+#include "support/test_cells.h"
 
 namespace tervo {
 namespace {
 
 namespace fs = std::filesystem;
 
-constexpr double kT = 0.0259; // V at 300 K
-constexpr double vth = 1e5;   // m/s
-
-size_t At(int i) {
-    return static_cast<size_t>(i);
-}
+constexpr double vth = 1e5; // m/s
 
 std::vector<std::string> ReadLines(const fs::path& path) {
     std::ifstream in(path);
@@ -80,91 +76,34 @@ Table ReadTable(const std::vector<std::string>& lines, size_t titleRow) {
 }
 
 // ---------------------------------------------------------------------------------------------
-// Solved states of hand-made cells.
+// Solved states of hand-made cells: silicon-like layers (the shared `Material`).
 
-// Silicon-like layers in file form (SI).
+using namespace defect_test;
 constexpr double Eg = 1.12, Nc = 2.8e25, Nv = 1.04e25;
-
-void SetLayer(LayerParameters& layer, double d, double Nd, double Na) {
-    MaterialParameters& p = layer.material;
-    p.d = d;
-    const std::pair<Profile*, double> values[] = {
-        {&p.Eg, Eg},      {&p.chi, 4.05}, {&p.eps, 11.9},    {&p.Nc, Nc},      {&p.Nv, Nv},
-        {&p.Nd, Nd},      {&p.Na, Na},    {&p.mu_n, 0.05},   {&p.mu_p, 0.02},  {&p.v_th_n, vth},
-        {&p.v_th_p, vth}, {&p.K_rad, 0},  {&p.c_n_auger, 0}, {&p.c_p_auger, 0}};
-    for (const auto& [profile, value] : values) {
-        profile->law = LAW_UNIFORM;
-        profile->dependence = DEP_UNIFORM;
-        profile->pureA = profile->pureB = profile->leftValue = profile->rightValue = profile->lawPar1 = value;
-    }
-    UpdateThicknessInProfiles_Layer(layer);
-}
 
 // A one-level defect of `type` (acceptor, donor or neutral) with total density Nt (/m^3) and energy
 // E (eV) in `reference`, or a distribution of width W around it.
-void AddDefect(LayerParameters& layer, int type, double Nt, double sigma, double E, int reference,
-               int distribution = EDIST_SINGLE, double W = 0.1) {
-    const int d = layer.srhteller++;
-    BulkRecombinationParameters& level = layer.srh[At(d)][0];
-    InitialiseBulkRecombinationParameters(level, layer.layernumber, d);
-    level.type = type;
-    level.numberOfLevels = 1;
-    level.aard = type == DEFECT_ACCEPTOR ? 3 : type == DEFECT_DONOR ? 4 : DEFLEVTYPE_NEUTRAL;
-    level.sigma_n = level.sigma_p = sigma;
-    level.energy.type = distribution;
-    level.energy.Ekar = W;
-    level.energy.Et = E;
-    level.energy.reference = reference;
-    DeterminePeakToTotal(level.energy);
-    level.Nt.law = LAW_UNIFORM;
-    level.Nt.dependence = DEP_UNIFORM;
-    level.Nt.pureA = level.Nt.pureB = level.Nt.leftValue = level.Nt.rightValue = level.Nt.lawPar1 = Nt;
+void AddLevel(LayerParameters& layer, int type, double Nt, double sigma, double E, int reference,
+              int distribution = EDIST_SINGLE, double W = 0.1) {
+    AddDefect(layer, type, 1, Nt, sigma, sigma, {E, 0, 0, 0}, reference, distribution, W);
 }
 
-double Majority(double N) {
-    const double ni2 = Nc * Nv * std::exp(-Eg / kT);
-    return N / 2 + std::sqrt(N * N / 4 + ni2);
-}
-
-// `layers` layers between contacts at the flat-band work functions of doping alone: p-type Na on the
-// left; with two layers an n-type Nd on the right.
+// A p-type layer Na of 1 µm, with two layers followed by an n-type layer Nd of 1 µm, between
+// contacts at the flat-band work functions of the doping alone.
 InputParameters MakeCell(int layers, double Na, double Nd = 0) {
-    InputParameters in;
-    InitialiseConvergenceParameters(in.convergence);
-    InitialiseCellDefinition(in.cellParas);
-    CellDefinition& c = in.cellParas;
-    c.numberOfLayers = layers;
-    for (int j = 0; j < layers; ++j) c.layer[At(j)].layernumber = j;
-    SetLayer(c.layer[0], 1e-6, 0, Na);
-    c.leftContact.Fi_m = 4.05 + Eg - kT * std::log(Nv / Majority(Na));
-    c.leftContact.contactType = 1;
-    if (layers == 2) {
-        SetLayer(c.layer[1], 1e-6, Nd, 0);
-        c.rightContact.Fi_m = 4.05 + kT * std::log(Nc / Majority(Nd));
-        c.rightContact.contactType = -1;
-    } else {
-        c.rightContact.Fi_m = c.leftContact.Fi_m;
-        c.rightContact.contactType = 1;
-    }
-    c.leftContact.flatband = c.rightContact.flatband = 0;
-    c.leftContact.Sn = c.leftContact.Sp = c.rightContact.Sn = c.rightContact.Sp = 1e5;
+    const Material si;
+    InputParameters in =
+        layers == 2 ? Stack({{si, 1e-6, 0, Na}, {si, 1e-6, Nd, 0}}) : Stack({{si, 1e-6, 0, Na}});
+    in.cellParas.leftContact.contactType = 1;
+    in.cellParas.rightContact.contactType = layers == 2 ? -1 : 1;
     return in;
 }
 
-struct Device {
-    std::unique_ptr<CalculationParameters> P = std::make_unique<CalculationParameters>();
-    std::unique_ptr<CalculationVariables> cv = std::make_unique<CalculationVariables>();
-    std::unique_ptr<GenerationParameters> light = std::make_unique<GenerationParameters>();
-};
-
 // Solved in equilibrium, then walked to V in steps of 0.05 V; the output terms of the final state.
 std::unique_ptr<Device> Solve(const InputParameters& in, double V) {
-    auto d = std::make_unique<Device>();
-    parameterset1_to_3(in, *d->P, 300, nullptr, 0);
-    InitialiseCalculationVariables(*d->cv);
-    EXPECT_EQ(CreateCalculationVariables(*d->cv, d->light.get(), *d->P, 1, 0), 0);
+    auto d = Build(in);
     equilibrium(*d->cv);
-    if (V != 0) volgende_iv_punt(*d->cv, 0, V, static_cast<int>(std::ceil(V / 0.05)) + 1);
+    if (V != 0) WalkTo(*d->cv, V);
     EXPECT_EQ(CONVERGENTIEFALING, 0);
     update_eb_panel(*d->cv, 1);
     return d;
@@ -237,9 +176,9 @@ TEST_F(DefectResults, BandFileShowsTheIonisedDonorChargeAndTheLevelsFollowTheBan
     const double Na = 1e22, Nt = 5e21, Et = 0.2;
     InputParameters in = MakeCell(1, Na);
     LayerParameters& layer = in.cellParas.layer[0];
-    AddDefect(layer, DEFECT_DONOR, Nt, 1e-19, Et, 0);
-    AddDefect(layer, DEFECT_NEUTRAL, 1e18, 1e-19, 0.3, 2);
-    AddDefect(layer, DEFECT_NEUTRAL, 1e18, 1e-19, 0.1, 1);
+    AddLevel(layer, DEFECT_DONOR, Nt, 1e-19, Et, 0);
+    AddLevel(layer, DEFECT_NEUTRAL, 1e18, 1e-19, 0.3, 2);
+    AddLevel(layer, DEFECT_NEUTRAL, 1e18, 1e-19, 0.1, 1);
     const auto d = Solve(in, 0);
     const auto rows = BandRows(*d->cv);
     ASSERT_EQ(rows.size(), static_cast<size_t>(d->cv->mesh.n_points));
@@ -273,8 +212,8 @@ TEST_F(DefectResults, BandFileShowsTheIonisedDonorChargeAndTheLevelsFollowTheBan
 // acceptor band on the n side.
 InputParameters JunctionWithAcceptors() {
     InputParameters in = MakeCell(2, 1e22, 1e22);
-    AddDefect(in.cellParas.layer[0], DEFECT_ACCEPTOR, 1e20, 1e-19, 0.4, 0);
-    AddDefect(in.cellParas.layer[1], DEFECT_ACCEPTOR, 1e20, 1e-19, 0.7, 0, EDIST_GAUSS, 0.05);
+    AddLevel(in.cellParas.layer[0], DEFECT_ACCEPTOR, 1e20, 1e-19, 0.4, 0);
+    AddLevel(in.cellParas.layer[1], DEFECT_ACCEPTOR, 1e20, 1e-19, 0.7, 0, EDIST_GAUSS, 0.05);
     return in;
 }
 

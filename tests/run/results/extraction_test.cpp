@@ -21,70 +21,38 @@
 #include "run/sweeps/operating_points.h"
 #include "setup/generation.h"
 #include "setup/parameter_sets.h"
+#include "support/test_cells.h"
 
 namespace tervo {
 namespace {
 
 namespace fs = std::filesystem;
 
-constexpr double kT = 0.0259; // V at 300 K
-constexpr double q = 1.602e-19;
-// Silicon-like layers in file form (SI), doped 1e23 /m^3.
+using namespace defect_test;
+// Silicon-like layers (the shared `Material`), doped 1e23 /m^3.
 constexpr double Eg = 1.12, Nc = 2.8e25, Nv = 1.04e25, N = 1e23;
 
 double Ni2() {
-    return Nc * Nv * std::exp(-Eg / kT); // /m^6
-}
-
-void SetLayer(LayerParameters& layer, double Nd, double Na, double Krad) {
-    MaterialParameters& p = layer.material;
-    p.d = 1e-6;
-    const std::pair<Profile*, double> values[] = {
-        {&p.Eg, Eg},      {&p.chi, 4.05},   {&p.eps, 11.9},    {&p.Nc, Nc},      {&p.Nv, Nv},
-        {&p.Nd, Nd},      {&p.Na, Na},      {&p.mu_n, 0.05},   {&p.mu_p, 0.02},  {&p.v_th_n, 1e5},
-        {&p.v_th_p, 1e5}, {&p.K_rad, Krad}, {&p.c_n_auger, 0}, {&p.c_p_auger, 0}};
-    for (const auto& [profile, value] : values) {
-        profile->law = LAW_UNIFORM;
-        profile->pureA = profile->pureB = profile->leftValue = profile->rightValue = value;
-    }
-    UpdateThicknessInProfiles_Layer(layer);
+    return Material{}.ni2(); // /m^6
 }
 
 // A p-n homojunction of 1 µm + 1 µm (p on the left), or with `layers` 1 a single n-type layer of
 // 1 µm, between contacts at the flat-band work functions.
 InputParameters MakeCell(int layers, double Krad = 0) {
-    InputParameters in;
-    InitialiseConvergenceParameters(in.convergence);
-    InitialiseCellDefinition(in.cellParas);
-    CellDefinition& c = in.cellParas;
-    c.numberOfLayers = layers;
-    const double majority = N / 2 + std::sqrt(N * N / 4 + Ni2());
-    const double nContact = 4.05 + kT * std::log(Nc / majority);
-    SetLayer(c.layer[0], layers == 2 ? 0 : N, layers == 2 ? N : 0, Krad);
-    SetLayer(c.layer[1], N, 0, Krad);
-    c.leftContact.Fi_m = layers == 2 ? 4.05 + Eg - kT * std::log(Nv / majority) : nContact;
-    c.leftContact.contactType = layers == 2 ? 1 : -1;
-    c.rightContact.Fi_m = nContact;
-    c.rightContact.contactType = -1;
-    c.leftContact.flatband = c.rightContact.flatband = 0;
-    c.leftContact.Sn = c.leftContact.Sp = c.rightContact.Sn = c.rightContact.Sp = 1e7;
+    Material si;
+    si.Krad = Krad;
+    InputParameters in =
+        layers == 2 ? Stack({{si, 1e-6, 0, N}, {si, 1e-6, N, 0}}, 1e7) : Stack({{si, 1e-6, N, 0}}, 1e7);
+    in.cellParas.leftContact.contactType = layers == 2 ? 1 : -1;
+    in.cellParas.rightContact.contactType = -1;
     return in;
 }
 
-struct Device {
-    std::unique_ptr<CalculationParameters> P = std::make_unique<CalculationParameters>();
-    std::unique_ptr<CalculationVariables> cv = std::make_unique<CalculationVariables>();
-    std::unique_ptr<GenerationParameters> light = std::make_unique<GenerationParameters>();
-};
-
 // Solved in equilibrium, then walked to V in steps of 0.05 V.
 std::unique_ptr<Device> Solve(const InputParameters& in, double V) {
-    auto d = std::make_unique<Device>();
-    parameterset1_to_3(in, *d->P, 300, nullptr, 0);
-    InitialiseCalculationVariables(*d->cv);
-    EXPECT_EQ(CreateCalculationVariables(*d->cv, d->light.get(), *d->P, 1, 0), 0);
+    auto d = Build(in);
     equilibrium(*d->cv);
-    if (V != 0) volgende_iv_punt(*d->cv, 0, V, static_cast<int>(std::ceil(V / 0.05)) + 1);
+    if (V != 0) WalkTo(*d->cv, V);
     EXPECT_EQ(CONVERGENTIEFALING, 0);
     update_eb_panel(*d->cv, 1);
     return d;
