@@ -13,10 +13,11 @@
 #include "platform/messages.h"
 #include "run/control/problem.h"
 #include "run/control/startup.h"
-#include "support/temp_folder.h"
+#include "support/program_run.h"
 
 namespace fs = std::filesystem;
 using namespace tervo;
+using tervo::test::RunProgram;
 using tervo::test::TempFolder;
 using tervo::test::WriteFile;
 
@@ -27,18 +28,6 @@ CommandLineFiles Parse(const std::string& line) {
 }
 
 // Runs the whole process on the given arguments; stdout is captured into `out`.
-int RunProcess(const std::vector<std::string>& arguments, std::string* out = nullptr) {
-    std::vector<std::string> words{"tervo"};
-    words.insert(words.end(), arguments.begin(), arguments.end());
-    std::vector<char*> argv;
-    for (auto& w : words) argv.push_back(w.data());
-    argv.push_back(nullptr);
-    testing::internal::CaptureStdout();
-    const int status = RunTervo(static_cast<int>(words.size()), argv.data());
-    const std::string text = testing::internal::GetCapturedStdout();
-    if (out) *out = text;
-    return status;
-}
 
 bool AnyMessageHolds(const std::string& phrase) {
     for (const auto& m : ReportedMessages()) {
@@ -199,28 +188,28 @@ TEST(Summary, ListsEveryLayerInUserUnits) {
 
 TEST(RunTervo, VersionHelpAndWrongOptions) {
     std::string out;
-    EXPECT_EQ(RunProcess({"--version"}, &out), 0);
+    EXPECT_EQ(RunProgram({"--version"}, &out), 0);
     EXPECT_EQ(out, VERSION + "\n");
     EXPECT_EQ(out.rfind("TERVO 3.2.01 ORVALD-LAB: Version tervo, dated ", 0), 0u) << out;
 
     TempFolder home;
-    EXPECT_EQ(RunProcess({"--home", home.path.string(), "--help"}, &out), 0);
+    EXPECT_EQ(RunProgram({"--home", home.path.string(), "--help"}, &out), 0);
     EXPECT_NE(out.find(home.path.string()), std::string::npos);
     EXPECT_NE(out.find(".script"), std::string::npos);
     EXPECT_NE(out.find("--save-def"), std::string::npos);
 
     ClearReportedMessages();
-    EXPECT_EQ(RunProcess({"cell.def", "--frobnicate"}), 2);
+    EXPECT_EQ(RunProgram({"cell.def", "--frobnicate"}), 2);
     EXPECT_TRUE(AnyMessageHolds("--frobnicate"));
-    EXPECT_EQ(RunProcess({"--home"}), 2); // a folder must follow
+    EXPECT_EQ(RunProgram({"--home"}), 2); // a folder must follow
     // A home folder that does not exist yet is made with its whole tree; one that cannot be made
     // (a file stands in its way) ends the process.
     // (A definition that cannot be loaded ends the process with status 1.)
-    EXPECT_EQ(RunProcess({"--home", home / "absent", "startup_missing.def"}), 1);
+    EXPECT_EQ(RunProgram({"--home", home / "absent", "startup_missing.def"}), 1);
     EXPECT_TRUE(fs::is_directory(home.path / "absent" / "spectrum"));
     EXPECT_TRUE(AnyMessageHolds("startup_missing.def"));
     std::ofstream(home.path / "blocker") << "x";
-    EXPECT_EQ(RunProcess({"--home", (home.path / "blocker" / "sub").string()}), 2);
+    EXPECT_EQ(RunProgram({"--home", (home.path / "blocker" / "sub").string()}), 2);
 }
 
 TEST(RunTervo, FilesThatCannotBeReadEndTheProcessCleanly) {
@@ -229,7 +218,7 @@ TEST(RunTervo, FilesThatCannotBeReadEndTheProcessCleanly) {
     std::string out;
     // A cell that cannot be loaded is reported and ends the run with status 1, so that shell loops
     // and job schedulers see it; a missing action file is reported, not dropped in silence.
-    EXPECT_EQ(RunProcess({"--home", home.path.string(), "startup_missing.def", "plan.act"}, &out), 1);
+    EXPECT_EQ(RunProgram({"--home", home.path.string(), "startup_missing.def", "plan.act"}, &out), 1);
     EXPECT_TRUE(AnyMessageHolds("startup_missing"));
     EXPECT_TRUE(AnyMessageHolds("plan.act"));
     EXPECT_NE(out.find("not loaded"), std::string::npos) << out;
@@ -238,9 +227,9 @@ TEST(RunTervo, FilesThatCannotBeReadEndTheProcessCleanly) {
 
     ClearReportedMessages();
     EXPECT_EQ(
-        RunProcess({"--home", home.path.string(), "--save-def", home / "out.def", "startup_missing.def"}), 1);
+        RunProgram({"--home", home.path.string(), "--save-def", home / "out.def", "startup_missing.def"}), 1);
     EXPECT_FALSE(fs::exists(home.path / "out.def"));
-    EXPECT_EQ(RunProcess({"--home", home.path.string(), "--save-def", home / "out.def"}),
+    EXPECT_EQ(RunProgram({"--home", home.path.string(), "--save-def", home / "out.def"}),
               1); // nothing to save
     EXPECT_FALSE(fs::exists(home.path / "out.def"));
 }
@@ -257,7 +246,7 @@ TEST(RunTervo, SaveDefinitionCopiesTheCellOfTheCommandLine) {
     // A bare name is found in the def folder of the home tree.
     std::string out;
     ASSERT_EQ(
-        RunProcess({"--home", home.path.string(), "--save-def", home / "copy.def", "startup_in.def"}, &out),
+        RunProgram({"--home", home.path.string(), "--save-def", home / "copy.def", "startup_in.def"}, &out),
         0);
     EXPECT_NE(out.find("Definition file: startup_in.def"), std::string::npos) << out;
     EXPECT_NE(out.find("Layers: 1"), std::string::npos) << out;

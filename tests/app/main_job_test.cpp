@@ -12,39 +12,16 @@
 #include "platform/messages.h"
 #include "run/control/startup.h"
 #include "run/results/result_list.h"
+#include "support/program_run.h"
 
 namespace fs = std::filesystem;
 using namespace tervo;
+using tervo::test::ProgramHome;
+using tervo::test::RunProgram;
 
 namespace {
 
 const fs::path kSource = TERVO_SOURCE_DIR;
-
-struct Home {
-    fs::path path;
-    Home() {
-        std::random_device random;
-        path = fs::temp_directory_path() / ("tervo_main_job_" + std::to_string(random()));
-        fs::create_directories(path / "spectrum");
-        fs::copy_file(kSource / "home/spectrum/AM1_5G 1 sun.spe", path / "spectrum/AM1_5G 1 sun.spe");
-    }
-    ~Home() {
-        std::error_code ec;
-        fs::remove_all(path, ec);
-    }
-};
-
-int RunMain(const std::vector<std::string>& arguments, std::string* out = nullptr) {
-    std::vector<std::string> words{"tervo"};
-    words.insert(words.end(), arguments.begin(), arguments.end());
-    std::vector<char*> argv;
-    for (auto& w : words) argv.push_back(w.data());
-    testing::internal::CaptureStdout();
-    const int status = RunTervo(static_cast<int>(words.size()), argv.data());
-    const std::string text = testing::internal::GetCapturedStdout();
-    if (out) *out = text;
-    return status;
-}
 
 std::string Slurp(const fs::path& p) {
     std::ifstream in(p);
@@ -94,14 +71,14 @@ double PhotonCurrentAboveGap(double Eg) {
 } // namespace
 
 TEST(MainJob, EveryPhotonAboveTheGapOfACollectingCellIsTheShortCircuitCurrent) {
-    Home home;
+    ProgramHome home;
     std::ofstream(home.path / "collect.def") << CollectingCell("");
     std::ofstream(home.path / "light.act") << kAction;
     ErrorMessageMode = 0;
     std::string out;
-    ASSERT_EQ(RunMain({"--home", home.path.string(), (home.path / "collect.def").string(),
-                       (home.path / "light.act").string()},
-                      &out),
+    ASSERT_EQ(RunProgram({"--home", home.path.string(), (home.path / "collect.def").string(),
+                          (home.path / "light.act").string()},
+                         &out),
               0)
         << out;
     const DataListElement* e = pointer_naar_huidige();
@@ -127,13 +104,13 @@ TEST(MainJob, EveryPhotonAboveTheGapOfACollectingCellIsTheShortCircuitCurrent) {
 // A wafer-thick base (200 µm) reaches equilibrium on the default numerical settings and collects
 // the same photons.
 TEST(MainJob, AWaferThickBaseRunsOnTheDefaultSettings) {
-    Home home;
+    ProgramHome home;
     std::ofstream(home.path / "wafer.def") << CollectingCell("", "200e-6");
     std::ofstream(home.path / "light.act") << kAction;
     std::string out;
-    ASSERT_EQ(RunMain({"--home", home.path.string(), (home.path / "wafer.def").string(),
-                       (home.path / "light.act").string()},
-                      &out),
+    ASSERT_EQ(RunProgram({"--home", home.path.string(), (home.path / "wafer.def").string(),
+                          (home.path / "light.act").string()},
+                         &out),
               0)
         << out;
     const DataListElement* e = pointer_naar_huidige();
@@ -143,16 +120,16 @@ TEST(MainJob, AWaferThickBaseRunsOnTheDefaultSettings) {
 }
 
 TEST(MainJob, AFailedStageGivesANonZeroExitStatusAndTheReason) {
-    Home home;
+    ProgramHome home;
     // One outer pass cannot reach equilibrium.
     std::ofstream(home.path / "stiff.def") << CollectingCell("maxiter : 1\n");
     std::ofstream(home.path / "light.act") << kAction;
     ErrorMessageMode = 2;
     ClearReportedMessages();
     std::string out;
-    EXPECT_NE(RunMain({"--home", home.path.string(), (home.path / "stiff.def").string(),
-                       (home.path / "light.act").string()},
-                      &out),
+    EXPECT_NE(RunProgram({"--home", home.path.string(), (home.path / "stiff.def").string(),
+                          (home.path / "light.act").string()},
+                         &out),
               0);
     bool reported = false;
     std::string all;

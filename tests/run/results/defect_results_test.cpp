@@ -26,6 +26,7 @@
 #include "run/sweeps/operating_points.h"
 #include "setup/generation.h"
 #include "setup/parameter_sets.h"
+#include "support/program_run.h"
 #include "support/test_cells.h"
 
 namespace tervo {
@@ -369,33 +370,6 @@ TEST_F(DefectResults, GenerationFileBalancesCaptureAndEmissionIntoTheShockleyRea
 // ---------------------------------------------------------------------------------------------
 // Cells run by the main job.
 
-const fs::path kSource = TERVO_SOURCE_DIR;
-
-struct Home {
-    fs::path path;
-    Home() {
-        std::random_device random;
-        path = fs::temp_directory_path() / ("tervo_defect_results_home_" + std::to_string(random()));
-        fs::create_directories(path / "spectrum");
-        fs::copy_file(kSource / "home/spectrum/AM1_5G 1 sun.spe", path / "spectrum/AM1_5G 1 sun.spe");
-    }
-    ~Home() {
-        std::error_code ec;
-        fs::remove_all(path, ec);
-    }
-};
-
-int RunMain(const std::vector<std::string>& arguments) {
-    std::vector<std::string> words{"tervo"};
-    words.insert(words.end(), arguments.begin(), arguments.end());
-    std::vector<char*> argv;
-    for (auto& w : words) argv.push_back(w.data());
-    testing::internal::CaptureStdout();
-    const int status = RunTervo(static_cast<int>(words.size()), argv.data());
-    testing::internal::GetCapturedStdout();
-    return status;
-}
-
 // A p-n homojunction of 2 µm and 1 µm, p on the left unless `nLeft`, with radiative recombination in
 // the bulk, and optionally a mid-gap interface defect at the junction.
 std::string Junction(bool interfaceDefect, bool nLeft = false) {
@@ -432,12 +406,12 @@ struct CellRun {
 };
 
 CellRun RunCell(const std::string& name, const std::string& definition, const std::string& action) {
-    Home home;
+    test::ProgramHome home;
     std::ofstream(home.path / (name + ".def")) << definition;
     std::ofstream(home.path / "dark.act") << action;
     ErrorMessageMode = 0;
-    EXPECT_EQ(RunMain({"--home", home.path.string(), (home.path / (name + ".def")).string(),
-                       (home.path / "dark.act").string()}),
+    EXPECT_EQ(test::RunProgram({"--home", home.path.string(), (home.path / (name + ".def")).string(),
+                                (home.path / "dark.act").string()}),
               0);
     CellRun r;
     const auto iv = ReadLines(home.path / "results" / (name + ".iv"));
