@@ -2,7 +2,6 @@
 // application, and what a run without a screen does with them (a script, or the main job).
 #include "app/command_line.h"
 
-#include <cctype>
 #include <filesystem>
 #include <iostream>
 #include <system_error>
@@ -20,7 +19,6 @@
 #include "run/control/startup.h"
 #include "run/control/work_point.h"
 #include "script/script_runner.h"
-#include "setup/generation.h"
 
 namespace tervo {
 

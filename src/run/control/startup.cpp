@@ -1,12 +1,10 @@
-// Start-up of the process: version banner, options and command line, the home folder and its tree,
-// file types and the completion of bare file names, status line and illumination labels.
+// Start-up of the run-time state: version banner, the home folder and its tree, file types and the
+// completion of bare file names, status line and illumination labels.
 #include "run/control/startup.h"
 
 #include <cctype>
 #include <filesystem>
-#include <iostream>
 #include <system_error>
-#include <vector>
 
 #include "cell/cell_records.h"
 #include "platform/files.h"
@@ -15,8 +13,6 @@
 #include "platform/text_util.h"
 #include "run/control/action_list.h"
 #include "run/control/driver.h"
-#include "run/control/problem.h"
-#include "run/control/work_point.h"
 #include "run/results/result_files.h"
 #include "setup/generation.h"
 #include "setup/parameter_sets.h"
@@ -40,6 +36,7 @@ bool IsBlank(char c) {
 bool IsLetterOrDigit(char c) {
     return std::isalnum(static_cast<unsigned char>(c)) != 0;
 }
+
 // A file that exists, is a file and holds at least one byte.
 bool IsNonEmptyFile(const std::string& path) {
     std::error_code ec;
@@ -48,7 +45,6 @@ bool IsNonEmptyFile(const std::string& path) {
     return GetFileSize(path, size) == 0 && size > 0;
 }
 
-// The program file of the running process; `argv0` when the system does not tell.
 } // namespace
 
 // ---------------------------------------------------------------------------------------------
