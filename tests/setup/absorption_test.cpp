@@ -3,8 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <filesystem>
-#include <fstream>
 #include <memory>
 #include <string>
 #include <utility>
@@ -12,12 +10,11 @@
 
 #include "platform/messages.h"
 #include "setup/absorption.h"
+#include "setup/data_file_fixture.h"
 #include "setup/spectrum.h"
 
 namespace tervo {
 namespace {
-
-namespace fs = std::filesystem;
 
 constexpr double kHc = 1239.977; // eV nm
 
@@ -100,24 +97,7 @@ struct Cell {
     }
 };
 
-class AbsorptionTest : public ::testing::Test {
-protected:
-    void SetUp() override {
-        dir = fs::path(TERVO_BINARY_DIR) / "absorption_test_files";
-        fs::create_directories(dir);
-        ClearReportedMessages();
-    }
-    std::string Write(const std::string& name, const std::string& text) {
-        std::ofstream(dir / name) << text;
-        return (dir / name).string();
-    }
-    static bool Reported(const std::string& phrase) {
-        for (const ReportedMessage& m : ReportedMessages())
-            if ((m.title + "\n" + m.text).find(phrase) != std::string::npos) return true;
-        return false;
-    }
-    fs::path dir;
-};
+using AbsorptionTest = test::DataFileTest;
 
 // ---------------------------------------------------------------------------------------------------
 // Alpha.
@@ -368,7 +348,7 @@ TEST_F(AbsorptionTest, GenerationFileIsPutOnTheMesh) {
     const std::string twice = Write("twice.gen", "0.5 1e27\n0.5 2e27\n1.0 1e27\n");
     EXPECT_EQ(bereken_generatie_uit_file(*cell.cv, *cell.gp, 0, twice, 100), 0);
     EXPECT_TRUE(Reported("The generationfile contains 2 equal x-positions!"));
-    EXPECT_EQ(bereken_generatie_uit_file(*cell.cv, *cell.gp, 0, (dir / "*.gen").string(), 100), 0);
+    EXPECT_EQ(bereken_generatie_uit_file(*cell.cv, *cell.gp, 0, dir / "*.gen", 100), 0);
     EXPECT_TRUE(Reported("Path with the generation file not yet defined."));
     std::string many;
     for (int i = 0; i <= MAX_GENERATION_POINTS; ++i) many += std::to_string(0.001 * i) + " 1e27\n";

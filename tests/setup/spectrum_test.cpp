@@ -3,43 +3,22 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <filesystem>
-#include <fstream>
 #include <numeric>
 #include <string>
 #include <vector>
 
 #include "platform/files.h"
 #include "platform/messages.h"
+#include "setup/data_file_fixture.h"
 #include "setup/generation.h"
 #include "setup/spectrum.h"
 
 namespace tervo {
 namespace {
 
-namespace fs = std::filesystem;
-
 const std::string kAM15 = std::string(TERVO_SOURCE_DIR) + "/home/spectrum/AM1_5G 1 sun.spe";
 
-class SpectrumTest : public ::testing::Test {
-protected:
-    void SetUp() override {
-        dir = fs::path(TERVO_BINARY_DIR) / "spectrum_test_files";
-        fs::create_directories(dir);
-        ClearReportedMessages();
-    }
-    std::string Write(const std::string& name, const std::string& text) {
-        const fs::path p = dir / name;
-        std::ofstream(p) << text;
-        return p.string();
-    }
-    static bool Reported(const std::string& phrase) {
-        for (const ReportedMessage& m : ReportedMessages())
-            if ((m.title + "\n" + m.text).find(phrase) != std::string::npos) return true;
-        return false;
-    }
-    fs::path dir;
-};
+using SpectrumTest = test::DataFileTest;
 
 // The spectrum of `light` in a record, as the driver prepares it.
 GenerationParameters Light(SpectrumSettings& light, int side = -1) {
@@ -133,13 +112,6 @@ TEST_F(SpectrumTest, CutoffPointsKeepTheIntegralAndThePowerWithinMatchesAHandSum
 }
 
 TEST_F(SpectrumTest, DataFilesSkipTextAndLimitThePoints) {
-    const std::string home = GetProjectDir();
-    SetProjectDir("/home/tervo");
-    EXPECT_EQ(MakeFullPath("flat.spe", DATAFILE_SPECTRUM), "/home/tervo/spectrum/flat.spe");
-    EXPECT_EQ(MakeFullPath("b.gen", DATAFILE_GENERATION), "/home/tervo/generation/b.gen");
-    EXPECT_EQ(MakeFullPath("/a/b.ftr", DATAFILE_FILTER), "/a/b.ftr");
-    SetProjectDir(home);
-
     const std::string file =
         Write("mixed.gen", "x G\n0.5 1e27\nnote 3 4\n1.5\t2e27 trailing\n7\n2.5e0 3e27\n");
     std::vector<double> x, y;
@@ -165,7 +137,7 @@ TEST_F(SpectrumTest, UnusableSpectrumFilesAreReportedAndGiveNoWavelengths) {
     SpectrumSettings light;
     light.dark = 0;
     std::vector<double> l, P;
-    light.spectrumFile = (dir / "missing.spe").string();
+    light.spectrumFile = dir / "missing.spe";
     EXPECT_EQ(bepaal_spectrum(light, l, P), 0);
     EXPECT_TRUE(Reported("Error occured during opening file: " + light.spectrumFile));
 
@@ -215,9 +187,7 @@ TEST_F(SpectrumTest, FiltersGiveTransmissionInFrontAndReflectionBehind) {
     right.filterFile = Write("t.ftr", "filter\n350 10\n550 30\n650 90\n");
     ASSERT_EQ(BerekenFilterSpectra(gp, in), 1);
     for (double v : gp.leftFilter) EXPECT_DOUBLE_EQ(v, 0.7);
-    EXPECT_NEAR(gp.rightFilter[0], 1 - 0.15, 1e-12);
-    EXPECT_NEAR(gp.rightFilter[1], 1 - 0.25, 1e-12);
-    EXPECT_NEAR(gp.rightFilter[2], 1 - 0.60, 1e-12);
+    for (size_t k = 0; k < 3; ++k) EXPECT_NEAR(gp.rightFilter[k], 1 - std::array{0.15, 0.25, 0.6}[k], 1e-12);
     EXPECT_TRUE(ReportedMessages().empty());
 
     // The front transmission scales the incoming flux.

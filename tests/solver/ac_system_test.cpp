@@ -80,7 +80,6 @@ TEST(SmallSignal, DepletionCapacitanceIsTheQuasiStaticChargeDerivative) {
         const Admittance y = Solve(cv, 1e4);
         const double C = y.im / omega_us;
         EXPECT_NEAR(C / dQdV, 1.0, 0.01) << "V = " << V << ": C = " << C << " F/m2, dQ/dV = " << dQdV;
-        RecordProperty("C_over_dQdV_at_" + std::to_string(V), std::to_string(C / dQdV));
         // The depletion approximation lies close by: eps / W with W from Vbi - V - 2kT.
         const double Vbi = kT * std::log(Na * Nd / m.ni2());
         const double W = std::sqrt(2 * m.eps * eps0 * (Vbi - V - 2 * kT) / (q * Na));
@@ -90,7 +89,7 @@ TEST(SmallSignal, DepletionCapacitanceIsTheQuasiStaticChargeDerivative) {
 }
 
 // Conductance at 1 Hz against the slope of the steady I-V curve at the same bias.
-void ExpectConductanceIsSlope(CalculationVariables& cv, double V, const std::string& label) {
+void ExpectConductanceIsSlope(CalculationVariables& cv, double V) {
     WalkTo(cv, V - 0.002);
     const double J1 = Current(cv);
     WalkTo(cv, V + 0.002);
@@ -99,7 +98,6 @@ void ExpectConductanceIsSlope(CalculationVariables& cv, double V, const std::str
     const double slope = (J2 - J1) / 0.004;
     const Admittance y = Solve(cv, 1.0);
     EXPECT_NEAR(y.re / slope, 1.0, 0.01) << "V = " << V << ": G = " << y.re << " S/m2, dJ/dV = " << slope;
-    ::testing::Test::RecordProperty("G_over_dJdV_" + label, std::to_string(y.re / slope));
     // The total current is the same at every point of the mesh.
     for (int i = 0; i < cv.mesh.n_points; ++i)
         ASSERT_NEAR(del_j_tot_re[At(i)] / (y.re * amplitude * kT), 1.0, 0.02) << "point " << i;
@@ -115,12 +113,12 @@ TEST(SmallSignal, LowFrequencyConductanceIsTheSlopeOfTheIVCurveInTheDarkAndUnder
     CalculationVariables& cv = *d->cv;
     equilibrium(cv);
     ASSERT_EQ(onder_belichting(cv), 0);
-    ExpectConductanceIsSlope(cv, 0.45, "dark");
+    ExpectConductanceIsSlope(cv, 0.45);
 
     const double G = 1e27; // /m^3 s, uniform
     d->Illuminate(G, 0);
     ASSERT_EQ(onder_belichting(cv), 0);
-    ExpectConductanceIsSlope(cv, 0.45, "light");
+    ExpectConductanceIsSlope(cv, 0.45);
 }
 
 // A p+/n junction with a deep acceptor level in the n side, Ec - 0.35 eV.
@@ -172,8 +170,6 @@ TEST(SmallSignal, ADeepLevelAddsCapacitanceAtLowFrequencyAndStopsFollowingAboveI
     const double ratio = 2 * M_PI * fHalf / (2 * e_n);
     EXPECT_GT(ratio, 0.5) << "omega at the step " << 2 * M_PI * fHalf << " /s, e_n " << e_n << " /s";
     EXPECT_LT(ratio, 2.0) << "omega at the step " << 2 * M_PI * fHalf << " /s, e_n " << e_n << " /s";
-    RecordProperty("step_omega_over_2en", std::to_string(ratio));
-    RecordProperty("C_low_over_high", std::to_string(Clow / Chigh));
 }
 
 TEST(SmallSignal, TrapResponseIsTheSteadyDerivativeAtZeroFrequencyAndVanishesAtHighFrequency) {
