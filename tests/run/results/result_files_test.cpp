@@ -149,8 +149,8 @@ TEST_F(ResultFiles, IvFileHasTheHeaderColumnsRowsAndSolarCellParametersInItsLayo
     EXPECT_EQ(::testing::internal::GetCapturedStdout(), expected);
 }
 
-TEST_F(ResultFiles, EachSimulationWithCurrentsGetsItsOwnFullBlockInListOrder) {
-    FillCurve(Simulation(1), 2, 2);
+TEST_F(ResultFiles, EachSimulationWithCurrentsGetsAFullBlockInListOrderAndUnreachedRowsFollowTheMode) {
+    FillCurve(Simulation(1), 10, 3);
     DataListElement& qeOnly = Simulation(2);
     qeOnly.actie.IV.calculate = 0;
     qeOnly.actie.QE.calculate = 1;
@@ -158,26 +158,6 @@ TEST_F(ResultFiles, EachSimulationWithCurrentsGetsItsOwnFullBlockInListOrder) {
     cvOnly.actie.IV.calculate = 0;
     cvOnly.actie.CV.calculate = 1; // C-V points carry currents
     FillCurve(cvOnly, 3, 3);
-
-    const std::vector<std::string> lines = Lines(IvFile());
-    std::vector<size_t> banners;
-    for (size_t i = 0; i < lines.size(); ++i)
-        if (lines[i] == "TERVO test banner") banners.push_back(i);
-    ASSERT_EQ(banners.size(), 2u);
-    // Each header is whole (16 lines), with the column line and a blank behind it; two rows and two
-    // blank lines, then the next block with three rows.
-    const size_t columnLine = 16, firstRow = 18;
-    for (size_t k : {0u, 1u}) {
-        EXPECT_EQ(lines[banners[k] + 2], "Single shot simulation #\t" + std::to_string(2 * k + 1));
-        EXPECT_EQ(lines[banners[k] + columnLine].substr(0, 8), "    v(V)");
-    }
-    EXPECT_EQ(banners[1] - banners[0], firstRow + 2 + 2);
-    EXPECT_EQ(lines.size() - banners[1], firstRow + 3 + 2);
-    EXPECT_EQ(lines[banners[1] + firstRow + 2].substr(0, 11), "   0.200000");
-}
-
-TEST_F(ResultFiles, RowsThatACutCurveDidNotReachFollowTheActionListMode) {
-    FillCurve(Simulation(1), 10, 3);
     struct Case {
         int mode;
         size_t filler;
@@ -189,11 +169,18 @@ TEST_F(ResultFiles, RowsThatACutCurveDidNotReachFollowTheActionListMode) {
         SCOPED_TRACE(c.mode);
         ActionListMode = c.mode;
         const std::vector<std::string> lines = Lines(IvFile());
-        const size_t firstRow = 18;
-        ASSERT_EQ(lines.size(), firstRow + 3 + c.filler + 2);
-        EXPECT_EQ(lines[firstRow + 2].substr(0, 11), "   0.200000");
+        // Each header is whole (16 lines), with the column line and a blank behind it; the rows that
+        // were reached, those that were not as the mode has it, and two blank lines.
+        const size_t columnLine = 16, firstRow = 18, second = firstRow + 3 + c.filler + 2;
+        ASSERT_EQ(lines.size(), second + firstRow + 3 + 2);
+        for (size_t k : {size_t{0}, second}) {
+            EXPECT_EQ(lines[k], "TERVO test banner");
+            EXPECT_EQ(lines[k + 2], "Single shot simulation #\t" + std::string(k ? "3" : "1"));
+            EXPECT_EQ(lines[k + columnLine].substr(0, 8), "    v(V)");
+            EXPECT_EQ(lines[k + firstRow + 2].substr(0, 11), "   0.200000");
+        }
+        EXPECT_EQ(lines[second - 2] + lines[second - 1] + lines[lines.size() - 2] + lines.back(), "");
         for (size_t i = 0; i < c.filler; ++i) EXPECT_EQ(lines[firstRow + 3 + i], c.row);
-        EXPECT_EQ(lines[lines.size() - 2] + lines[lines.size() - 1], "");
     }
 }
 
@@ -243,30 +230,23 @@ TEST_F(ResultFiles, QeFileHasOneBlockPerQeSimulationWithThreeColumnsAndThreeBlan
     e.qe_as = {400, 826.5, 0};
     e.qe = {99.5, 1.25e-3, 0};
     e.hv_as = {3.1, 1.5, 0};
-    ActionListMode = ACTIONLIST_FILLZEROS;
-    EXPECT_EQ(SaveResultFile(RESULT_QE, dir / "saved"), 0);
-    EXPECT_EQ(ReadAll(dir / "saved.qe"),
-              Head("QE", 2, "    0.2500") +
-                  "\n\n  lambda(nm)\t      QE(%)\tphoton energy (eV)\n\n"
-                  "   400.000000\t   9.950000e+01\t    3.100000\n"
-                  "   826.500000\t   1.250000e-03\t    1.500000\n0.0\t0.0\t0.0\n\n\n\n");
-
-    // A second QE simulation follows in list order; truncation leaves the unreached row out.
-    ActionListMode = ACTIONLIST_TRUNCATE;
+    // A second QE simulation follows in list order.
     DataListElement& f = Simulation(3);
     f.actie = e.actie;
     f.qe_as = e.qe_as;
     f.qe = e.qe;
     f.hv_as = e.hv_as;
+    ActionListMode = ACTIONLIST_FILLZEROS;
+    EXPECT_EQ(SaveResultFile(RESULT_QE, dir / "saved"), 0);
+    const std::string rows =
+        "\n\n  lambda(nm)\t      QE(%)\tphoton energy (eV)\n\n   400.000000\t   9.950000e+01\t    3.100000\n"
+        "   826.500000\t   1.250000e-03\t    1.500000\n0.0\t0.0\t0.0\n\n\n\n";
+    EXPECT_EQ(ReadAll(dir / "saved.qe"),
+              Head("QE", 2, "    0.2500") + rows + Head("QE", 3, "    0.2500") + rows);
+    // The screen gets the same text.
     ::testing::internal::CaptureStdout();
     EXPECT_EQ(qe_naar_file(OUTPUT_TO_SCREEN, nullptr), 0);
-    const std::vector<std::string> lines = Lines(::testing::internal::GetCapturedStdout());
-    const size_t block = 16 + 2 + 2 + 3;
-    ASSERT_EQ(lines.size(), 2 * block);
-    EXPECT_EQ(lines[2], "Single shot simulation #\t2");
-    EXPECT_EQ(lines[block + 2], "Single shot simulation #\t3");
-    EXPECT_EQ(lines[block + 19], "   826.500000\t   1.250000e-03\t    1.500000");
-    EXPECT_EQ(lines[block + 20], "");
+    EXPECT_EQ(::testing::internal::GetCapturedStdout(), ReadAll(dir / "saved.qe"));
 }
 
 // The illumination part of a header: the lines between the blank after "last saved" and the blank
