@@ -98,7 +98,7 @@ TEST(MainJob, EveryPhotonAboveTheGapOfACollectingCellIsTheShortCircuitCurrentThi
         EXPECT_NE(out.find("collect: Voc = "), std::string::npos) << out;
         EXPECT_NE(out.find(", Jsc = "), std::string::npos) << out;
         const std::string iv = Slurp(home.path / "results/collect.iv");
-        EXPECT_EQ(iv.rfind("TERVO 3.2.01 ORVALD-LAB: Version tervo, dated ", 0), 0u);
+        EXPECT_EQ(iv.rfind(VERSION + "\n", 0), 0u);
         EXPECT_NE(iv.find("\nSimulation of I-V curves\nSingle shot simulation #\t"), std::string::npos);
         EXPECT_NE(iv.find("\nsolar cell parameters deduced from calculated IV-curve:\nVoc =\t"),
                   std::string::npos);

@@ -132,14 +132,14 @@ TEST_F(ScriptCommands, LinesAreCutAfter119CharactersAndTheRestIsNotALine) {
 
 TEST_F(ScriptCommands, ActionKeywordsAndTheSettingsThatFollow) {
     theScript.svalue[0] = 0.45;
-    ASSERT_EQ(Run("action workingpoint.temperature 0\naction workingpoint.voltage xvalue\n"
-                  "action initialwp.kT 0.02158333\naction workingpoint.numberofpoints 7\n"
-                  "action iv.doiv\naction cv.cv 1\naction iv.points 11\n"
-                  "action iv.increment 0.25\naction iv.startV -0.5\n"
-                  "action cf.totalpoints 31\n"
-                  "action light\naction intensity.T 50\naction spectrumcutoff.on\n"
-                  "action spectrumcutoff.shortlambda 900\naction spectrumcutoff.longlambda 500\n"),
-              0);
+    ASSERT_EQ(
+        Run("action workingpoint.temperature 0\naction workingpoint.voltage xvalue\naction initialwp.kT "
+            "0.02158333\n"
+            "action workingpoint.numberofpoints 7\naction iv.doiv\naction cv.cv 1\naction iv.points 11\n"
+            "action iv.increment 0.25\naction iv.startV -0.5\naction cf.totalpoints 31\naction light\n"
+            "action intensity.T 50\naction spectrumcutoff.on\naction spectrumcutoff.shortlambda 900\n"
+            "action spectrumcutoff.longlambda 500\n"),
+        0);
     EXPECT_TRUE(ReportedMessages().empty()) << AllMessages();
     EXPECT_EQ(actionPanel.first.temperature, 0); // 0 is not negative
     EXPECT_EQ(actionPanel.first.voltage, 0.45);
@@ -152,8 +152,7 @@ TEST_F(ScriptCommands, ActionKeywordsAndTheSettingsThatFollow) {
     EXPECT_NEAR(actionPanel.Cf.increment, 7.5, 1e-12); // 31 points over 100 Hz .. 1 MHz
     EXPECT_NEAR(actionPanel.first.ND, -std::log10(0.5), 1e-12);
     // Short above long: swapped.  The powers follow from the standard spectrum.
-    EXPECT_EQ(wp.lambda_short, 500);
-    EXPECT_EQ(wp.lambda_long, 900);
+    EXPECT_EQ(std::pair(wp.lambda_short, wp.lambda_long), std::pair(500.0, 900.0));
     EXPECT_NEAR(wp.power_spectrum, 1000.37, 0.01);
     EXPECT_GT(wp.power_cutoff, 0.1 * wp.power_spectrum);
     EXPECT_LT(wp.power_cutoff, 0.6 * wp.power_spectrum);
