@@ -3,10 +3,8 @@
 #pragma once
 
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <filesystem>
-#include <fstream>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -19,10 +17,12 @@
 #include "run/control/work_point.h"
 #include "run/results/result_list.h"
 #include "script/script_runner.h"
+#include "support/temp_folder.h"
 
 namespace tervo::testing {
 
 namespace fs = std::filesystem;
+using test::WriteFile;
 
 inline std::vector<std::string> Lines(const std::string& text) {
     std::vector<std::string> lines;
@@ -31,12 +31,18 @@ inline std::vector<std::string> Lines(const std::string& text) {
     return lines;
 }
 
+inline std::string Read(const std::string& path) {
+    std::stringstream s;
+    s << std::ifstream(path).rdbuf();
+    return s.str();
+}
+
 class ScriptHome : public ::testing::Test {
 protected:
-    fs::path home = fs::temp_directory_path() / ("tervo_script_" + std::to_string(::getpid()));
+    test::TempFolder tmp;
+    fs::path home = tmp.path / "home";
 
     void SetUp() override {
-        fs::remove_all(home);
         ASSERT_GE(SetTERVOHome(home.string()), 0);
         fs::copy_file(fs::path(TERVO_SOURCE_DIR) / "home/spectrum/AM1_5G 1 sun.spe",
                       home / "spectrum/AM1_5G 1 sun.spe");
@@ -49,21 +55,14 @@ protected:
         InitialiseWorkPoint(secondwp);
         AllFilesFound = 1;
     }
-    void TearDown() override { fs::remove_all(home); }
 
     std::string In(const std::string& folder, const std::string& name) const {
         return (home / folder / name).string();
     }
-    static void Write(const std::string& path, const std::string& text) { std::ofstream(path) << text; }
-    static std::string Read(const std::string& path) {
-        std::stringstream s;
-        s << std::ifstream(path).rdbuf();
-        return s.str();
-    }
 
     // Writes `text` as a script into the script folder and runs it by its bare name; 0 when it ran.
     int Run(const std::string& text, const std::string& name = "test.script") const {
-        Write(In("script", name), text);
+        WriteFile(In("script", name), text);
         return RunScriptFile(name, 1);
     }
 

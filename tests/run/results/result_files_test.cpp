@@ -1,26 +1,16 @@
-// The I-V result file and the header of result files, line by line, for simulations filled by hand.
+// The I-V and QE result files and the header of result files, line by line, for simulations filled by
+// hand.
 #include "run/results/result_files.h"
-
-#include <gtest/gtest.h>
-
-#include <unistd.h>
 
 #include <chrono>
 #include <ctime>
-#include <filesystem>
-#include <fstream>
-#include <sstream>
 
-#include "cell/cell_records.h"
 #include "platform/files.h"
-#include "platform/messages.h"
 #include "run/control/startup.h"
-#include "run/results/extraction.h"
+#include "solved_cells.h"
 
-namespace tervo {
+namespace tervo::results_test {
 namespace {
-
-namespace fs = std::filesystem;
 
 std::vector<std::string> Lines(const std::string& text) {
     std::vector<std::string> lines;
@@ -29,60 +19,57 @@ std::vector<std::string> Lines(const std::string& text) {
     return lines;
 }
 
-std::string ReadAll(const fs::path& path) {
-    std::ifstream in(path, std::ios::binary);
+std::string ReadAll(const std::string& path) {
     std::ostringstream s;
-    s << in.rdbuf();
+    s << std::ifstream(path, std::ios::binary).rdbuf();
     return s.str();
 }
 
 // A file whose last change is set to a known local date and time.
-fs::path StampedFile(const fs::path& path, int day, int month, int year, int h, int m, int s) {
-    std::ofstream(path) << "x\n";
+std::string StampedFile(const std::string& path, int day, int month, int year, int h, int m, int s) {
+    test::WriteFile(path, "x\n");
     std::tm tm{};
     tm.tm_year = year - 1900, tm.tm_mon = month - 1, tm.tm_mday = day;
     tm.tm_hour = h, tm.tm_min = m, tm.tm_sec = s, tm.tm_isdst = -1;
-    const auto sys = std::chrono::system_clock::from_time_t(std::mktime(&tm));
-    fs::last_write_time(path, std::chrono::file_clock::from_sys(sys));
+    fs::last_write_time(
+        path, std::chrono::file_clock::from_sys(std::chrono::system_clock::from_time_t(std::mktime(&tm))));
     return path;
 }
 
-class ResultFiles : public ::testing::Test {
+class ResultFiles : public ResultsTest {
 protected:
-    fs::path dir = fs::temp_directory_path() / ("tervo_result_files_" + std::to_string(::getpid()));
     std::string savedVersion = VERSION;
-    CellDefinition savedCell = zonnecel;
-    WorkPoint savedWp = wp;
-    Actie savedActie = actie;
-
     void SetUp() override {
-        fs::create_directories(dir);
+        ResultsTest::SetUp();
         VERSION = "TERVO test banner";
-        zonnecel.signV = zonnecel.signJ = 1;
         ActionListMode = ACTIONLIST_TRUNCATE;
-        wis_alles();
-        ClearReportedMessages();
     }
     void TearDown() override {
-        wis_alles();
+        ResultsTest::TearDown();
         VERSION = savedVersion;
-        zonnecel = savedCell;
-        wp = savedWp;
-        actie = savedActie;
         ActionListMode = ACTIONLIST_TRUNCATE;
-        fs::remove_all(dir);
     }
 
     // A dark single shot whose definition file was last saved on 1 February 2024 at 10:05:07.
     DataListElement& Simulation(int number) {
         WorkPoint w;
-        w.definitionFile = StampedFile(dir / "cell.def", 1, 2, 2024, 10, 5, 7).string();
+        w.definitionFile = StampedFile(dir / "cell.def", 1, 2, 2024, 10, 5, 7);
         w.voltage = 0.25; // dark, 300 K, 1 MHz
         Actie a;
         a.IV.calculate = 1;
         DataListElement& e = AppendDataListElement(number, a, w);
         e.started = "3-4-2025 at 9:05:07";
         return e;
+    }
+    // The header of such a simulation up to the working point's frequency.
+    std::string Head(const std::string& kind, int number, const std::string& volts) {
+        return "TERVO test banner\nSimulation of " + kind + " curves\nSingle shot simulation #\t" +
+               std::to_string(number) +
+               "\nCalculation started : \t3-4-2025 at 9:05:07\n\nproblem definition file :\t" +
+               (dir / "cell.def") +
+               "\nlast saved: \t01-02-2024 at 10:05:07\n\nCalculation in dark\n\nWorking point conditions\n"
+               "Temperature\t  300.00\tK\nWorkpoint bias voltage\t" +
+               volts + "\tVolt\nFrequency\t  1.0000e+06\tHz\n";
     }
 
     // An I-V curve of `points` points of which `done` were reached: v = 0.1 i, J = -10 + i.
@@ -92,18 +79,17 @@ protected:
         for (auto* c : {&e.iv_as, &e.ivcurrent, &e.rec_v_as, &e.ivleftcontact, &e.ivrightcontact, &e.ivifr,
                         &e.ivbulk, &e.recSRH, &e.recRadiative, &e.recAuger})
             c->assign(static_cast<size_t>(points), 0.0);
-        for (int i = 0; i < done; ++i) {
-            e.iv_as[static_cast<size_t>(i)] = 0.1 * i;
-            e.ivcurrent[static_cast<size_t>(i)] = -10.0 + i;
+        for (size_t i = 0; i < static_cast<size_t>(done); ++i) {
+            e.iv_as[i] = 0.1 * static_cast<double>(i);
+            e.ivcurrent[i] = -10.0 + static_cast<double>(i);
         }
     }
 
     std::string IvFile() {
-        const fs::path path = dir / "out.iv";
-        TextFile f = OpenFile(path.string(), FileMode::Write);
+        TextFile f = OpenFile(dir / "out.iv", FileMode::Write);
         EXPECT_EQ(iv_naar_file(OUTPUT_TO_OPEN_FILE, &f), 0);
         CloseFile(f);
-        return ReadAll(path);
+        return ReadAll(dir / "out.iv");
     }
 
     std::vector<std::string> Header(const DataListElement* e, int fromWorkpoint = 0) {
@@ -120,7 +106,7 @@ TEST_F(ResultFiles, IvFileHasTheHeaderColumnsRowsAndSolarCellParametersInItsLayo
     e.wp.currentReference = 1;
     zonnecel.signV = -1; // the header shows the working point in the user's convention
     e.actie.IV.points = e.actie.IV.done = 3;
-    e.iv_as = {-0.1, 0.2, 0.55};
+    e.iv_as = e.rec_v_as = {-0.1, 0.2, 0.55};
     e.ivcurrent = {-12.5, -11.0, 0.75};
     e.ivbulk = {10, 20, 30}; // A/m2, written in mA/cm2
     e.ivifr = {2, 0, 0};
@@ -129,70 +115,42 @@ TEST_F(ResultFiles, IvFileHasTheHeaderColumnsRowsAndSolarCellParametersInItsLayo
     e.recSRH = {4, 0, 0};
     e.recRadiative = {6, 0, 0};
     e.recAuger = {0, 0, 0};
-    e.rec_v_as = e.iv_as;
     SolarCellParameters& s = e.parameters;
     s.Voc = 0.6123456789;
-    s.VocValid = s.VocExtrapolated = 1;
+    s.VocValid = s.VocExtrapolated = s.JscValid = s.FFValid = s.etaValid = 1;
     s.Jsc = 31.25;
-    s.JscValid = 1;
     s.FF = 80.5;
-    s.FFValid = 1;
     s.eta = 15.25;
-    s.etaValid = 1;
     s.V_MPP = 0.5;
     s.J_MPP = 30.5;
 
     const std::string expected =
-        "TERVO test banner\n"
-        "Simulation of I-V curves\n"
-        "Single shot simulation #\t1\n"
-        "Calculation started : \t3-4-2025 at 9:05:07\n"
-        "\n"
-        "problem definition file :\t" +
-        (dir / "cell.def").string() +
-        "\n"
-        "last saved: \t01-02-2024 at 10:05:07\n"
-        "\n"
-        "Calculation in dark\n"
-        "\n"
-        "Working point conditions\n"
-        "Temperature\t  300.00\tK\n"
-        "Workpoint bias voltage\t   -0.2500\tVolt\n"
-        "Frequency\t  1.0000e+06\tHz\n"
-        "\n"
-        "Voltage reference convention: voltage referred to right contact, voltage V applied to left contact\n"
+        Head("I-V", 1, "   -0.2500") +
+        "\nVoltage reference convention: voltage referred to right contact, voltage V applied to left "
+        "contact\n"
         "Current reference convention: current positive when entering the left contact\n"
-        "Power generated by the cell: = -V*I; power consumed by the cell = +V*I\n"
-        "\n"
+        "Power generated by the cell: = -V*I; power consumed by the cell = +V*I\n\n"
         "    v(V)\tjtot(mA/cm2)\t   jbulk(mA/cm2)\tjifr(mA/cm2)\tjminor_left(mA/cm2)\tjminor_right(mA/cm2)\t"
-        "j_SRH(mA/cm2)\tj_Radiative(mA/cm2)\tj_Auger(mA/cm2)\n"
-        "\n"
+        "j_SRH(mA/cm2)\tj_Radiative(mA/cm2)\tj_Auger(mA/cm2)\n\n"
         "  -0.100000\t   -1.25000000e+01\t        1.00000000e+00\t    2.00000000e-01\t   -1.00000000e-03\t"
         "    0.00000000e+00\t    4.00000000e-01\t    6.00000000e-01\t    0.00000000e+00\n"
         "   0.200000\t   -1.10000000e+01\t        2.00000000e+00\t    0.00000000e+00\t    0.00000000e+00\t"
         "    0.00000000e+00\t    0.00000000e+00\t    0.00000000e+00\t    0.00000000e+00\n"
         "   0.550000\t    7.50000000e-01\t        3.00000000e+00\t    0.00000000e+00\t    0.00000000e+00\t"
-        "    5.00000000e-04\t    0.00000000e+00\t    0.00000000e+00\t    0.00000000e+00\n"
-        "\n"
-        "solar cell parameters deduced from calculated IV-curve:\n"
-        "Voc =\t    0.612346\tVolt\textrapolated\n"
-        "Jsc =\t   31.25000000\tmA/cm2\n"
-        "FF =\t   80.5000\t%\n"
-        "eta =\t   15.2500\t%\n"
-        "V_MPP =\t    0.500000\tVolt\n"
-        "J_MPP =\t   30.50000000\tmA/cm2\n"
-        "\n"
-        "\n";
+        "    5.00000000e-04\t    0.00000000e+00\t    0.00000000e+00\t    0.00000000e+00\n\n"
+        "solar cell parameters deduced from calculated IV-curve:\nVoc =\t    0.612346\tVolt\textrapolated\n"
+        "Jsc =\t   31.25000000\tmA/cm2\nFF =\t   80.5000\t%\neta =\t   15.2500\t%\nV_MPP =\t    "
+        "0.500000\tVolt\n"
+        "J_MPP =\t   30.50000000\tmA/cm2\n\n\n";
     EXPECT_EQ(IvFile(), expected);
-
     // The screen gets the same text.
     ::testing::internal::CaptureStdout();
     EXPECT_EQ(iv_naar_file(OUTPUT_TO_SCREEN, nullptr), 0);
     EXPECT_EQ(::testing::internal::GetCapturedStdout(), expected);
 }
 
-TEST_F(ResultFiles, EachSimulationWithCurrentsGetsItsOwnFullBlockInListOrder) {
-    FillCurve(Simulation(1), 2, 2);
+TEST_F(ResultFiles, EachSimulationWithCurrentsGetsAFullBlockInListOrderAndUnreachedRowsFollowTheMode) {
+    FillCurve(Simulation(1), 10, 3);
     DataListElement& qeOnly = Simulation(2);
     qeOnly.actie.IV.calculate = 0;
     qeOnly.actie.QE.calculate = 1;
@@ -200,49 +158,34 @@ TEST_F(ResultFiles, EachSimulationWithCurrentsGetsItsOwnFullBlockInListOrder) {
     cvOnly.actie.IV.calculate = 0;
     cvOnly.actie.CV.calculate = 1; // C-V points carry currents
     FillCurve(cvOnly, 3, 3);
-
-    const std::vector<std::string> lines = Lines(IvFile());
-    std::vector<size_t> banners;
-    for (size_t i = 0; i < lines.size(); ++i)
-        if (lines[i] == "TERVO test banner") banners.push_back(i);
-    ASSERT_EQ(banners.size(), 2u);
-    EXPECT_EQ(lines[banners[0] + 2], "Single shot simulation #\t1");
-    EXPECT_EQ(lines[banners[1] + 2], "Single shot simulation #\t3");
-    // Each header is whole (16 lines), with the column line and a blank behind it.
-    const size_t columnLine = 16, firstRow = 18;
-    EXPECT_EQ(lines[banners[0] + columnLine].substr(0, 8), "    v(V)");
-    EXPECT_EQ(lines[banners[1] + columnLine].substr(0, 8), "    v(V)");
-    // Two rows and two blank lines, then the next block with three rows.
-    EXPECT_EQ(banners[1] - banners[0], firstRow + 2 + 2);
-    EXPECT_EQ(lines.size() - banners[1], firstRow + 3 + 2);
-    EXPECT_EQ(lines[banners[1] + firstRow + 2].substr(0, 11), "   0.200000");
-}
-
-TEST_F(ResultFiles, RowsThatACutCurveDidNotReachFollowTheActionListMode) {
-    FillCurve(Simulation(1), 10, 3);
     struct Case {
         int mode;
         size_t filler;
         std::string row;
     };
-    const std::string zeros = "0.0\t0.0\t0.0\t0.0\t0.0\t0.0\t0.0\t0.0\t0.0";
-    const std::string blanks = " \t \t \t \t \t \t \t \t ";
-    for (const Case& c : {Case{ACTIONLIST_TRUNCATE, 0, ""}, Case{ACTIONLIST_FILLZEROS, 7, zeros},
-                          Case{ACTIONLIST_FILLWHITE, 7, blanks}}) {
+    for (const Case& c : {Case{ACTIONLIST_TRUNCATE, 0, ""},
+                          Case{ACTIONLIST_FILLZEROS, 7, "0.0\t0.0\t0.0\t0.0\t0.0\t0.0\t0.0\t0.0\t0.0"},
+                          Case{ACTIONLIST_FILLWHITE, 7, " \t \t \t \t \t \t \t \t "}}) {
+        SCOPED_TRACE(c.mode);
         ActionListMode = c.mode;
         const std::vector<std::string> lines = Lines(IvFile());
-        const size_t firstRow = 18;
-        ASSERT_EQ(lines.size(), firstRow + 3 + c.filler + 2) << "mode " << c.mode;
-        EXPECT_EQ(lines[firstRow + 2].substr(0, 11), "   0.200000");
-        for (size_t i = 0; i < c.filler; ++i) EXPECT_EQ(lines[firstRow + 3 + i], c.row) << "mode " << c.mode;
-        EXPECT_EQ(lines[lines.size() - 1], "");
-        EXPECT_EQ(lines[lines.size() - 2], "");
+        // Each header is whole (16 lines), with the column line and a blank behind it; the rows that
+        // were reached, those that were not as the mode has it, and two blank lines.
+        const size_t columnLine = 16, firstRow = 18, second = firstRow + 3 + c.filler + 2;
+        ASSERT_EQ(lines.size(), second + firstRow + 3 + 2);
+        for (size_t k : {size_t{0}, second}) {
+            EXPECT_EQ(lines[k], "TERVO test banner");
+            EXPECT_EQ(lines[k + 2], "Single shot simulation #\t" + std::string(k ? "3" : "1"));
+            EXPECT_EQ(lines[k + columnLine].substr(0, 8), "    v(V)");
+            EXPECT_EQ(lines[k + firstRow + 2].substr(0, 11), "   0.200000");
+        }
+        EXPECT_EQ(lines[second - 2] + lines[second - 1] + lines[lines.size() - 2] + lines.back(), "");
+        for (size_t i = 0; i < c.filler; ++i) EXPECT_EQ(lines[firstRow + 3 + i], c.row);
     }
 }
 
 TEST_F(ResultFiles, EmptyListsAndMissingStatesAreReportedAndWriteNothing) {
-    const fs::path path = dir / "empty.iv";
-    TextFile f = OpenFile(path.string(), FileMode::Write);
+    TextFile f = OpenFile(dir / "empty.iv", FileMode::Write);
     EXPECT_EQ(iv_naar_file(OUTPUT_TO_OPEN_FILE, &f), -1);
     Simulation(1).actie.IV.calculate = 0; // a list without I-V or C-V curves has nothing either
     EXPECT_EQ(iv_naar_file(OUTPUT_TO_OPEN_FILE, &f), -1);
@@ -252,34 +195,31 @@ TEST_F(ResultFiles, EmptyListsAndMissingStatesAreReportedAndWriteNothing) {
     EXPECT_EQ(ComposeOutputHeader(text, nullptr, HEADER_IV, 1, 0), -1);
     EXPECT_EQ(text, "kept");
     CloseFile(f);
-    EXPECT_EQ(ReadAll(path), "");
-    const auto& m = ReportedMessages();
-    ASSERT_EQ(m.size(), 4u);
-    for (size_t i : {0u, 1u}) {
-        EXPECT_EQ(m[i].title, "Function Save or Show");
-        EXPECT_EQ(m[i].text, "No IV-calculation is made yet: nothing to save or to show !");
-    }
-    EXPECT_EQ(m[2].title, "Function Save or Show Energy Bands");
-    EXPECT_EQ(m[2].text, "No calculation is made yet: nothing to save or to show !");
-    EXPECT_EQ(m[3].title, "Function WriteOutputHeader():");
-    EXPECT_EQ(m[3].text, "No simulation list was found!");
-}
+    EXPECT_EQ(ReadAll(dir / "empty.iv"), "");
+    std::string all;
+    for (const auto& m : ReportedMessages()) all += m.title + "|" + m.text + "\n";
+    const std::string iv =
+        "Function Save or Show|No IV-calculation is made yet: nothing to save or to show !\n";
+    EXPECT_EQ(
+        all,
+        iv + iv +
+            "Function Save or Show Energy Bands|No calculation is made yet: nothing to save or to show !\n"
+            "Function WriteOutputHeader():|No simulation list was found!\n");
 
-TEST_F(ResultFiles, SavingToAPathAddsTheExtensionAndWritesTheFile) {
-    FillCurve(Simulation(1), 2, 2);
-    EXPECT_EQ(SaveResultFile(RESULT_IV, (dir / "saved").string()), 0);
-    const std::vector<std::string> lines = Lines(ReadAll(dir / "saved.iv"));
-    ASSERT_FALSE(lines.empty());
-    EXPECT_EQ(lines[0], "TERVO test banner");
-    EXPECT_EQ(SaveResultFile(RESULT_IV, (dir / "no such folder" / "x.iv").string()), -1);
+    // Saving to a path adds the extension; a path that cannot be written is reported.
+    ClearReportedMessages();
+    FillCurve(Simulation(2), 2, 2);
+    EXPECT_EQ(SaveResultFile(RESULT_IV, dir / "saved"), 0);
+    EXPECT_EQ(Lines(ReadAll(dir / "saved.iv")).at(0), "TERVO test banner");
+    EXPECT_EQ(SaveResultFile(RESULT_IV, dir / "no such folder/x.iv"), -1);
     EXPECT_EQ(ReportedMessages().size(), 1u);
 }
 
 TEST_F(ResultFiles, QeFileHasOneBlockPerQeSimulationWithThreeColumnsAndThreeBlankLines) {
     EXPECT_EQ(qe_naar_file(OUTPUT_TO_SCREEN, nullptr), -1);
     ASSERT_EQ(ReportedMessages().size(), 1u);
-    EXPECT_EQ(ReportedMessages()[0].title, "Function Save or Show");
-    EXPECT_EQ(ReportedMessages()[0].text, "No QE calculation is made yet: nothing to save or to show !");
+    EXPECT_EQ(ReportedMessages()[0].title + "|" + ReportedMessages()[0].text,
+              "Function Save or Show|No QE calculation is made yet: nothing to save or to show !");
 
     FillCurve(Simulation(1), 2, 2); // an I-V simulation has no block here
     DataListElement& e = Simulation(2);
@@ -290,84 +230,53 @@ TEST_F(ResultFiles, QeFileHasOneBlockPerQeSimulationWithThreeColumnsAndThreeBlan
     e.qe_as = {400, 826.5, 0};
     e.qe = {99.5, 1.25e-3, 0};
     e.hv_as = {3.1, 1.5, 0};
-    ActionListMode = ACTIONLIST_FILLZEROS;
-    const std::string expected = "TERVO test banner\n"
-                                 "Simulation of QE curves\n"
-                                 "Single shot simulation #\t2\n"
-                                 "Calculation started : \t3-4-2025 at 9:05:07\n"
-                                 "\n"
-                                 "problem definition file :\t" +
-                                 (dir / "cell.def").string() +
-                                 "\n"
-                                 "last saved: \t01-02-2024 at 10:05:07\n"
-                                 "\n"
-                                 "Calculation in dark\n"
-                                 "\n"
-                                 "Working point conditions\n"
-                                 "Temperature\t  300.00\tK\n"
-                                 "Workpoint bias voltage\t    0.2500\tVolt\n"
-                                 "Frequency\t  1.0000e+06\tHz\n"
-                                 "\n"
-                                 "\n"
-                                 "  lambda(nm)\t      QE(%)\tphoton energy (eV)\n"
-                                 "\n"
-                                 "   400.000000\t   9.950000e+01\t    3.100000\n"
-                                 "   826.500000\t   1.250000e-03\t    1.500000\n"
-                                 "0.0\t0.0\t0.0\n"
-                                 "\n"
-                                 "\n"
-                                 "\n";
-    EXPECT_EQ(SaveResultFile(RESULT_QE, (dir / "saved").string()), 0);
-    EXPECT_EQ(ReadAll(dir / "saved.qe"), expected);
-
-    // A second QE simulation follows in list order; truncation leaves the unreached row out.
-    ActionListMode = ACTIONLIST_TRUNCATE;
+    // A second QE simulation follows in list order.
     DataListElement& f = Simulation(3);
     f.actie = e.actie;
     f.qe_as = e.qe_as;
     f.qe = e.qe;
     f.hv_as = e.hv_as;
+    ActionListMode = ACTIONLIST_FILLZEROS;
+    EXPECT_EQ(SaveResultFile(RESULT_QE, dir / "saved"), 0);
+    const std::string rows =
+        "\n\n  lambda(nm)\t      QE(%)\tphoton energy (eV)\n\n   400.000000\t   9.950000e+01\t    3.100000\n"
+        "   826.500000\t   1.250000e-03\t    1.500000\n0.0\t0.0\t0.0\n\n\n\n";
+    EXPECT_EQ(ReadAll(dir / "saved.qe"),
+              Head("QE", 2, "    0.2500") + rows + Head("QE", 3, "    0.2500") + rows);
+    // The screen gets the same text.
     ::testing::internal::CaptureStdout();
     EXPECT_EQ(qe_naar_file(OUTPUT_TO_SCREEN, nullptr), 0);
-    const std::vector<std::string> lines = Lines(::testing::internal::GetCapturedStdout());
-    const size_t block = 16 + 2 + 2 + 3;
-    ASSERT_EQ(lines.size(), 2 * block);
-    EXPECT_EQ(lines[2], "Single shot simulation #\t2");
-    EXPECT_EQ(lines[block + 2], "Single shot simulation #\t3");
-    EXPECT_EQ(lines[block + 19], "   826.500000\t   1.250000e-03\t    1.500000");
-    EXPECT_EQ(lines[block + 20], "");
+    EXPECT_EQ(::testing::internal::GetCapturedStdout(), ReadAll(dir / "saved.qe"));
 }
 
 // The illumination part of a header: the lines between the blank after "last saved" and the blank
 // before the working point.
 std::vector<std::string> IlluminationBlock(const std::vector<std::string>& header) {
-    const size_t first = 8;
-    size_t last = first;
+    size_t last = 8;
     while (last < header.size() && !header[last].empty()) ++last;
-    return {header.begin() + first, header.begin() + static_cast<long>(last)};
+    return {header.begin() + 8, header.begin() + static_cast<long>(last)};
 }
 
 TEST_F(ResultFiles, HeaderTellsTheIlluminationInternalWithAndWithoutCutOff) {
     DataListElement& e = Simulation(1);
     EXPECT_EQ(IlluminationBlock(Header(&e)), std::vector<std::string>{"Calculation in dark"});
 
-    const std::string spectrum = StampedFile(dir / "sun.spe", 5, 6, 2023, 7, 8, 9).string();
+    const std::string spectrum = StampedFile(dir / "sun.spe", 5, 6, 2023, 7, 8, 9);
+    const std::string head[] = {"Calculation under illumination",
+                                "Optical generation from internal TERVO calculation",
+                                "spectrum file :\t" + spectrum + "  last saved: \t05-06-2023 at 07:08:09"};
     e.wp.dark = 0;
     e.wp.side = 1;
     e.wp.spectrumFile = spectrum;
     e.wp.ND = 1;
-    e.wp.power_spectrum = 1000.37;
-    e.wp.power_cutoff = 1000.37;
+    e.wp.power_spectrum = e.wp.power_cutoff = 1000.37;
     e.wp.power_incident = 100.037;
     EXPECT_EQ(IlluminationBlock(Header(&e)),
-              (std::vector<std::string>{
-                  "Calculation under illumination", "Optical generation from internal TERVO calculation",
-                  "Illumination from the right",
-                  "spectrum file :\t" + spectrum + "  last saved: \t05-06-2023 at 07:08:09",
-                  "Neutral density filter: ND\t  1.0000", "Transmission of ND filter:\t  1.0000e-01",
-                  "Power from spectrum:\t  100.0370\tmW/cm2",
-                  "Incident power on solar cell structure\t   10.0037\tmW/cm2"}));
-
+              (std::vector<std::string>{head[0], head[1], "Illumination from the right", head[2],
+                                        "Neutral density filter: ND\t  1.0000",
+                                        "Transmission of ND filter:\t  1.0000e-01",
+                                        "Power from spectrum:\t  100.0370\tmW/cm2",
+                                        "Incident power on solar cell structure\t   10.0037\tmW/cm2"}));
     e.wp.side = 0;
     e.wp.cutoff = 1;
     e.wp.lambda_short = 300;
@@ -375,16 +284,14 @@ TEST_F(ResultFiles, HeaderTellsTheIlluminationInternalWithAndWithoutCutOff) {
     e.wp.power_cutoff = 900;
     e.wp.power_incident = 90;
     e.wp.ND = 0;
-    EXPECT_EQ(IlluminationBlock(Header(&e)),
-              (std::vector<std::string>{
-                  "Calculation under illumination", "Optical generation from internal TERVO calculation",
-                  "Illumination from the left",
-                  "spectrum file :\t" + spectrum + "  last saved: \t05-06-2023 at 07:08:09",
-                  "Spectrum cut-off applied\t", "short wavelength cut-off\t  300.00\tnm",
-                  "long  wavelength cut-off\t 1100.50\tnm", "Neutral density filter: ND\t  0.0000",
-                  "Transmission of ND filter:\t  1.0000e+00", "Power from spectrum:\t  100.0370\tmW/cm2",
-                  "Power after cut-off filters\t   90.0000\tmW/cm2",
-                  "Incident power on solar cell structure\t    9.0000\tmW/cm2"}));
+    EXPECT_EQ(
+        IlluminationBlock(Header(&e)),
+        (std::vector<std::string>{
+            head[0], head[1], "Illumination from the left", head[2], "Spectrum cut-off applied\t",
+            "short wavelength cut-off\t  300.00\tnm", "long  wavelength cut-off\t 1100.50\tnm",
+            "Neutral density filter: ND\t  0.0000", "Transmission of ND filter:\t  1.0000e+00",
+            "Power from spectrum:\t  100.0370\tmW/cm2", "Power after cut-off filters\t   90.0000\tmW/cm2",
+            "Incident power on solar cell structure\t    9.0000\tmW/cm2"}));
 }
 
 TEST_F(ResultFiles, HeaderConventionLinesFollowTheVoltageAndCurrentReference) {
@@ -394,11 +301,6 @@ TEST_F(ResultFiles, HeaderConventionLinesFollowTheVoltageAndCurrentReference) {
     EXPECT_EQ(h[12], "Workpoint bias voltage\t    0.2500\tVolt");
     EXPECT_EQ(h[14] + h[15], "");
     e.wp.conventionsShown = 1;
-    const std::string voltage =
-        "Voltage reference convention: voltage referred to %s contact, voltage V applied to %s "
-        "contact";
-    const std::string current = "Current reference convention: current positive when %s the %s contact";
-    const std::string power = "Power generated by the cell: = %sV*I; power consumed by the cell = %sV*I";
     for (const int v : {1, -1}) {
         for (const int c : {1, -1}) {
             e.wp.voltageReference = v;
@@ -407,9 +309,14 @@ TEST_F(ResultFiles, HeaderConventionLinesFollowTheVoltageAndCurrentReference) {
             ASSERT_EQ(h.size(), 19u);
             // V is applied to the contact the voltage is not referred to, and counted there.
             const char* applied = v == 1 ? "right" : "left";
-            EXPECT_EQ(h[15], FmtStr(voltage, v == 1 ? "left" : "right", applied));
-            EXPECT_EQ(h[16], FmtStr(current, c == 1 ? "entering" : "leaving", applied));
-            EXPECT_EQ(h[17], FmtStr(power, c == 1 ? "-" : "+", c == 1 ? "+" : "-"));
+            EXPECT_EQ(h[15], FmtStr("Voltage reference convention: voltage referred to %s contact, voltage V "
+                                    "applied to %s contact",
+                                    v == 1 ? "left" : "right", applied));
+            EXPECT_EQ(h[16], FmtStr("Current reference convention: current positive when %s the %s contact",
+                                    c == 1 ? "entering" : "leaving", applied));
+            EXPECT_EQ(h[17],
+                      FmtStr("Power generated by the cell: = %sV*I; power consumed by the cell = %sV*I",
+                             c == 1 ? "-" : "+", c == 1 ? "+" : "-"));
             EXPECT_EQ(h[18], "");
         }
     }
@@ -427,18 +334,16 @@ TEST_F(ResultFiles, HeaderOfTheWorkingPointAndOfAFreshProblem) {
     EXPECT_EQ(h[6].substr(0, today.size()), today);
 
     wp = WorkPoint{};
-    wp.definitionFile = (dir / "cell.def").string();
+    wp.definitionFile = dir / "cell.def";
     wp.temperature = 250.5;
     wp.frequency = 12345;
     LastWorkPointSimulationDate = "9-9-2025 at 1:2:3";
     h = Header(nullptr, 1);
-    EXPECT_EQ(h[1], "Simulation of I-V curves");
-    EXPECT_EQ(h[2], "Workpoint calculation: \t9-9-2025 at 1:2:3");
-    EXPECT_EQ(h[4], "problem definition file :\t" + (dir / "cell.def").string());
+    EXPECT_EQ(h[1] + "|" + h[2], "Simulation of I-V curves|Workpoint calculation: \t9-9-2025 at 1:2:3");
+    EXPECT_EQ(h[4], "problem definition file :\t" + (dir / "cell.def"));
     EXPECT_EQ(h[5], "last saved: \t01-02-2024 at 10:05:07");
-    EXPECT_EQ(h[10], "Temperature\t  250.50\tK");
-    EXPECT_EQ(h[12], "Frequency\t  1.2345e+04\tHz");
+    EXPECT_EQ(h[10] + "|" + h[12], "Temperature\t  250.50\tK|Frequency\t  1.2345e+04\tHz");
 }
 
 } // namespace
-} // namespace tervo
+} // namespace tervo::results_test

@@ -6,24 +6,24 @@
 
 #include <regex>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "run/control/driver.h"
 
 using namespace tervo;
 
-TEST(ResultList, ElementsAreAppendedWithCopiesOfTheirRequest) {
+TEST(ResultList, ElementsAreAppendedWithCopiesOfTheirRequestAndFreedAndCleared) {
     wis_alles();
     EXPECT_EQ(pointer_naar_eerste(), nullptr);
     EXPECT_EQ(pointer_naar_huidige(), nullptr);
-
     WorkPoint w;
     w.temperature = 320;
     Actie a;
     a.IV = {1, 0, 0.8, 17, 0};
     DataListElement& first = AppendDataListElement(1, a, w);
     first.iv_as.assign(17, 0.1); // a sweep fills its curve
-
-    w.temperature = 250; // later changes of the request do not reach the stored copies
+    w.temperature = 250;         // later changes of the request do not reach the stored copies
     a.IV.points = 5;
     DataListElement* second = &AppendDataListElement(2, a, w);
     for (int i = 3; i <= 50; ++i) AppendDataListElement(i, a, w);
@@ -31,40 +31,26 @@ TEST(ResultList, ElementsAreAppendedWithCopiesOfTheirRequest) {
     ASSERT_EQ(resultList.size(), 50u);
     EXPECT_EQ(pointer_naar_eerste(), &first) << "appending never moves an element";
     EXPECT_EQ(pointer_naar_huidige()->number, 50);
-    EXPECT_EQ(first.wp.temperature, 320);
-    EXPECT_EQ(first.actie.IV.points, 17);
+    EXPECT_EQ(std::pair(first.wp.temperature, first.actie.IV.points), std::pair(320.0, 17));
     EXPECT_EQ(first.iv_as.size(), 17u);
-    EXPECT_EQ(second->wp.temperature, 250);
-    EXPECT_EQ(second->actie.IV.points, 5);
+    EXPECT_EQ(std::pair(second->wp.temperature, second->actie.IV.points), std::pair(250.0, 5));
     int expected = 1;
     for (const DataListElement& e : resultList) EXPECT_EQ(e.number, expected++);
+    // A fresh element: nothing plotted, no curves, a time stamp.
+    for (int h : second->plotHandles) EXPECT_EQ(h, NO_PLOT);
+    EXPECT_TRUE(second->iv_as.empty() && second->cvcap.empty() && second->qe.empty());
+    EXPECT_TRUE(
+        std::regex_match(second->started, std::regex(R"(\d{1,2}-\d{1,2}-\d{4} at \d{1,2}:\d\d:\d\d)")))
+        << second->started;
 
-    // A fresh element: nothing plotted, no parameters, no curves, a time stamp.
-    const DataListElement& e = *second;
-    for (int h : e.plotHandles) EXPECT_EQ(h, NO_PLOT);
-    for (int c : e.curveColours) EXPECT_EQ(c, 0);
-    for (int k : e.batchParameterKinds) EXPECT_EQ(k, -1);
-    EXPECT_EQ(e.definitionIndex, -1);
-    EXPECT_TRUE(e.iv_as.empty() && e.cvcap.empty() && e.cfZphase.empty() && e.qe.empty() && e.AS_Nt.empty());
-    EXPECT_LE(e.started.size(), 30u);
-    EXPECT_TRUE(std::regex_match(e.started, std::regex(R"(\d{1,2}-\d{1,2}-\d{4} at \d{1,2}:\d\d:\d\d)")))
-        << e.started;
-}
+    // Freeing the curves gives the memory back and leaves the element in the list.
+    first.cvcap.assign(100, 1.0);
+    first.AS_Et.assign(10, 0.3);
+    FreeDataListElement(first);
+    EXPECT_EQ(first.cvcap.capacity(), 0u);
+    EXPECT_TRUE(first.AS_Et.empty() && first.iv_as.empty());
+    EXPECT_EQ(resultList.size(), 50u);
 
-TEST(ResultList, FreeingAndClearingEverything) {
-    wis_alles();
-    DataListElement& e = AppendDataListElement(1, Actie{}, WorkPoint{});
-    e.cvcap.assign(100, 1.0);
-    e.AS_Et.assign(10, 0.3);
-    e.qe.assign(5, 0.9);
-    FreeDataListElement(e);
-    EXPECT_TRUE(e.cvcap.empty());
-    EXPECT_EQ(e.cvcap.capacity(), 0u) << "the memory is given back";
-    EXPECT_TRUE(e.AS_Et.empty());
-    EXPECT_TRUE(e.qe.empty());
-    EXPECT_EQ(pointer_naar_huidige(), &e) << "freeing the curves leaves the element in the list";
-
-    AppendDataListElement(2, Actie{}, WorkPoint{});
     kleurindex = 7;
     SingleShotSimulationNumber = 4;
     BatchSimulationNumber = 2;
@@ -73,11 +59,9 @@ TEST(ResultList, FreeingAndClearingEverything) {
     EXPECT_TRUE(resultList.empty());
     EXPECT_EQ(pointer_naar_eerste(), nullptr);
     EXPECT_EQ(pointer_naar_huidige(), nullptr);
-    EXPECT_EQ(kleurindex, 0);
-    EXPECT_EQ(SingleShotSimulationNumber, 0);
-    EXPECT_EQ(BatchSimulationNumber, 0);
-    EXPECT_EQ(CurveFitSimulationNumber, 0);
-
+    EXPECT_EQ((std::vector{kleurindex, SingleShotSimulationNumber, BatchSimulationNumber,
+                           CurveFitSimulationNumber}),
+              std::vector(4, 0));
     SingleShotSimulationNumber = 1;
     wis_alles(); // an empty list: only the counters
     EXPECT_EQ(SingleShotSimulationNumber, 0);
@@ -89,19 +73,16 @@ TEST(ResultList, ShortCurveNames) {
     std::string name = "old";
     MakeShortcurvename(e, name);
     EXPECT_EQ(name, "Singleshot 3");
-
     e.fitParameterCount = 2;
     e.fitStep = 0; // fit steps count from 0 and are shown from 1
     e.fitSteps = 12;
     MakeShortcurvename(e, name);
     EXPECT_EQ(name, "CurveFit 3: step 1/12");
-
     e.batchDefinitionVaried = 1; // a batch over definition files alone is a batch, and wins
     e.batchStep = 4;
     e.batchSteps = 9;
     MakeShortcurvename(e, name);
     EXPECT_EQ(name, "Batch 3: step 4/9");
-
     e.batchDefinitionVaried = 0;
     e.batchParameterCount = 1;
     MakeShortcurvename(e, name);
