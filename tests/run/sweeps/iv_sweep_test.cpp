@@ -5,39 +5,27 @@
 #include "run/sweeps/iv_sweep.h"
 
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cmath>
-#include <filesystem>
-#include <fstream>
 #include <functional>
 #include <memory>
-#include <utility>
 #include <vector>
 
-#include "cell/cell_records.h"
-#include "platform/messages.h"
 #include "run/control/action_list.h"
-#include "run/control/driver.h"
 #include "run/control/work_point.h"
 #include "run/results/extraction.h"
 #include "run/results/result_list.h"
-#include "run/sweeps/operating_points.h"
+#include "run/run_cells.h"
 #include "setup/absorption.h"
-#include "setup/generation.h"
-#include "setup/parameter_sets.h"
-#include "solver/discrete_equations.h"
+#include "support/temp_folder.h"
 
 namespace tervo {
 namespace {
 
-constexpr double kT = 0.0259;
-constexpr double q = 1.602e-19;
-
-size_t At(int i) {
-    return static_cast<size_t>(i);
-}
+using namespace run_test;
+using test::TempFolder;
+using test::WriteFile;
 
 // ---------------------------------------------------------------------------------------------
 // Hand-made curves, analysed as measurements (internal convention, light of 1000 W/m2).
@@ -113,16 +101,9 @@ TEST(IVParameters, OutsideTheSweepVocAndJscAreExtrapolatedFromTheNearestEnd) {
 TEST(IVParameters, DegenerateThreePointFitsAroundTheSignChangeOfTheCurrent) {
     // J = 100 (V - 0.2)^2 touches zero at 0.2 V: the parabola through the first three points has a
     // double root, its discriminant is not positive, and the chord of 0 V and 0.5 V gives 0.4 V.
-    const double x1 = 0, x2 = 0.2, x3 = 0.5, y1 = 4, y2 = 0, y3 = 9;
-    const double a = y1 / ((x1 - x2) * (x1 - x3)), b = y2 / ((x2 - x1) * (x2 - x3)),
-                 c = y3 / ((x3 - x1) * (x3 - x2));
-    const double B = (x2 + x3) * a + (x1 + x3) * b + (x1 + x2) * c,
-                 C = x2 * x3 * a + x1 * x3 * b + x1 * x2 * c;
-    ASSERT_LE(B * B - 4 * (a + b + c) * C, 0.0) << "the case needs a discriminant that is not positive";
-    SolarCellParameters p = Analyse({x1, x2, x3, 0.8}, {y1, y2, y3, -1});
+    SolarCellParameters p = Analyse({0, 0.2, 0.5, 0.8}, {4, 0, 9, -1});
     EXPECT_EQ(p.VocValid, 1);
-    EXPECT_NEAR(p.Voc, std::fabs((y1 * x3 - y3 * x1) / (y1 - y3)), 1e-12);
-
+    EXPECT_NEAR(p.Voc, 0.4, 1e-12);
     // Two equal currents among the three: no Voc and so no FF; Jsc and eta stand.
     p = Analyse({0, 0.2, 0.4, 0.6}, {-20, -5, -5, 10});
     EXPECT_EQ(p.VocValid + p.FFValid, 0);
@@ -149,14 +130,13 @@ TEST(IVParameters, TheMaximumPowerPointIsRefinedByAnExponentialFitOfTheCurrent) 
     const double Pmax = -J(Vtrue) * Vtrue;
     EXPECT_NEAR(p.FF, Pmax * 100 / p.Voc / p.Jsc, 1e-4);
     EXPECT_NEAR(p.eta, Pmax, 1e-4) << "eta = Pmax 1000 / Pin with Pin 1000 W/m2";
-    EXPECT_EQ(p.FFExtrapolated, 0);
-    EXPECT_EQ(p.etaExtrapolated, 0);
+    EXPECT_EQ(p.FFExtrapolated + p.etaExtrapolated, 0);
 }
 
-TEST(IVParameters, ALinearlyRisingCurrentHasItsPowerRefinedByAParabola) {
+TEST(IVParameters, ParabolicPowerEqualPowersAFallingCurrentAndTwoPoints) {
     // J = -20 + 25 V: P = 20 V - 25 V^2 peaks at 0.4 V with 4 mW/cm2 between the grid points.
     // Voc extrapolated from the last two points (0.8 V), Jsc the first point (20 mA/cm2).
-    const SolarCellParameters p = Analyse({0, 0.25, 0.5, 0.75}, {-20, -13.75, -7.5, -1.25}, 500);
+    SolarCellParameters p = Analyse({0, 0.25, 0.5, 0.75}, {-20, -13.75, -7.5, -1.25}, 500);
     EXPECT_NEAR(p.V_MPP, 0.4, 1e-12);
     EXPECT_NEAR(p.J_MPP, 10, 1e-10);
     EXPECT_NEAR(p.Voc, 0.8, 1e-12);
@@ -165,11 +145,8 @@ TEST(IVParameters, ALinearlyRisingCurrentHasItsPowerRefinedByAParabola) {
     EXPECT_NEAR(p.eta, 4 * 1000.0 / 500, 1e-9);
     EXPECT_EQ(p.FFExtrapolated, 1);
     EXPECT_EQ(p.etaExtrapolated, 0) << "the power turned inside the curve";
-}
-
-TEST(IVParameters, EqualPowersAtTwoPointsOrAFallingCurrentKeepTheScannedPoint) {
     // Two points of equal power: the mean of the two.
-    SolarCellParameters p = Analyse({0, 0.5, 1.0, 1.5}, {-4, -4, -2, 1});
+    p = Analyse({0, 0.5, 1.0, 1.5}, {-4, -4, -2, 1});
     EXPECT_DOUBLE_EQ(p.V_MPP, 0.75);
     EXPECT_DOUBLE_EQ(p.J_MPP, 3);
     // A current that does not rise around the best point: the point as scanned.
@@ -188,52 +165,35 @@ TEST(IVParameters, EqualPowersAtTwoPointsOrAFallingCurrentKeepTheScannedPoint) {
 TEST(IVParameters, DarkCurvesAndDegenerateCurvesGiveNothing) {
     SolarCellParameters p;
     p.Voc = 123; // stays
-    const std::vector<double> V{0, 0.5, 1.0}, J{-1, 0, 1};
-    const MeasuredIllumination dark{1000, 1};
+    const std::vector<double> V{0, 0.5, 1.0}, J{-1, 0, 1}, same{0.5, 0.5, 0.5};
+    const MeasuredIllumination dark{1000, 1}, light{1000, 0};
     EXPECT_EQ(IVParameters(V.data(), J.data(), 3, IV_MEASUREMENT, &p, &dark), 0);
-    const MeasuredIllumination light{1000, 0};
     EXPECT_EQ(IVParameters(V.data(), J.data(), 1, IV_MEASUREMENT, &p, &light), 0);
-    const std::vector<double> same{0.5, 0.5, 0.5};
     EXPECT_EQ(IVParameters(same.data(), J.data(), 3, IV_MEASUREMENT, &p, &light), 0);
     EXPECT_EQ(p.Voc, 123);
 }
 
-class IVParametersOfTheSimulation : public ::testing::Test {
-protected:
-    void SetUp() override {
-        wis_alles();
-        saved = wp;
-    }
-    void TearDown() override {
-        wis_alles();
-        wp = saved;
-        zonnecel.signV = 1;
-        zonnecel.signJ = 1;
-    }
-    WorkPoint saved;
-};
-
-TEST_F(IVParametersOfTheSimulation,
-       TheUserCurveIsTurnedBackByTheCellsSignsAndTheLightComesFromTheWorkingPoint) {
+TEST(IVParametersOfTheSimulation,
+     TheUserCurveIsTurnedBackByTheCellsSignsAndTheLightComesFromTheWorkingPoint) {
+    const Keep<WorkPoint> keepWp(wp);
+    const Keep<CellDefinition> keepCell(zonnecel);
+    wis_alles();
     // Internal curve, and the same curve as a user with the voltage at the right contact and a
     // generator's current sees it.
     const std::vector<double> V{0, 0.2, 0.4, 0.6, 0.7}, J{-20, -19.9, -19, -8, 12};
-    zonnecel.signV = -1;
-    zonnecel.signJ = -1;
+    zonnecel.signV = zonnecel.signJ = -1;
     std::vector<double> userV, userJ;
     for (size_t i = 0; i < V.size(); ++i) {
         userV.push_back(-V[i]);
         userJ.push_back(-J[i]);
     }
-    wp.dark = 0;
-    wp.generationFromFile = 0;
+    wp.dark = wp.generationFromFile = 0;
     wp.power_incident = 800;
     DataListElement& element = AppendDataListElement(1, Actie{}, wp);
     ASSERT_EQ(IVParameters(userV.data(), userJ.data(), 5, IV_SIMULATION, nullptr), 1);
     const SolarCellParameters expected = Analyse(V, J, 800);
     EXPECT_EQ(element.parameters, expected);
     EXPECT_TRUE(expected.FFValid && expected.VocValid && expected.etaValid);
-
     // With the generation from a file the efficiency is the collected part of the ideal light
     // current after the attenuation.
     wp.generationFromFile = 1;
@@ -241,7 +201,6 @@ TEST_F(IVParametersOfTheSimulation,
     wp.idealLightCurrent = 40;
     ASSERT_EQ(IVParameters(userV.data(), userJ.data(), 5, IV_SIMULATION, nullptr), 1);
     EXPECT_NEAR(element.parameters.eta, expected.Jsc * 100 / (50 * 40 * 0.01), 1e-12);
-
     // Dark: nothing found, the element keeps what it had; an unknown kind does nothing either.
     wp.dark = 1;
     const SolarCellParameters before = element.parameters;
@@ -249,83 +208,34 @@ TEST_F(IVParametersOfTheSimulation,
     wp.dark = 0;
     EXPECT_EQ(IVParameters(userV.data(), userJ.data(), 5, 7, nullptr), 0);
     EXPECT_EQ(element.parameters, before);
+    wis_alles();
 }
 
 // ---------------------------------------------------------------------------------------------
 // Sweeps of an illuminated p-n junction.
 //
-// Silicon-like, 1 µm p-type (left) on 1 µm n-type, 1e17 cm-3 each side, radiative and Auger
+// Silicon-like, 1 µm p-type (left, 1e17 cm-3) on 1 µm n-type (2e17 cm-3), radiative and Auger
 // recombination, majority carriers free at the contacts and minority carriers taken at 1 m/s.  A
 // uniform generation of 6e26 /m3s over the 2 µm (19.2 mA/cm2) comes from a generation file.
-
-void SetLayer(LayerParameters& layer, double d, double Nd, double Na) {
-    MaterialParameters& m = layer.material;
-    m.d = d;
-    for (const auto& [profile, value] : {std::pair{&m.Eg, 1.12},
-                                         {&m.chi, 4.05},
-                                         {&m.eps, 11.9},
-                                         {&m.Nc, 2.8e25},
-                                         {&m.Nv, 1.04e25},
-                                         {&m.Nd, Nd},
-                                         {&m.Na, Na},
-                                         {&m.mu_n, 0.05},
-                                         {&m.mu_p, 0.02},
-                                         {&m.v_th_n, 1e5},
-                                         {&m.v_th_p, 1e5},
-                                         {&m.K_rad, 1e-18},
-                                         {&m.c_n_auger, 1e-42},
-                                         {&m.c_p_auger, 1e-42}}) {
-        profile->law = LAW_UNIFORM;
-        profile->pureA = profile->pureB = profile->leftValue = profile->rightValue = value;
-    }
-    UpdateThicknessInProfiles_Layer(layer);
-}
-
-constexpr double G = 6e26;                   // /m3s
-constexpr double thickness = 2e-6;           // m
-const double Jgen = q * G * thickness * 0.1; // mA/cm2
+constexpr double Jgen = q * 6e26 * 2e-6 * 0.1; // mA/cm2
 
 class IlluminatedJunction : public ::testing::Test {
 protected:
     void SetUp() override {
-        savedWp = wp;
-        InputParameters in;
-        InitialiseConvergenceParameters(in.convergence);
-        InitialiseCellDefinition(in.cellParas);
-        CellDefinition& c = in.cellParas;
-        c.numberOfLayers = 2;
-        SetLayer(c.layer[0], thickness / 2, 0, 1e23);
-        SetLayer(c.layer[1], thickness / 2, 2e23, 0);
-        c.leftContact.flatband = 0;
-        c.rightContact.flatband = 0;
-        c.leftContact.Fi_m = 4.05 + 1.12 - kT * std::log(1.04e25 / 1e23);
-        c.rightContact.Fi_m = 4.05 + kT * std::log(2.8e25 / 2e23);
-        c.leftContact.Sn = 1;
-        c.leftContact.Sp = 1e7;
-        c.rightContact.Sn = 1e7;
-        c.rightContact.Sp = 1;
-        AddDefects(c);
+        InputParameters in = PN({.Krad = 1e-18, .Cn = 1e-42, .Cp = 1e-42}, 1e-6, 1e23, 1e-6, 2e23, 1);
+        AddDefects(in.cellParas);
         parameterset1_to_3(in, *P, 300, nullptr, 0);
-
-        // One file per process: ctest runs the tests of this fixture side by side.
-        generationFile = std::filesystem::temp_directory_path() /
-                         ("tervo_iv_sweep_uniform_" + std::to_string(::getpid()) + ".gen");
-        std::ofstream(generationFile) << "x (um)\tG (/m3s)\n0\t6e26\n5\t6e26\n";
+        WriteFile(generationFile, "x (um)\tG (/m3s)\n0\t6e26\n5\t6e26\n");
         Generation_Mode = 1;
-        wp.dark = 0;
+        wp.dark = wp.RsPresent = wp.RshPresent = 0;
         wp.generationFromFile = 1;
-        wp.generationFile = generationFile.string();
+        wp.generationFile = generationFile;
         wp.attenuation = 100;
         wp.idealLightCurrent = Jgen;
         wp.voltage = 0;
         wp.numberofpoints = 5;
-        wp.RsPresent = 0;
-        wp.RshPresent = 0;
-        zonnecel.signV = 1;
-        zonnecel.signJ = 1;
-        pausestatus = 0;
-        actionPanel.stopAfterVoc = 0;
-
+        zonnecel.signV = zonnecel.signJ = 1;
+        pausestatus = actionPanel.stopAfterVoc = 0;
         // Equilibrium, then the short circuit under the whole light; the working point is the short
         // circuit.
         CalculationVariables& cv = currentCalcVars;
@@ -340,15 +250,10 @@ protected:
         CopyCalculationVariables(werkpuntcv, cv);
         wis_alles();
     }
-
     void TearDown() override {
-        Generation_Mode = 0;
-        wp = savedWp;
-        actionPanel.stopAfterVoc = 0;
+        Generation_Mode = actionPanel.stopAfterVoc = 0;
         wis_alles();
-        std::filesystem::remove(generationFile);
     }
-
     virtual void AddDefects(CellDefinition&) {}
 
     // One I-V request as the driver runs it: a new list element, the starting point, the sweep.
@@ -363,7 +268,6 @@ protected:
         EXPECT_EQ(a.IV.done, element.actie.IV.done);
         return element;
     }
-
     // The curve's current of a stored state at voltage V, walked from the short circuit.
     double CurrentAt(double V) {
         const auto state = std::make_unique<CalculationVariables>();
@@ -374,12 +278,12 @@ protected:
         return state->J_median;
     }
 
+    Keep<WorkPoint> keepWp{wp};
+    TempFolder folder;
+    const std::string generationFile = folder / "uniform.gen";
     std::unique_ptr<CalculationParameters> P = std::make_unique<CalculationParameters>();
     std::unique_ptr<GenerationParameters> gp = std::make_unique<GenerationParameters>();
-    std::filesystem::path generationFile;
-    WorkPoint savedWp;
 };
-
 TEST_F(IlluminatedJunction, ASweepAcrossZeroRunsTwoBranchesIsStoredAscendingAndCrossesZeroAtVoc) {
     int mode = 0;
     const DataListElement& e = Sweep(-0.2, 0.9, 45, &mode);
@@ -443,21 +347,9 @@ TEST_F(IlluminatedJunction, TheLossChannelsBalanceTheGenerationAtEveryPoint) {
 class DefectiveJunction : public IlluminatedJunction {
 protected:
     void AddDefects(CellDefinition& c) override {
-        for (size_t j = 0; j < 2; ++j) {
-            LayerParameters& layer = c.layer[j];
-            const int d = layer.srhteller++;
-            BulkRecombinationParameters& level = layer.srh[At(d)][0];
-            InitialiseBulkRecombinationParameters(level, static_cast<int>(j), d);
-            level.type = DEFECT_NEUTRAL;
-            level.sigma_n = level.sigma_p = 1e-19;
-            level.energy.Et = 0.56; // above Ev
-            DeterminePeakToTotal(level.energy);
-            level.Nt.law = LAW_UNIFORM;
-            level.Nt.pureA = level.Nt.pureB = level.Nt.leftValue = level.Nt.rightValue = 1e20;
-            level.Nt.thickness = layer.material.d;
-        }
-        InterfaceParameters& i = c.interface[0];
-        InterfaceRecombinationParameters& d = i.defect[At(i.numberOfDefects++)];
+        for (LayerParameters* layer : {&c.layer[0], &c.layer[1]})
+            AddDefect(*layer, DEFECT_NEUTRAL, 1, 1e20, 1e-19, 1e-19, {0.56}); // above Ev
+        InterfaceRecombinationParameters& d = c.interface[0].defect[At(c.interface[0].numberOfDefects++)];
         InitialiseInterfaceRecombinationParameters(d, 0, 0);
         d.type = DEFECT_NEUTRAL;
         d.N = 1e14;
@@ -561,10 +453,8 @@ TEST_F(IlluminatedJunction, AtMostTwoThousandAndOnePointsAreCalculated) {
     DataListElement& refused = AppendDataListElement(2, a, wp);
     ClearReportedMessages();
     EXPECT_EQ(calciv(currentCalcVars, a, SWEEP_FROM_START), 0);
-    ASSERT_EQ(ReportedMessages().size(), 1u);
-    EXPECT_EQ(ReportedMessages()[0].title, "Error from function calciv()");
-    EXPECT_EQ(ReportedMessages()[0].text,
-              "There are more than MAX_NUM_CALCULATION_STEPS = 2001 I(V) points to calculate");
+    ExpectOneMessage("Error from function calciv()",
+                     "There are more than MAX_NUM_CALCULATION_STEPS = 2001 I(V) points to calculate");
     EXPECT_TRUE(refused.iv_as.empty());
 }
 
@@ -584,10 +474,8 @@ TEST_F(IlluminatedJunction, AFailedPointCutsTheCurveAtTheLastGoodOne) {
     EXPECT_EQ(e.iv_as.size(), 5u);
     EXPECT_LT(e.ivcurrent[0], 0.0);
     EXPECT_EQ(e.ivcurrent[1], 0.0);
-    ASSERT_EQ(ReportedMessages().size(), 1u);
-    EXPECT_EQ(ReportedMessages()[0].title, "While calculating I(V) ...");
-    EXPECT_EQ(ReportedMessages()[0].text,
-              "Convergence failure at V = 0.100000 Volt.\nI(V) calculation cut at V = 0.000000 Volt.");
+    ExpectOneMessage("While calculating I(V) ...",
+                     "Convergence failure at V = 0.100000 Volt.\nI(V) calculation cut at V = 0.000000 Volt.");
 }
 
 } // namespace
