@@ -49,11 +49,11 @@ inline std::vector<std::string> FileLines(const std::string& path) {
     return Lines(s.str());
 }
 
-// The fields of a tab-separated row.
-inline std::vector<std::string> Cells(const std::string& row) {
+// The fields of a row, tab-separated unless told otherwise.
+inline std::vector<std::string> Cells(const std::string& row, char separator = '\t') {
     std::vector<std::string> cells;
     std::istringstream in(row);
-    for (std::string c; std::getline(in, c, '\t');) cells.push_back(c);
+    for (std::string c; std::getline(in, c, separator);) cells.push_back(c);
     return cells;
 }
 
