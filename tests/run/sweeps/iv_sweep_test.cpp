@@ -10,6 +10,7 @@
 #include <cmath>
 #include <functional>
 #include <memory>
+#include <tuple>
 #include <vector>
 
 #include "run/control/action_list.h"
@@ -26,6 +27,12 @@ namespace {
 using namespace run_test;
 using test::TempFolder;
 using test::WriteFile;
+
+// `n` voltages from `start` in steps of `step`.
+void ExpectGrid(const std::vector<double>& v, double start, double step, size_t n) {
+    ASSERT_EQ(v.size(), n);
+    for (size_t i = 0; i < n; ++i) EXPECT_NEAR(v[i], start + step * static_cast<double>(i), 1e-12) << i;
+}
 
 // ---------------------------------------------------------------------------------------------
 // Hand-made curves, analysed as measurements (internal convention, light of 1000 W/m2).
@@ -75,10 +82,9 @@ TEST(IVParameters, OutsideTheSweepVocAndJscAreExtrapolatedFromTheNearestEnd) {
     SolarCellParameters p = Analyse({0.1, 0.2, 0.3, 0.4}, {-20, -19.9, -19, -10});
     EXPECT_NEAR(p.Voc, 0.4 + 10 * 0.1 / 9, 1e-12);
     EXPECT_NEAR(p.Jsc, 20 + 0.1 * 0.1 / 0.1, 1e-12);
-    EXPECT_EQ(p.VocExtrapolated, 1);
-    EXPECT_EQ(p.JscExtrapolated, 1);
-    EXPECT_EQ(p.FFExtrapolated, 1) << "an FF on an extrapolated Voc is extrapolated";
-    EXPECT_EQ(p.FFValid, 1);
+    // An FF on an extrapolated Voc is extrapolated.
+    EXPECT_EQ(std::tuple(p.VocExtrapolated, p.JscExtrapolated, p.FFExtrapolated, p.FFValid),
+              std::tuple(1, 1, 1, 1));
 
     // A sweep wholly in reverse bias: Jsc from the last two points.
     p = Analyse({-0.4, -0.3, -0.2, -0.1}, {-21, -20.8, -20.6, -20.5});
@@ -94,8 +100,7 @@ TEST(IVParameters, OutsideTheSweepVocAndJscAreExtrapolatedFromTheNearestEnd) {
 
     // A nearly flat curve extrapolates beyond 10 V: no result.
     p = Analyse({0.1, 0.2, 0.3}, {-20, -19.99, -19.98});
-    EXPECT_EQ(p.VocValid, 0);
-    EXPECT_EQ(p.Voc, 0);
+    EXPECT_EQ(std::tuple(p.VocValid, p.Voc), std::tuple(0, 0.0));
 }
 
 TEST(IVParameters, DegenerateThreePointFitsAroundTheSignChangeOfTheCurrent) {
@@ -106,10 +111,8 @@ TEST(IVParameters, DegenerateThreePointFitsAroundTheSignChangeOfTheCurrent) {
     EXPECT_NEAR(p.Voc, 0.4, 1e-12);
     // Two equal currents among the three: no Voc and so no FF; Jsc and eta stand.
     p = Analyse({0, 0.2, 0.4, 0.6}, {-20, -5, -5, 10});
-    EXPECT_EQ(p.VocValid + p.FFValid, 0);
-    EXPECT_EQ(p.Voc, 0);
+    EXPECT_EQ(std::tuple(p.VocValid, p.FFValid, p.Voc, p.etaValid), std::tuple(0, 0, 0.0, 1));
     EXPECT_NEAR(p.Jsc, 20, 1e-12);
-    EXPECT_EQ(p.etaValid, 1);
 }
 
 TEST(IVParameters, TheMaximumPowerPointIsRefinedByAnExponentialFitOfTheCurrent) {
@@ -143,23 +146,20 @@ TEST(IVParameters, ParabolicPowerEqualPowersAFallingCurrentAndTwoPoints) {
     EXPECT_NEAR(p.Jsc, 20, 1e-12);
     EXPECT_NEAR(p.FF, 4 * 100 / (0.8 * 20), 1e-9);
     EXPECT_NEAR(p.eta, 4 * 1000.0 / 500, 1e-9);
-    EXPECT_EQ(p.FFExtrapolated, 1);
-    EXPECT_EQ(p.etaExtrapolated, 0) << "the power turned inside the curve";
+    // The power turned inside the curve: eta is not extrapolated.
+    EXPECT_EQ(std::tuple(p.FFExtrapolated, p.etaExtrapolated), std::tuple(1, 0));
     // Two points of equal power: the mean of the two.
     p = Analyse({0, 0.5, 1.0, 1.5}, {-4, -4, -2, 1});
-    EXPECT_DOUBLE_EQ(p.V_MPP, 0.75);
-    EXPECT_DOUBLE_EQ(p.J_MPP, 3);
+    EXPECT_EQ(std::tuple(p.V_MPP, p.J_MPP), std::tuple(0.75, 3.0));
     // A current that does not rise around the best point: the point as scanned.
     p = Analyse({0, 0.2, 0.4, 0.6}, {-10, -9, -9.5, 5});
-    EXPECT_DOUBLE_EQ(p.V_MPP, 0.4);
-    EXPECT_DOUBLE_EQ(p.J_MPP, 9.5);
+    EXPECT_EQ(std::tuple(p.V_MPP, p.J_MPP), std::tuple(0.4, 9.5));
     // Two points: lines through both, and the better of the two for the power.
     p = Analyse({0, 0.5}, {-10, -2});
     EXPECT_NEAR(p.Jsc, 10, 1e-12);
     EXPECT_NEAR(p.Voc, 0.625, 1e-12);
-    EXPECT_DOUBLE_EQ(p.V_MPP, 0.5);
     EXPECT_NEAR(p.FF, 1 * 100 / (0.625 * 10), 1e-9);
-    EXPECT_EQ(p.FFExtrapolated, 1);
+    EXPECT_EQ(std::tuple(p.V_MPP, p.FFExtrapolated), std::tuple(0.5, 1));
 }
 
 TEST(IVParameters, DarkCurvesAndDegenerateCurvesGiveNothing) {
@@ -287,21 +287,16 @@ protected:
 TEST_F(IlluminatedJunction, ASweepAcrossZeroRunsTwoBranchesIsStoredAscendingAndCrossesZeroAtVoc) {
     int mode = 0;
     const DataListElement& e = Sweep(-0.2, 0.9, 45, &mode);
-    EXPECT_EQ(mode, SWEEP_AROUND_ZERO);
-    ASSERT_EQ(e.actie.IV.done, 45);
-    ASSERT_EQ(e.actie.IV.points, 45);
-    ASSERT_EQ(e.iv_as.size(), 45u);
-    for (int i = 0; i < 45; ++i) EXPECT_NEAR(e.iv_as[At(i)], -0.2 + 0.025 * i, 1e-12) << i;
+    EXPECT_EQ(std::tuple(mode, e.actie.IV.done, e.actie.IV.points), std::tuple(SWEEP_AROUND_ZERO, 45, 45));
+    ExpectGrid(e.iv_as, -0.2, 0.025, 45);
     // Photocurrent in reverse and at short circuit (negative for the consumer), forward current
     // beyond Voc.
     EXPECT_LT(e.ivcurrent.front(), -0.9 * Jgen);
     EXPECT_GT(e.ivcurrent.back(), 0.0);
 
     const SolarCellParameters& p = e.parameters;
-    ASSERT_EQ(p.VocValid, 1);
-    ASSERT_EQ(p.JscValid, 1);
-    EXPECT_EQ(p.VocExtrapolated, 0);
-    EXPECT_EQ(p.JscExtrapolated, 0);
+    ASSERT_EQ(std::tuple(p.VocValid, p.JscValid, p.FFValid, p.etaValid), std::tuple(1, 1, 1, 1));
+    EXPECT_EQ(std::tuple(p.VocExtrapolated, p.JscExtrapolated, p.FFExtrapolated), std::tuple(0, 0, 0));
     // Jsc is the current of the short-circuit state, and at Voc the cell delivers no current.
     EXPECT_NEAR(p.Jsc, -CurrentAt(0), 1e-6 * Jgen);
     EXPECT_LT(std::fabs(CurrentAt(p.Voc)), 0.002 * Jgen) << "Voc " << p.Voc;
@@ -309,14 +304,10 @@ TEST_F(IlluminatedJunction, ASweepAcrossZeroRunsTwoBranchesIsStoredAscendingAndC
     // of the exponential curve at this Voc, voc = Voc/kT, by the empirical formula that holds to a
     // few hundredths of a percent for voc above 10.
     const double voc = p.Voc / kT;
-    EXPECT_EQ(p.FFValid, 1);
     EXPECT_NEAR(p.FF, 100 * (voc - std::log(voc + 0.72)) / (voc + 1), 0.1);
-    EXPECT_EQ(p.FFExtrapolated, 0);
     // Generation from a file: eta is the collected part of the generated current.
-    EXPECT_EQ(p.etaValid, 1);
     EXPECT_NEAR(p.eta, p.Jsc / Jgen * 100, 1e-9);
-    EXPECT_GT(p.eta, 95);
-    EXPECT_LT(p.eta, 100);
+    EXPECT_TRUE(p.eta > 95 && p.eta < 100) << p.eta;
 }
 
 // Every generated pair is collected, recombines (in the bulk or at the interface), or leaves
@@ -325,12 +316,10 @@ void ExpectTheLossChannelsBalanceTheGeneration(const DataListElement& e, bool de
     ASSERT_EQ(e.actie.IV.done, 9);
     for (size_t I = 0; I < 9; ++I) {
         EXPECT_NEAR(e.ivbulk[I], e.recSRH[I] + e.recRadiative[I] + e.recAuger[I], 1e-12 * e.ivbulk[I]);
-        EXPECT_GT(e.recRadiative[I], 0.0);
-        EXPECT_GT(e.recAuger[I], 0.0);
-        EXPECT_EQ(e.recSRH[I] > 0, defects);
-        EXPECT_EQ(e.ivifr[I] > 0, defects);
-        EXPECT_GT(e.ivleftcontact[I], 0.0) << "electrons lost through the p-side contact";
-        EXPECT_GT(e.ivrightcontact[I], 0.0) << "holes lost through the n-side contact";
+        // Electrons are lost through the p-side contact, holes through the n-side one.
+        EXPECT_EQ(std::tuple(e.recRadiative[I] > 0, e.recAuger[I] > 0, e.recSRH[I] > 0, e.ivifr[I] > 0,
+                             e.ivleftcontact[I] > 0, e.ivrightcontact[I] > 0),
+                  std::tuple(true, true, defects, defects, true, true));
         const double losses = (e.ivbulk[I] + e.ivifr[I]) * 0.1 + e.ivleftcontact[I] + e.ivrightcontact[I];
         EXPECT_NEAR(e.ivcurrent[I], -Jgen + losses, 1e-3 * std::max(Jgen, losses))
             << "at " << e.iv_as[I] << " V";
@@ -370,15 +359,12 @@ TEST_F(IlluminatedJunction, ASeriesResistanceStretchesTheExternalAxisAndCostsFil
     wp.Rs = 1e-4; // 1 ohm cm2
     const DataListElement& e = Sweep(0.0, 0.8, 33);
     ASSERT_EQ(e.actie.IV.done, 33);
+    ExpectGrid(e.rec_v_as, 0, 0.025, 33);
     double smallest = 1, largest = 0;
-    for (int i = 0; i < 33; ++i) {
-        const size_t I = At(i);
-        EXPECT_NEAR(e.rec_v_as[I], 0.025 * i, 1e-12);
+    for (size_t I = 0; I < 33; ++I) {
         EXPECT_NEAR(e.iv_as[I], e.rec_v_as[I] + 1e-4 * e.ivcurrent[I] * 10, 1e-12);
-        if (i > 0) {
-            smallest = std::min(smallest, e.iv_as[I] - e.iv_as[I - 1]);
-            largest = std::max(largest, e.iv_as[I] - e.iv_as[I - 1]);
-        }
+        if (I > 0) smallest = std::min(smallest, e.iv_as[I] - e.iv_as[I - 1]);
+        if (I > 0) largest = std::max(largest, e.iv_as[I] - e.iv_as[I - 1]);
     }
     EXPECT_GT(largest - smallest, 0.005) << "the external voltages are not evenly spaced";
     // The parameters are those of the external curve.
@@ -397,8 +383,8 @@ TEST_F(IlluminatedJunction, ASeriesResistanceStretchesTheExternalAxisAndCostsFil
 TEST_F(IlluminatedJunction, StopAfterVocEndsABranchAtTheFirstPointBeyondTheSignChange) {
     const double Voc = Sweep(-0.2, 0.9, 23).parameters.Voc;
     // The voltages of the grid up to the first beyond Voc.
-    std::vector<double> expected;
-    for (int i = 0; i < 23 && (i == 0 || expected.back() < Voc); ++i) expected.push_back(-0.2 + 0.05 * i);
+    size_t upToVoc = 1;
+    while (-0.2 + 0.05 * static_cast<double>(upToVoc - 1) < Voc) ++upToVoc;
     actionPanel.stopAfterVoc = 1;
     // Two branches: upwards from 0 V the sweep stops beyond Voc, the branch down to -0.2 V still
     // runs.  (The first sweep ended at -0.2 V, which would make the present state the start.)
@@ -406,18 +392,17 @@ TEST_F(IlluminatedJunction, StopAfterVocEndsABranchAtTheFirstPointBeyondTheSignC
     int mode = 0;
     const DataListElement& e = Sweep(-0.2, 0.9, 23, &mode);
     ASSERT_EQ(mode, SWEEP_AROUND_ZERO);
-    ASSERT_EQ(e.actie.IV.done, static_cast<int>(expected.size()));
-    EXPECT_EQ(e.actie.IV.points, e.actie.IV.done);
-    for (size_t i = 0; i < expected.size(); ++i) EXPECT_NEAR(e.iv_as[i], expected[i], 1e-12) << i;
+    EXPECT_EQ(std::pair(e.actie.IV.points, e.actie.IV.done),
+              std::pair(static_cast<int>(upToVoc), static_cast<int>(upToVoc)));
+    ExpectGrid(e.iv_as, -0.2, 0.05, upToVoc);
     EXPECT_NEAR(e.parameters.Voc, Voc, 1e-12) << "the same three points around the sign change";
 
     // One branch from 0 V: the curve ends there too.
     const DataListElement& f = Sweep(0.0, 0.9, 19);
     const int n = f.actie.IV.done;
-    ASSERT_EQ(n, static_cast<int>(expected.size()) - 4);
+    ASSERT_EQ(n, static_cast<int>(upToVoc) - 4);
     EXPECT_EQ(f.ivcurrent.size(), At(n));
-    EXPECT_LT(f.ivcurrent[At(n - 2)], 0.0);
-    EXPECT_GT(f.ivcurrent[At(n - 1)], 0.0);
+    EXPECT_TRUE(f.ivcurrent[At(n - 2)] < 0 && f.ivcurrent[At(n - 1)] > 0);
 }
 
 TEST_F(IlluminatedJunction, ASweepAcrossTheWorkingPointWalksAwayFromItsStoredState) {
@@ -429,9 +414,8 @@ TEST_F(IlluminatedJunction, ASweepAcrossTheWorkingPointWalksAwayFromItsStoredSta
     const double atWorkingPoint = werkpuntcv.J_median;
     int mode = 0;
     const DataListElement& e = Sweep(0.5, 0.8, 7, &mode);
-    EXPECT_EQ(mode, SWEEP_AROUND_WORKING);
-    ASSERT_EQ(e.actie.IV.done, 7);
-    for (int i = 0; i < 7; ++i) EXPECT_NEAR(e.iv_as[At(i)], 0.5 + 0.05 * i, 1e-12);
+    EXPECT_EQ(std::tuple(mode, e.actie.IV.done), std::tuple(SWEEP_AROUND_WORKING, 7));
+    ExpectGrid(e.iv_as, 0.5, 0.05, 7);
     EXPECT_NEAR(e.ivcurrent[2], atWorkingPoint, 1e-6 * Jgen);
 }
 
@@ -441,12 +425,9 @@ TEST_F(IlluminatedJunction, AtMostTwoThousandAndOnePointsAreCalculated) {
     // anything is calculated.
     const DataListElement& e = Sweep(0.5, 0.5, MAX_NUM_CALCULATION_STEPS);
     EXPECT_EQ(e.actie.IV.done, 2001);
-    EXPECT_EQ(e.iv_as.size(), 2001u);
-    EXPECT_DOUBLE_EQ(e.iv_as.front(), 0.5);
-    EXPECT_DOUBLE_EQ(e.iv_as.back(), 0.5);
+    ExpectGrid(e.iv_as, 0.5, 0, 2001);
     EXPECT_EQ(e.ivcurrent.back(), e.ivcurrent.front());
-    EXPECT_EQ(e.parameters.VocValid, 0);
-    EXPECT_EQ(e.parameters.JscValid, 0);
+    EXPECT_EQ(std::tuple(e.parameters.VocValid, e.parameters.JscValid), std::tuple(0, 0));
 
     Actie a;
     a.IV = {1, 0.0, 0.2, MAX_NUM_CALCULATION_STEPS + 1, 0};
@@ -468,12 +449,9 @@ TEST_F(IlluminatedJunction, AFailedPointCutsTheCurveAtTheLastGoodOne) {
     currentCalcVars.iteration_count = -1; // the state fails from the next step on
     ClearReportedMessages();
     EXPECT_EQ(calciv(currentCalcVars, a, SWEEP_FROM_START), 1);
-    EXPECT_EQ(IVConvergenceFailure, 1);
-    EXPECT_EQ(a.IV.done, 1);
-    EXPECT_EQ(e.actie.IV.points, 5);
-    EXPECT_EQ(e.iv_as.size(), 5u);
-    EXPECT_LT(e.ivcurrent[0], 0.0);
-    EXPECT_EQ(e.ivcurrent[1], 0.0);
+    EXPECT_EQ(std::tuple(IVConvergenceFailure, a.IV.done, e.actie.IV.points, e.iv_as.size()),
+              std::tuple(1, 1, 5, 5u));
+    EXPECT_TRUE(e.ivcurrent[0] < 0 && e.ivcurrent[1] == 0) << e.ivcurrent[0] << " " << e.ivcurrent[1];
     ExpectOneMessage("While calculating I(V) ...",
                      "Convergence failure at V = 0.100000 Volt.\nI(V) calculation cut at V = 0.000000 Volt.");
 }
