@@ -6,6 +6,8 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <tuple>
+#include <utility>
 #include <vector>
 
 #include "run/control/driver.h"
@@ -90,9 +92,7 @@ TEST(CfPoints, ScaleToNfAndSiemensPerCm2AndFloorTheConductanceButNotTheImpedance
     EXPECT_LT(p.Zre, 0.0);
     // Nothing at all: no impedance either.
     p = MakeCfPoint(0, 0, w);
-    EXPECT_EQ(p.Zre, 0.0);
-    EXPECT_EQ(p.Zim, 0.0);
-    EXPECT_EQ(p.G, 1e-12);
+    EXPECT_EQ(std::tuple(p.Zre, p.Zim, p.G), std::tuple(0.0, 0.0, 1e-12));
 }
 
 TEST_F(Sweeps, CfSweepStoresTheCurveOfTheSmallSignalSolveWithTheExternalCircuit) {
@@ -102,8 +102,7 @@ TEST_F(Sweeps, CfSweepStoresTheCurveOfTheSmallSignalSolveWithTheExternalCircuit)
     a.Cf = {1, 1e6, 1e2, 5, 0}; // falling
     AppendDataListElement(1, a, wp);
     ASSERT_EQ(calccf(cv, a), 1);
-    EXPECT_EQ(CfConvergenceFailure, 0);
-    EXPECT_EQ(a.Cf.done, 5);
+    EXPECT_EQ(std::tuple(CfConvergenceFailure, a.Cf.done), std::tuple(0, 5));
     const DataListElement& e = *pointer_naar_huidige();
     ASSERT_EQ(e.cf_as.size(), 5u);
     // Logarithmic steps from start to stop, here downwards.
@@ -113,8 +112,7 @@ TEST_F(Sweeps, CfSweepStoresTheCurveOfTheSmallSignalSolveWithTheExternalCircuit)
     // Without traps the depletion capacitance does not depend on the frequency: eps/W, about 25 nF/cm2.
     for (size_t k = 0; k < 5; ++k) {
         EXPECT_NEAR(e.cfcap[k] / e.cfcap[0], 1.0, 1e-3) << k;
-        EXPECT_GT(e.cfcap[k], 20.0);
-        EXPECT_LT(e.cfcap[k], 30.0);
+        EXPECT_TRUE(e.cfcap[k] > 20 && e.cfcap[k] < 30) << e.cfcap[k];
     }
     // The same point by hand from the admittance.
     amplitude = 1.0;
@@ -176,27 +174,23 @@ TEST_F(Sweeps, CfFileHasOneBlockPerSimulationWithAllItsRows) {
 }
 
 TEST(MergeIVAndCV, KeepsOnePointPerVoltageWithTheIVPointWinningATie) {
-    int m = 0;
-    std::vector<int> index, source;
+    // The sources (1 I-V, 2 C-V) and indices of the merged points.
+    auto merge = [](const std::vector<double>& iv, const std::vector<double>& cv) {
+        int m = 0;
+        std::vector<int> index, source;
+        merge_IV_and_CV(static_cast<int>(iv.size()), iv.empty() ? nullptr : iv.data(),
+                        static_cast<int>(cv.size()), cv.data(), m, index, source);
+        source.resize(At(m));
+        index.resize(At(m));
+        return std::pair(source, index);
+    };
+    using V = std::vector<int>;
     // Without an I-V curve: the C-V points in their own order.
-    const double cvOnly[] = {0.3, 0.1, 0.2};
-    merge_IV_and_CV(0, nullptr, 3, cvOnly, m, index, source);
-    ASSERT_EQ(m, 3);
-    EXPECT_EQ(index, (std::vector<int>{0, 1, 2}));
-    EXPECT_EQ(source, (std::vector<int>{2, 2, 2}));
+    EXPECT_EQ(merge({}, {0.3, 0.1, 0.2}), std::pair(V{2, 2, 2}, V{0, 1, 2}));
     // The same voltages: every merged point comes from I-V.
-    const double iv[] = {0.0, 0.1, 0.2};
-    const double same[] = {0.2, 0.1, 0.0};
-    merge_IV_and_CV(3, iv, 3, same, m, index, source);
-    ASSERT_EQ(m, 3);
-    EXPECT_EQ(std::vector<int>(source.begin(), source.begin() + 3), (std::vector<int>{1, 1, 1}));
-    EXPECT_EQ(std::vector<int>(index.begin(), index.begin() + 3), (std::vector<int>{0, 1, 2}));
+    EXPECT_EQ(merge({0, 0.1, 0.2}, {0.2, 0.1, 0}), std::pair(V{1, 1, 1}, V{0, 1, 2}));
     // A C-V point 5e-6 V beside an I-V point is dropped; one in between and one beyond are kept.
-    const double cv[] = {0.1 + 5e-6, 0.05, 0.3};
-    merge_IV_and_CV(3, iv, 3, cv, m, index, source);
-    ASSERT_EQ(m, 5);
-    EXPECT_EQ(std::vector<int>(source.begin(), source.begin() + 5), (std::vector<int>{1, 2, 1, 1, 2}));
-    EXPECT_EQ(std::vector<int>(index.begin(), index.begin() + 5), (std::vector<int>{0, 1, 1, 2, 2}));
+    EXPECT_EQ(merge({0, 0.1, 0.2}, {0.1 + 5e-6, 0.05, 0.3}), std::pair(V{1, 2, 1, 1, 2}, V{0, 1, 1, 2, 2}));
 }
 
 TEST(MottSchottky, ApparentDopingOfAnIdealOneSidedJunctionAndTheWindowAtTheEdges) {
@@ -242,14 +236,15 @@ TEST_F(Sweeps, CvSweepGivesTheDopingOfTheLightSideAndMergesIntoTheIVCurve) {
     a.CV = {1, -1.0, -0.5, 11, 0};
     AppendDataListElement(1, a, wp);
     ASSERT_EQ(calccv(cv, a, SWEEP_FROM_START), 1);
-    EXPECT_EQ(CVConvergenceFailure, 0);
-    EXPECT_EQ(a.CV.done, 11);
     const DataListElement& e = *pointer_naar_huidige();
-    ASSERT_EQ(e.cvN.size(), 11u);
+    // C-V without an I-V curve: the element has an I-V curve of the same points.
+    ASSERT_EQ(std::tuple(CVConvergenceFailure, a.CV.done, e.cvN.size(), e.actie.IV.done, e.iv_as.size()),
+              std::tuple(0, 11, 11u, 11, 11u));
     for (size_t k = 0; k < 11; ++k) {
         EXPECT_NEAR(e.cvN[k] / (Na * 1e-6), 1.0, 0.03) << "V = " << e.cv_as[k];
         EXPECT_NEAR(e.cvW[k], 11.9 * 8.854e-12 / (e.cvcap[k] * 1e-5) * 1e6, 1e-9);
         EXPECT_NEAR(e.cvMott[k], 1.0 / (e.cvcap[k] * e.cvcap[k]), 1e-12 / (e.cvcap[k] * e.cvcap[k]));
+        EXPECT_NEAR(e.iv_as[k], e.cv_as[k], 1e-12);
     }
     // The intercept of 1/C^2 against V.
     double sx = 0, sy = 0, sxx = 0, sxy = 0;
@@ -265,12 +260,7 @@ TEST_F(Sweeps, CvSweepGivesTheDopingOfTheLightSideAndMergesIntoTheIVCurve) {
     // Depletion theory puts the intercept at Vbi - 2kT/q (the majority-carrier tails at the edges of
     // the depleted region); the Debye tail of the n+ side makes the slope about 2 % steeper, which
     // moves the extrapolation over 1.5 V down by a few kT more.
-    EXPECT_LT(V0, Vbi - kT);
-    EXPECT_GT(V0, Vbi - 4 * kT);
-    // C-V without an I-V curve: the element has an I-V curve of the same points.
-    ASSERT_EQ(e.actie.IV.done, 11);
-    ASSERT_EQ(e.iv_as.size(), 11u);
-    for (size_t k = 0; k < 11; ++k) EXPECT_NEAR(e.iv_as[k], e.cv_as[k], 1e-12);
+    EXPECT_TRUE(V0 < Vbi - kT && V0 > Vbi - 4 * kT) << V0 << " against Vbi " << Vbi;
     EXPECT_LT(e.ivcurrent[0], 0.0) << "a reverse-biased diode draws a small negative current";
 }
 
@@ -282,25 +272,20 @@ TEST_F(Sweeps, CfSweepRefusesAFailedStateAndCvSweepKeepsThePointsBeforeTheCut) {
     a.Cf = {1, 1e2, 1e6, 5, 0};
     const DataListElement& cf = AppendDataListElement(1, a, wp);
     EXPECT_EQ(calccf(cv, a), 0);
-    EXPECT_EQ(CfConvergenceFailure, 1);
-    EXPECT_EQ(a.Cf.done, 0);
-    EXPECT_TRUE(cf.cf_as.empty());
+    EXPECT_EQ(std::tuple(CfConvergenceFailure, a.Cf.done, cf.cf_as.size()), std::tuple(1, 0, 0u));
     wp.frequency = 1e4;
     a.CV = {1, -1.0, -0.6, 5, 0};
     AppendDataListElement(2, a, wp);
     ClearReportedMessages();
     ASSERT_EQ(calccv(cv, a, SWEEP_FROM_START), 1);
-    EXPECT_EQ(CVConvergenceFailure, 1);
-    EXPECT_EQ(a.CV.done, 1);
     const DataListElement& e = *pointer_naar_huidige();
-    EXPECT_EQ(e.actie.CV.points, 5);
-    EXPECT_EQ(e.actie.CV.done, 1);
     // Only the point that was solved is stored, in the C-V curve and in the merged I-V curve; the
     // points behind the cut are never written as numbers.
-    ASSERT_EQ(e.cv_as.size(), 1u);
+    ASSERT_EQ(std::tuple(CVConvergenceFailure, a.CV.done, e.actie.CV.points, e.actie.CV.done, e.actie.IV.done,
+                         e.cv_as.size()),
+              std::tuple(1, 1, 5, 1, 1, 1u));
     EXPECT_NEAR(e.cv_as[0], -1.0, 1e-12);
     EXPECT_GT(e.cvcap[0], 0.0);
-    EXPECT_EQ(e.actie.IV.done, 1);
     ExpectOneMessage("While calculating C(V)...",
                      "Convergence failure at V = -0.900000 Volt\nC(V) calculation cut at V = -1.000000 Volt");
 }
@@ -359,8 +344,7 @@ TEST_F(Sweeps, CvFileHasTheMottSchottkyColumnsOnlyWhenTheAnalysisRan) {
     const std::vector<size_t> plain = Starting(lines, "    v(V)\t   C(nF/cm2)\t    G(S/cm2)\t  jtot"),
                               full = Starting(
                                   lines, "    v(V)\t   C(nF/cm2)\t    G(S/cm2)\t       W(µm)\t  Napp(/cm3)");
-    ASSERT_EQ(plain.size(), 1u);
-    ASSERT_EQ(full.size(), 1u);
+    ASSERT_EQ(std::tuple(plain.size(), full.size()), std::tuple(1u, 1u));
     EXPECT_EQ(lines[plain[0] + 2].substr(0, 13), "    -1.000000");
     EXPECT_EQ(lines[plain[0] + 5], "") << "three rows for three points done";
     EXPECT_EQ(
@@ -369,9 +353,8 @@ TEST_F(Sweeps, CvFileHasTheMottSchottkyColumnsOnlyWhenTheAnalysisRan) {
         "layer\t1\tabsorber");
     const std::vector<std::string> row = Cells(lines[full[0] + 2]);
     ASSERT_EQ(row.size(), 10u);
-    EXPECT_DOUBLE_EQ(std::stod(row[3]), 0.5);
-    EXPECT_DOUBLE_EQ(std::stod(row[4]), 1e16);
-    EXPECT_DOUBLE_EQ(std::stod(row[5]), -1e-6);
+    EXPECT_EQ(std::tuple(std::stod(row[3]), std::stod(row[4]), std::stod(row[5])),
+              std::tuple(0.5, 1e16, -1e-6));
     EXPECT_EQ(lines[full[0] + 7], "");
 }
 
@@ -390,9 +373,7 @@ TEST_F(Sweeps, AcFileHoldsTheSmallSignalProfilesOfEveryMeshPoint) {
     extraheer_kleinsignaalstroom(cv);
     const std::vector<std::string> lines =
         Written([&](int m, TextFile* f) { return ac_naar_file(m, f, cv); });
-    const std::vector<size_t> heads = Starting(lines, "i\tx (µm)");
-    ASSERT_EQ(heads.size(), 1u);
-    const size_t head = heads[0];
+    const size_t head = Starting(lines, "i\tx (µm)").at(0);
     EXPECT_EQ(lines[head - 2], "bulk");
     EXPECT_EQ(lines[head - 4].substr(0, 32), "Calculation at actual frequency\t");
     EXPECT_NEAR(std::stod(lines[head - 4].substr(32)), 2.5e4, 1e-6);
