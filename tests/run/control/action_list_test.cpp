@@ -236,6 +236,7 @@ TEST(SweepConsistency, LinearSweep) {
     using E = SweepEdit;
     EXPECT_EQ(Lin({1, 0, 1, 5, 0.1}, E::Increment), std::pair(11, 0.1));
     EXPECT_EQ(Lin({1, 0, 1, 5, 0.3}, E::Range), std::pair(4, 1.0 / 3));    // 3.33 steps round to 3
+    EXPECT_EQ(Lin({1, 0, 1, 5, 0.35}, E::Range), std::pair(4, 1.0 / 3));   // 2.86 steps round to 3
     EXPECT_EQ(Lin({1, -1, 1, 5, 0.1}, E::Points), std::pair(5, 0.5));      // the step follows n
     EXPECT_EQ(Lin({1, 1, -1, 7, 0}, E::Increment), std::pair(7, 2.0 / 6)); // step 0: n stays
     EXPECT_EQ(Lin({1, 0.5, 0.5, 7, 0.1}, E::Range), std::pair(2, 0.0));    // start equal to stop
