@@ -182,11 +182,7 @@ TEST(IVParametersOfTheSimulation,
     // generator's current sees it.
     const std::vector<double> V{0, 0.2, 0.4, 0.6, 0.7}, J{-20, -19.9, -19, -8, 12};
     zonnecel.signV = zonnecel.signJ = -1;
-    std::vector<double> userV, userJ;
-    for (size_t i = 0; i < V.size(); ++i) {
-        userV.push_back(-V[i]);
-        userJ.push_back(-J[i]);
-    }
+    const std::vector<double> userV{-0.0, -0.2, -0.4, -0.6, -0.7}, userJ{20, 19.9, 19, 8, -12};
     wp.dark = wp.generationFromFile = 0;
     wp.power_incident = 800;
     DataListElement& element = AppendDataListElement(1, Actie{}, wp);
@@ -224,30 +220,27 @@ protected:
     void SetUp() override {
         InputParameters in = PN({.Krad = 1e-18, .Cn = 1e-42, .Cp = 1e-42}, 1e-6, 1e23, 1e-6, 2e23, 1);
         AddDefects(in.cellParas);
-        parameterset1_to_3(in, *P, 300, nullptr, 0);
         WriteFile(generationFile, "x (um)\tG (/m3s)\n0\t6e26\n5\t6e26\n");
         Generation_Mode = 1;
-        wp.dark = wp.RsPresent = wp.RshPresent = 0;
+        wp.voltage = wp.dark = wp.RsPresent = wp.RshPresent = 0;
         wp.generationFromFile = 1;
         wp.generationFile = generationFile;
         wp.attenuation = 100;
         wp.idealLightCurrent = Jgen;
-        wp.voltage = 0;
         wp.numberofpoints = 5;
         zonnecel.signV = zonnecel.signJ = 1;
         pausestatus = actionPanel.stopAfterVoc = 0;
         // Equilibrium, then the short circuit under the whole light; the working point is the short
         // circuit.
-        CalculationVariables& cv = currentCalcVars;
-        InitialiseCalculationVariables(cv);
-        ASSERT_EQ(CreateCalculationVariables(cv, gp.get(), *P, 1, 0), 0);
+        d = Build(in);
+        CalculationVariables& cv = *d->cv;
         equilibrium(cv);
         ASSERT_EQ(CONVERGENTIEFALING, 0);
-        ASSERT_EQ(bereken_generatie_uit_file(cv, *gp, 0, wp.generationFile, 100), 1);
+        ASSERT_EQ(bereken_generatie_uit_file(cv, *d->light, 0, wp.generationFile, 100), 1);
         onder_belichting(cv);
         ASSERT_EQ(CONVERGENTIEFALING, 0);
-        CopyCalculationVariables(kortsluitcv, cv);
-        CopyCalculationVariables(werkpuntcv, cv);
+        for (CalculationVariables* state : {&currentCalcVars, &kortsluitcv, &werkpuntcv})
+            CopyCalculationVariables(*state, cv);
         wis_alles();
     }
     void TearDown() override {
@@ -281,8 +274,7 @@ protected:
     Keep<WorkPoint> keepWp{wp};
     TempFolder folder;
     const std::string generationFile = folder / "uniform.gen";
-    std::unique_ptr<CalculationParameters> P = std::make_unique<CalculationParameters>();
-    std::unique_ptr<GenerationParameters> gp = std::make_unique<GenerationParameters>();
+    std::unique_ptr<Device> d;
 };
 TEST_F(IlluminatedJunction, ASweepAcrossZeroRunsTwoBranchesIsStoredAscendingAndCrossesZeroAtVoc) {
     int mode = 0;
