@@ -98,9 +98,10 @@ TEST(Problem, InteractiveSaveWarnsAboutSideFilesOutsideTheirFolders) {
     const size_t before = ReportedMessages().size();
     ASSERT_EQ(data_naar_file("saved.def"), 0);
     // The buffer layer takes its absorption from cds.abs for both pure materials: two warnings.
-    EXPECT_EQ(MessagesHolding(before, "The absorptionfile  'cds.abs', used in layer 2 of this def-file"), 2u);
-    EXPECT_EQ(MessagesHolding(before, "isn't saved yet"), 1u);
-    EXPECT_EQ(parameterset1.name, "saved.def");
+    EXPECT_EQ(
+        std::tuple(MessagesHolding(before, "The absorptionfile  'cds.abs', used in layer 2 of this def-file"),
+                   MessagesHolding(before, "isn't saved yet"), parameterset1.name),
+        std::tuple(2u, 1u, "saved.def"));
     // With the file in its folder the save is silent.
     test::WriteFile(home / "absorption/cds.abs", "500 1e7\n");
     const size_t second = ReportedMessages().size();

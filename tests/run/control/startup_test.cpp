@@ -127,8 +127,9 @@ TEST(Messages, StatusLineIlluminationAndErrorHandling) {
     EXPECT_EQ(std::tuple(statusLine.text, statusLine.red, statusLine.active),
               std::tuple("Status unknown", true, false));
 
-    EXPECT_EQ(IlluminationMessage(GraphPanel::IV, 1, -1, 0, 0).label, "dark");
-    EXPECT_EQ(IlluminationMessage(GraphPanel::IV, 0, -1, 0, 0).label, "light->");
+    EXPECT_EQ(std::tuple(IlluminationMessage(GraphPanel::IV, 1, -1, 0, 0).label,
+                         IlluminationMessage(GraphPanel::IV, 0, -1, 0, 0).label),
+              std::tuple("dark", "light->"));
     const auto right = IlluminationMessage(GraphPanel::BandDiagram, 0, 1, 0, 0);
     EXPECT_EQ(std::tuple(right.label, right.legend, illuminationTexts[0].label),
               std::tuple("<-light", "last curve, <-light", "<-light"));

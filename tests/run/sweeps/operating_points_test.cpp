@@ -315,8 +315,7 @@ TEST_F(StartingPoint, TheSweepStartsFromTheRightKnownStateAtTheRightEnd) {
     wp.voltage = Vw;
     double start = Vw, stop = 0.8;
     Start(start, stop);
-    EXPECT_EQ(d->cv->psi, working->psi);
-    EXPECT_EQ(d->cv->u, working->u);
+    EXPECT_EQ(std::tuple(d->cv->psi, d->cv->u), std::tuple(working->psi, working->u));
     // None lies nearer: with the working point and the present state at 0 V, a falling request is
     // made rising and starts from the short circuit.
     wp.voltage = 0;
@@ -343,13 +342,11 @@ TEST(ReorderVoltages, TheSweepWalksUpFromTheStartVoltageThenDownFromIt) {
     std::vector<double> v{-0.2, -0.1, 0, 0.1, 0.2, 0.3}, w{0, 0.1, 0.2};
     int split = -1;
     ReorderVoltagesAroundStartVoltage(v.data(), 6, 0, split);
-    EXPECT_EQ(v, (std::vector<double>{0.1, 0.2, 0.3, 0, -0.1, -0.2}));
-    EXPECT_EQ(split, 3);
+    EXPECT_EQ(std::tuple(v, split), std::tuple(std::vector<double>{0.1, 0.2, 0.3, 0, -0.1, -0.2}, 3));
     // A start voltage at an end leaves the sweep alone.
     split = -1;
     ReorderVoltagesAroundStartVoltage(w.data(), 3, 0, split);
-    EXPECT_EQ(w, (std::vector<double>{0, 0.1, 0.2}));
-    EXPECT_EQ(split, -1);
+    EXPECT_EQ(std::tuple(w, split), std::tuple(std::vector<double>{0, 0.1, 0.2}, -1));
 }
 
 } // namespace
