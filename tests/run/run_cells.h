@@ -1,4 +1,4 @@
-// Builders shared by the sweep and control tests: a p-n junction in file form, the lines of a text,
+// Builders shared by the sweep and control tests: a p-n junction in file form, the lines of a file,
 // the one message that a failure reports, and a session record put back at the end of a test.
 #pragma once
 
@@ -35,18 +35,11 @@ inline InputParameters PN(const Material& m, double dp, double Na, double dn, do
     return in;
 }
 
-inline std::vector<std::string> Lines(const std::string& text) {
+inline std::vector<std::string> FileLines(const std::string& path) {
     std::vector<std::string> lines;
-    std::istringstream in(text);
+    std::ifstream in(path);
     for (std::string line; std::getline(in, line);) lines.push_back(line);
     return lines;
-}
-
-inline std::vector<std::string> FileLines(const std::string& path) {
-    std::ifstream in(path);
-    std::ostringstream s;
-    s << in.rdbuf();
-    return Lines(s.str());
 }
 
 // The fields of a row, tab-separated unless told otherwise.
