@@ -224,7 +224,7 @@ std::pair<int, double> Log(SweepSettings s, SweepEdit edit) {
     return {s.points, s.increment};
 }
 
-TEST(SweepConsistency, LinearSweep) {
+TEST(SweepConsistency, LinearAndLogarithmicSweeps) {
     using E = SweepEdit;
     EXPECT_EQ(Lin({1, 0, 1, 5, 0.1}, E::Increment), std::pair(11, 0.1));
     EXPECT_EQ(Lin({1, 0, 1, 5, 0.3}, E::Range), std::pair(4, 1.0 / 3));    // 3.33 steps round to 3
@@ -241,10 +241,8 @@ TEST(SweepConsistency, LinearSweep) {
     ClearReportedMessages();
     EXPECT_EQ(Lin({1, 0, 2, 2001, 0.001}, E::Increment).first, 2001); // at the limit: no warning
     EXPECT_TRUE(ReportedMessages().empty());
-}
 
-TEST(SweepConsistency, LogarithmicSweep) {
-    using E = SweepEdit;
+    // Logarithmic sweeps count points per decade.
     auto near = [](std::pair<int, double> got, int n, double p) {
         EXPECT_EQ(got.first, n);
         EXPECT_NEAR(got.second, p, 1e-9);

@@ -232,7 +232,7 @@ TEST(MottSchottky, ApparentDopingOfAnIdealOneSidedJunctionAndTheWindowAtTheEdges
     EXPECT_EQ(std::tuple(W[0], Napp[3]), std::tuple(0.0, 0.0));
 }
 
-TEST_F(Sweeps, CvSweepGivesTheDopingOfTheLightSideAndMergesIntoTheIVCurve) {
+TEST_F(Sweeps, CvSweepGivesTheDopingOfTheLightSideMergesIntoTheIVCurveAndKeepsThePointsBeforeACut) {
     const double Na = 1e22, Nd = 1e24;
     auto d = Junction(-1.0);
     wp.frequency = 1e4;
@@ -260,27 +260,25 @@ TEST_F(Sweeps, CvSweepGivesTheDopingOfTheLightSideAndMergesIntoTheIVCurve) {
     // moves the extrapolation over 1.5 V down by a few kT more.
     EXPECT_TRUE(V0 < Vbi - kT && V0 > Vbi - 4 * kT) << V0 << " against Vbi " << Vbi;
     EXPECT_LT(e.ivcurrent[0], 0.0) << "a reverse-biased diode draws a small negative current";
-}
 
-TEST_F(Sweeps, CfSweepRefusesAFailedStateAndCvSweepKeepsThePointsBeforeTheCut) {
-    auto d = Junction(-1.0);
+    // A state that fails from the next step on: C-f refuses it, C-V keeps the points before the cut.
     CalculationVariables& cv = *d->cv;
-    cv.iteration_count = -1; // the state fails from the next step on
-    Actie a;
+    WalkTo(cv, -1.0);
+    cv.iteration_count = -1;
     a.Cf = {1, 1e2, 1e6, 5, 0};
     const DataListElement& cf = AppendDataListElement(1, a, wp);
     EXPECT_EQ(calccf(cv, a), 0);
     EXPECT_EQ(std::tuple(CfConvergenceFailure, a.Cf.done, cf.cf_as.size()), std::tuple(1, 0, 0u));
     wp.frequency = 1e4;
     ClearReportedMessages();
-    const DataListElement& e = CV(cv, a, -1.0, -0.6, 5);
+    const DataListElement& cut = CV(cv, a, -1.0, -0.6, 5);
     // Only the point that was solved is stored, in the C-V curve and in the merged I-V curve; the
     // points behind the cut are never written as numbers.
-    ASSERT_EQ(std::tuple(CVConvergenceFailure, a.CV.done, e.actie.CV.points, e.actie.CV.done, e.actie.IV.done,
-                         e.cv_as.size()),
+    ASSERT_EQ(std::tuple(CVConvergenceFailure, a.CV.done, cut.actie.CV.points, cut.actie.CV.done,
+                         cut.actie.IV.done, cut.cv_as.size()),
               std::tuple(1, 1, 5, 1, 1, 1u));
-    EXPECT_NEAR(e.cv_as[0], -1.0, 1e-12);
-    EXPECT_GT(e.cvcap[0], 0.0);
+    EXPECT_NEAR(cut.cv_as[0], -1.0, 1e-12);
+    EXPECT_GT(cut.cvcap[0], 0.0);
     ExpectOneMessage("While calculating C(V)...",
                      "Convergence failure at V = -0.900000 Volt\nC(V) calculation cut at V = -1.000000 Volt");
 }
