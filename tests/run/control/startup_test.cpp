@@ -1,5 +1,5 @@
 // Start-up: file types and folders, name completion, the home tree, the version banner, the status
-// line and illumination labels, and the shipped standard spectrum.
+// line and illumination labels.  (The shipped standard spectrum is checked with the spectrum reader.)
 #include "run/control/startup.h"
 
 #include <gtest/gtest.h>
@@ -7,14 +7,12 @@
 #include <chrono>
 #include <ctime>
 #include <filesystem>
-#include <fstream>
 #include <iomanip>
 #include <sstream>
 #include <string>
 #include <tuple>
 #include <utility>
 
-#include "cell/cell_records.h"
 #include "platform/files.h"
 #include "platform/messages.h"
 #include "support/temp_folder.h"
@@ -147,26 +145,4 @@ TEST(Messages, StatusLineIlluminationAndErrorHandling) {
     ErrorHandling();
     EXPECT_EQ(ErrorMessageMode, 2);
     ErrorMessageMode = ErrorHandlingSetting = 0;
-}
-
-TEST(StandardSpectrum, OneSunOfPowerAndTheRightPhotonFlux) {
-    std::ifstream in(std::string(TERVO_SOURCE_DIR) + "/home/spectrum/AM1_5G 1 sun.spe");
-    ASSERT_TRUE(in.is_open());
-    constexpr double h = 6.62607015e-34, c = 2.99792458e8, q = 1.602176634e-19; // J s, m/s, C
-    double power = 0, photons = 0, previous = 0;                                // W/m2, per m2 and second, nm
-    int count = 0;
-    for (std::string line; std::getline(in, line);) {
-        std::istringstream fields(line);
-        double lambda = 0, p = 0;
-        if (!(fields >> lambda >> p)) continue; // comment lines
-        EXPECT_TRUE(lambda > previous && p >= 0) << lambda;
-        previous = lambda;
-        power += p;
-        photons += p * lambda * 1e-9 / (h * c);
-        ++count;
-    }
-    EXPECT_EQ(count, 2002);
-    EXPECT_LE(count, MAX_SPECTRUM_LINES);
-    EXPECT_NEAR(power, 1000.0, 5.0);
-    EXPECT_NEAR(q * photons * 0.1, 68.98, 68.98 * 0.005); // mA/cm2
 }
