@@ -2,7 +2,8 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <fstream>
+#include <string>
+#include <tuple>
 
 #include "cell/cell_records.h"
 #include "cell/definition_file.h"
@@ -13,20 +14,21 @@
 #include "run/control/work_point.h"
 #include "setup/generation.h"
 #include "setup/parameter_sets.h"
+#include "support/temp_folder.h"
 
 namespace fs = std::filesystem;
 using namespace tervo;
 
 namespace {
 
-struct Home {
-    fs::path path = fs::temp_directory_path() / ("tervo_problem_" + std::to_string(::getpid()));
+const std::string kSource = TERVO_SOURCE_DIR;
+
+struct Home : test::TempFolder {
     Home() {
         for (const char* d : {"def", "absorption", "filter", "grading"}) fs::create_directories(path / d);
         SetProjectDir(path.string());
         ErrorMessageMode = 2;
     }
-    ~Home() { fs::remove_all(path); }
 };
 
 size_t MessagesHolding(size_t from, const std::string& text) {
@@ -40,33 +42,26 @@ size_t MessagesHolding(size_t from, const std::string& text) {
 
 TEST(Problem, LoadBringsTheCellInUserFormAndTheSettingsIntoTheSession) {
     Home home;
-    fs::copy_file(fs::path(TERVO_SOURCE_DIR) / "examples/cells/cdte.def", home.path / "def/cdte.def");
+    fs::copy_file(kSource + "/examples/cells/cdte.def", home / "def/cdte.def");
     wp.Rs = 0;
     ASSERT_EQ(Laad_data_uit_file("cdte.def"), 0); // a bare name is looked for in def
-    EXPECT_EQ(parameterset1.name, "cdte.def");
-    EXPECT_EQ(zonnecel.numberOfLayers, 3);
     const LayerParameters& cdte = zonnecel.layer[0];
-    EXPECT_EQ(cdte.name, "CdTe");
-    EXPECT_DOUBLE_EQ(cdte.material.d, 4.0);              // µm
-    EXPECT_DOUBLE_EQ(cdte.material.Na.leftValue, 2e14);  // /cm^3
-    EXPECT_DOUBLE_EQ(cdte.material.mu_n.leftValue, 320); // cm^2/Vs
-    EXPECT_DOUBLE_EQ(cdte.srh[0][0].sigma_n, 1e-13);     // cm^2
-    EXPECT_DOUBLE_EQ(zonnecel.leftContact.Sn, 1e7);      // cm/s
-    EXPECT_EQ(current_cell.layer[2].name, "SnO2");
-    EXPECT_EQ(current_layers[1].name, "CdS");
-    // The working settings of the file.
-    EXPECT_NEAR(Rfront, 0.05, 1e-12); // Tfront, written after it, sets it again as 1 - Tfront
-    EXPECT_DOUBLE_EQ(Tfront, 0.95);
-    EXPECT_EQ(wp.RsPresent, 1);
-    EXPECT_DOUBLE_EQ(wp.Rs, 1e-4);
-    EXPECT_EQ(wp.side, 1);
-    EXPECT_EQ(equiberekend, 0);
+    EXPECT_EQ(std::tuple(parameterset1.name, zonnecel.numberOfLayers, cdte.name, current_cell.layer[2].name,
+                         current_layers[1].name),
+              std::tuple("cdte.def", 3, "CdTe", "SnO2", "CdS"));
+    // In user units: µm, /cm^3, cm^2/Vs, cm^2, cm/s.
+    EXPECT_EQ(std::tuple(cdte.material.d, cdte.material.Na.leftValue, cdte.material.mu_n.leftValue,
+                         cdte.srh[0][0].sigma_n, zonnecel.leftContact.Sn),
+              std::tuple(4.0, 2e14, 320.0, 1e-13, 1e7));
+    // The working settings of the file; Tfront, written after Rfront, sets it again as 1 - Tfront.
+    EXPECT_NEAR(Rfront, 0.05, 1e-12);
+    EXPECT_EQ(std::tuple(Tfront, wp.RsPresent, wp.Rs, wp.side, equiberekend),
+              std::tuple(0.95, 1, 1e-4, 1, 0));
 }
 
 TEST(Problem, SavedCellLoadsBackTheSame) {
     Home home;
-    ASSERT_EQ(Laad_data_uit_file((fs::path(TERVO_SOURCE_DIR) / "examples/cells/graded_cigs.def").string()),
-              0);
+    ASSERT_EQ(Laad_data_uit_file(kSource + "/examples/cells/graded_cigs.def"), 0);
     const CellDefinition before = zonnecel;
     ASSERT_EQ(SaveDefinitionFileToPath("copy.def"), 0);
     ASSERT_TRUE(fs::exists(home.path / "def/copy.def"));
@@ -74,47 +69,46 @@ TEST(Problem, SavedCellLoadsBackTheSame) {
     EXPECT_EQ(zonnecel.numberOfLayers, 0);
     ASSERT_EQ(Laad_data_uit_file("copy.def"), 0);
     ASSERT_EQ(zonnecel.numberOfLayers, before.numberOfLayers);
-    const MaterialParameters& a = before.layer[0].material;
-    const MaterialParameters& b = zonnecel.layer[0].material;
+    const MaterialParameters &a = before.layer[0].material, &b = zonnecel.layer[0].material;
     EXPECT_EQ(b.Eg.law, LAW_PARABOLIC);
     EXPECT_NEAR(b.Eg.lawPar1, a.Eg.lawPar1, 1e-9);
     EXPECT_NEAR(b.Na.rightValue, a.Na.rightValue, 1e-6 * a.Na.rightValue);
-    EXPECT_EQ(zonnecel.layer[0].srhteller, 2);
     EXPECT_NEAR(zonnecel.layer[0].srh[1][0].sigma_p, before.layer[0].srh[1][0].sigma_p, 1e-30);
-    EXPECT_EQ(zonnecel.interface[0].defect[0].energy.reference, 4);
-    EXPECT_EQ(zonnecel.voltageAppliedTo, -1);
+    EXPECT_EQ(std::tuple(zonnecel.layer[0].srhteller, zonnecel.interface[0].defect[0].energy.reference,
+                         zonnecel.voltageAppliedTo),
+              std::tuple(2, 4, -1));
 }
 
 TEST(Problem, UnreadableFilesAreReportedAndLeaveTheCellAlone) {
     Home home;
-    ASSERT_EQ(Laad_data_uit_file((fs::path(TERVO_SOURCE_DIR) / "home/def/cigs.def").string()), 0);
+    ASSERT_EQ(Laad_data_uit_file(kSource + "/home/def/cigs.def"), 0);
     const size_t before = ReportedMessages().size();
     EXPECT_EQ(Laad_data_uit_file("nothing here.def"), -1);
     EXPECT_EQ(MessagesHolding(before, "File not loaded"), 1u);
-    std::ofstream(home.path / "def/garbage.def", std::ios::binary)
-        << std::string("\x7f\x45\x4c\x46\x02\x01", 6);
+    test::WriteFile(home / "def/garbage.def", std::string("\x7f\x45\x4c\x46\x02\x01", 6));
     EXPECT_EQ(Laad_data_uit_file("garbage.def"), -1);
     EXPECT_EQ(MessagesHolding(before, "holds no layer"), 1u);
-    EXPECT_EQ(zonnecel.numberOfLayers, 3); // still the cell loaded first
-    EXPECT_EQ(zonnecel.layer[0].name, "CIGS");
+    EXPECT_EQ(std::tuple(zonnecel.numberOfLayers, zonnecel.layer[0].name), std::tuple(3, "CIGS"))
+        << "the first";
 }
 
 TEST(Problem, InteractiveSaveWarnsAboutSideFilesOutsideTheirFolders) {
     Home home;
-    ASSERT_EQ(Laad_data_uit_file((fs::path(TERVO_SOURCE_DIR) / "tests/cell/data/old_forms.def").string()), 0);
+    ASSERT_EQ(Laad_data_uit_file(kSource + "/tests/cell/data/old_forms.def"), 0);
     const size_t before = ReportedMessages().size();
     ASSERT_EQ(data_naar_file("saved.def"), 0);
     // The buffer layer takes its absorption from cds.abs for both pure materials: two warnings.
-    EXPECT_EQ(MessagesHolding(before, "The absorptionfile  'cds.abs', used in layer 2 of this def-file"), 2u);
-    EXPECT_EQ(MessagesHolding(before, "isn't saved yet"), 1u);
-    EXPECT_EQ(parameterset1.name, "saved.def");
+    EXPECT_EQ(
+        std::tuple(MessagesHolding(before, "The absorptionfile  'cds.abs', used in layer 2 of this def-file"),
+                   MessagesHolding(before, "isn't saved yet"), parameterset1.name),
+        std::tuple(2u, 1u, "saved.def"));
     // With the file in its folder the save is silent.
-    std::ofstream(home.path / "absorption/cds.abs") << "500 1e7\n";
+    test::WriteFile(home / "absorption/cds.abs", "500 1e7\n");
     const size_t second = ReportedMessages().size();
     ASSERT_EQ(data_naar_file("saved.def"), 0);
     EXPECT_EQ(ReportedMessages().size(), second);
     InputParameters back;
     DefinitionWorkingSettings s;
-    EXPECT_EQ(lees_structuurfile((home.path / "def/saved.def").string(), back, s), 1);
+    EXPECT_EQ(lees_structuurfile(home / "def/saved.def", back, s), 1);
     EXPECT_EQ(back.cellParas.layer[1].material.absorptionFileB, "cds.abs");
 }

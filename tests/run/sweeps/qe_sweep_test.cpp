@@ -13,42 +13,35 @@
 #include <filesystem>
 #include <fstream>
 #include <memory>
-#include <random>
 #include <sstream>
 #include <string>
+#include <tuple>
 #include <vector>
 
-#include "platform/messages.h"
 #include "run/control/driver.h"
 #include "run/control/startup.h"
 #include "run/control/work_point.h"
 #include "run/results/extraction.h"
 #include "run/results/result_list.h"
+#include "run/run_cells.h"
 #include "run/sweeps/operating_points.h"
 #include "script/curve_helpers.h"
 #include "setup/absorption.h"
 #include "setup/generation.h"
 #include "setup/spectrum.h"
-#include "solver/discrete_equations.h"
+#include "support/program_run.h"
 
 namespace tervo {
 namespace {
 
-namespace fs = std::filesystem;
-
-const fs::path kSource = TERVO_SOURCE_DIR;
-constexpr double kGap = 1.5;                       // eV, both cells
-const double kGapWavelength = 1239.977 / kGap;     // 826.65 nm
-constexpr double kPhotonCurrent = 1.602e-19 * 0.1; // mA/cm2 per photon per m2 and second
-
-size_t At(int i) {
-    return static_cast<size_t>(i);
-}
+using namespace run_test;
+const std::string kSpectrum = std::string(TERVO_SOURCE_DIR) + "/home/spectrum/AM1_5G 1 sun.spe";
+const double kGapWavelength = 1239.977 / 1.5; // nm, 826.65 nm for the gap of both cells
 
 // A p-n homojunction lit from the n side (right): p base, n emitter, absorption
 // alpha = A sqrt(hv - Eg) (/m), no recombination but at the contacts, where the minority carriers
 // are held back (1e-3 m/s) and the majority carriers pass freely.
-std::string Cell(const char* base, const char* emitter, const char* A, const std::string& convergence = "") {
+std::string Cell(const char* base, const char* emitter, const char* A) {
     auto layer = [A](const char* name, const char* d, const char* Nd, const char* Na) {
         return std::string("layer\n\nname : ") + name + "\nd : " + d +
                "\nv_th_n : 1e5\nv_th_p : 1e5\neps : 13\nchi : 4.0\nEg : 1.5\nNc : 1e24\nNv : 1e25\n"
@@ -59,42 +52,29 @@ std::string Cell(const char* base, const char* emitter, const char* A, const std
                "pure B material (y=1), A : " +
                A + "\npure B material (y=1), B : 0\n\n";
     };
-    return "convergence\n\n" + convergence + "\nback contact\n\nflatband : 1\nSn : 1e-3\nSp : 1e5\n\n" +
-           layer("base", base, "0", "1e22") + layer("emitter", emitter, "1e24", "0") +
+    return "back contact\n\nflatband : 1\nSn : 1e-3\nSp : 1e5\n\n" + layer("base", base, "0", "1e22") +
+           layer("emitter", emitter, "1e24", "0") +
            "front contact\n\nflatband : 1\nSn : 1e5\nSp : 1e-3\n\nworking point\n\nilluminated from : right\n"
            "internal Rfront : 0\n";
 }
 
 // 2 µm that absorb part of the light: the QE falls from about 90 % in the blue to 0 at the gap.
-std::string LinearCell(const std::string& convergence = "") {
-    return Cell("1.5e-6", "0.5e-6", "1e6", convergence);
-}
-// 6 µm that absorb every photon above the gap.
-std::string ThickCell() {
-    return Cell("5e-6", "1e-6", "1e9");
-}
+const std::string kLinearCell = Cell("1.5e-6", "0.5e-6", "1e6");
 
 // The light I-V at 0 V around the short circuit, under the shipped spectrum or a generation file.
 std::string Action(bool dark, const std::string& generationFile = "") {
-    std::string a =
-        "Temperature : 300\nVoltage : 0\nNumber of points : 5\ndark : " + std::to_string(dark ? 1 : 0) +
-        "\nspectrum file :AM1_5G 1 sun.spe\nIV_startV : -0.1\nIV_stopV : 0.1\nIV_points : 5\n"
-        "IV_calculate : 1\n";
-    a += generationFile.empty() ? "generation from file : 0\n"
-                                : "generation from file : 1\ngeneration file :" + generationFile + "\n";
-    return a;
+    return "Temperature : 300\nVoltage : 0\nNumber of points : 5\ndark : " + std::to_string(dark) +
+           "\nspectrum file :AM1_5G 1 sun.spe\nIV_startV : -0.1\nIV_stopV : 0.1\nIV_points : 5\nIV_calculate "
+           ": 1\n" +
+           (generationFile.empty() ? "generation from file : 0\n"
+                                   : "generation from file : 1\ngeneration file :" + generationFile + "\n");
 }
 
 class QESweep : public ::testing::Test {
 protected:
-    fs::path home;
+    test::ProgramHome home;
 
     void SetUp() override {
-        std::random_device random;
-        home = fs::temp_directory_path() / ("tervo_qe_sweep_" + std::to_string(random()));
-        fs::create_directories(home / "spectrum");
-        fs::create_directories(home / "generation");
-        fs::copy_file(kSource / "home/spectrum/AM1_5G 1 sun.spe", home / "spectrum/AM1_5G 1 sun.spe");
         ClearReportedMessages();
         wis_alles();
     }
@@ -104,18 +84,16 @@ protected:
         generatieparameters.QEmode = 1;
         generatieparameters.incidentPower = 10;
         generatieparameters.numberOfPhotons = 1e19;
-        std::error_code ec;
-        fs::remove_all(home, ec);
     }
 
     // The cell simulated once from the command line (equilibrium, short circuit, working point and
     // the light I-V), with the state of the run kept for the QE request.
     void Run(const std::string& cell, const std::string& action) {
-        std::ofstream(home / "cell.def") << cell;
-        std::ofstream(home / "run.act") << action;
-        const std::string def = (home / "cell.def").string(), act = (home / "run.act").string();
+        const std::string def = home / "cell.def", act = home / "run.act";
+        test::WriteFile(def, cell);
+        test::WriteFile(act, action);
         const char* argv[] = {"tervo", def.c_str(), act.c_str()};
-        ASSERT_GE(SetTERVOHome(home.string()), 0);
+        ASSERT_GE(SetTERVOHome(home.path.string()), 0);
         Initialise();
         ErrorMessageMode = 0;
         ProcessCommandLine(3, argv);
@@ -153,14 +131,10 @@ protected:
         return e;
     }
 
-    const DataListElement& QE(double start, double stop, int points) {
-        PrepareWorkingPoint();
-        return Sweep(start, stop, points);
-    }
-
     // QE in % at the given wavelengths, one sweep.
     std::vector<double> QEAt(double start, double stop, int points) {
-        const DataListElement& e = QE(start, stop, points);
+        PrepareWorkingPoint();
+        const DataListElement& e = Sweep(start, stop, points);
         EXPECT_EQ(e.actie.QE.done, points);
         EXPECT_EQ(QEConvergenceFailure, 0);
         return e.qe;
@@ -168,33 +142,31 @@ protected:
 };
 
 TEST_F(QESweep, TheFluxWeightedQEOfALinearCellIsItsShortCircuitCurrent) {
-    Run(LinearCell(), Action(false));
+    Run(kLinearCell, Action(false));
     const double Jsc = pointer_naar_huidige()->parameters.Jsc;
     ASSERT_GT(Jsc, 5.0);
 
     // The QE up to just below the gap; above it nothing is absorbed.
     const double stop = 826.6;
     const int points = 30;
-    const DataListElement& e = QE(280, stop, points);
-    ASSERT_EQ(e.actie.QE.done, points);
-    ASSERT_EQ(e.qe_as.size(), At(points));
-    EXPECT_EQ(e.qe_as.front(), 280);
-    EXPECT_EQ(e.qe_as.back(), stop);
+    PrepareWorkingPoint();
+    const DataListElement& e = Sweep(280, stop, points);
+    ASSERT_EQ(std::tuple(e.actie.QE.done, e.qe_as.size()), std::tuple(points, At(points)));
+    EXPECT_EQ(std::tuple(e.qe_as.front(), e.qe_as.back()), std::tuple(280.0, stop));
     for (int i = 0; i < points; ++i) EXPECT_DOUBLE_EQ(e.hv_as[At(i)], 1239.977 / e.qe_as[At(i)]);
     // Partial absorption: the QE falls towards the gap.
-    EXPECT_GT(e.qe[At(points / 4)], 60);
-    EXPECT_LT(e.qe.back(), 10);
+    EXPECT_TRUE(e.qe[At(points / 4)] > 60 && e.qe.back() < 10) << e.qe[At(points / 4)] << " " << e.qe.back();
     EXPECT_GT(e.qe[At(points / 4)], e.qe[At(3 * points / 4)] + 20);
 
     // q times the photons of every line of the shipped spectrum below the gap times the QE there.
-    std::ifstream in(kSource / "home/spectrum/AM1_5G 1 sun.spe");
+    std::ifstream in(kSpectrum);
     double J = 0;
     for (std::string line; std::getline(in, line);) {
         std::istringstream words(line);
         double lambda = 0, power = 0;
         if (!(words >> lambda >> power) || lambda > stop) continue;
         const double photons = power * lambda * PHOTON_FLUX_CONSTANT;
-        J += photons * MathInterpolate(e.qe.data(), lambda, e.qe_as.data(), points) / 100 * kPhotonCurrent;
+        J += photons * MathInterpolate(e.qe.data(), lambda, e.qe_as.data(), points) / 100 * q * 0.1; // mA/cm2
     }
     // (Straight lines between wavelengths 19 nm apart miss a little of the square-root rise of the
     // absorption above the gap: some 0.4 % here.)
@@ -204,54 +176,47 @@ TEST_F(QESweep, TheFluxWeightedQEOfALinearCellIsItsShortCircuitCurrent) {
 }
 
 TEST_F(QESweep, AThickAbsorberCollectsEveryPhotonAboveTheGapAndNoneBelow) {
-    Run(ThickCell(), Action(false));
+    Run(Cell("5e-6", "1e-6", "1e9"), Action(false));
     const std::vector<double> above = QEAt(400, kGapWavelength - 0.5, 8);
     for (size_t i = 0; i < above.size(); ++i) EXPECT_NEAR(above[i], 100, 1) << i;
     const std::vector<double> below = QEAt(kGapWavelength + 1, 1200, 2);
     for (const double qe : below) EXPECT_NEAR(qe, 0, 1e-3);
 }
 
-TEST_F(QESweep, ForALinearCellNeitherTheBiasLightNorTheProbeModeChangesTheQE) {
-    Run(LinearCell(), Action(false));
+TEST_F(QESweep, ForALinearCellNeitherTheBiasLightNorTheProbeNorAGenerationFileChangesTheQE) {
+    Run(kLinearCell, Action(false));
     const std::vector<double> reference = QEAt(450, 750, 2);
-
+    auto expectSame = [&](const std::vector<double>& qe) {
+        for (size_t i = 0; i < 2; ++i) EXPECT_NEAR(qe[i] / reference[i], 1, 1e-3) << i;
+    };
     // A constant probe power: at 10 W/m2 the photon flux grows with the wavelength
     // (2.3e19 and 3.8e19 per m2 and second here), and the QE per photon stays.
     generatieparameters.QEmode = 0;
     generatieparameters.incidentPower = 10;
-    const std::vector<double> power = QEAt(450, 750, 2);
+    expectSame(QEAt(450, 750, 2));
     generatieparameters.QEmode = 1;
-    for (size_t i = 0; i < 2; ++i) EXPECT_NEAR(power[i] / reference[i], 1, 1e-3) << i;
     // A probe of other strength gives the same.
     generatieparameters.numberOfPhotons = 5e19;
-    const std::vector<double> strong = QEAt(450, 750, 2);
+    expectSame(QEAt(450, 750, 2));
     generatieparameters.numberOfPhotons = 1e19;
-    for (size_t i = 0; i < 2; ++i) EXPECT_NEAR(strong[i] / reference[i], 1, 1e-3) << i;
 
     // The same QE around the dark state, where the probe is the only light.
     wis_alles();
-    Run(LinearCell(), Action(true));
+    Run(kLinearCell, Action(true));
     EXPECT_EQ(JWorkingPoint, 0);
-    const std::vector<double> dark = QEAt(450, 750, 2);
-    for (size_t i = 0; i < 2; ++i) EXPECT_NEAR(dark[i] / reference[i], 1, 1e-3) << i;
-}
+    expectSame(QEAt(450, 750, 2));
 
-TEST_F(QESweep, UnderAGenerationFileTheProbeIsAddedAndTakenAwayAgain) {
-    Run(LinearCell(), Action(false));
-    const std::vector<double> reference = QEAt(450, 750, 2);
-
+    // Under a generation file the probe is added and taken away again.
     wis_alles();
-    std::ofstream(home / "generation/uniform.gen") << "x (um)\tG (/m3s)\n0\t6e26\n5\t6e26\n";
-    Run(LinearCell(), Action(false, "uniform.gen"));
+    test::WriteFile(home / "generation/uniform.gen", "x (um)\tG (/m3s)\n0\t6e26\n5\t6e26\n");
+    Run(kLinearCell, Action(false, "uniform.gen"));
     ASSERT_EQ(Generation_Mode, 1);
-    const std::vector<double> file = QEAt(450, 750, 2);
-    for (size_t i = 0; i < 2; ++i) EXPECT_NEAR(file[i] / reference[i], 1, 1e-3) << i;
-
-    // The bias record holds the file's profile on the final mesh, without any probe in it.
+    expectSame(QEAt(450, 750, 2));
+    // The bias record holds the file's profile on the final mesh, without any probe in it; the state
+    // reads the bias light again.
     CalculationVariables& cv = currentCalcVars;
-    EXPECT_EQ(cv.generation, &generatieparameters) << "the state reads the bias light again";
-    EXPECT_EQ(cv.monochromatic, nullptr);
-    EXPECT_EQ(cv.illumination, nullptr);
+    EXPECT_EQ(std::tuple(cv.generation, cv.monochromatic, cv.illumination),
+              std::tuple(&generatieparameters, nullptr, nullptr));
     auto fresh = std::make_unique<GenerationParameters>();
     ASSERT_EQ(bereken_generatie_uit_file(cv, *fresh, 0, wp.generationFile, wp.attenuation), 1);
     for (int j = 0; j < cv.mesh.n_points; ++j)
@@ -259,15 +224,13 @@ TEST_F(QESweep, UnderAGenerationFileTheProbeIsAddedAndTakenAwayAgain) {
 }
 
 TEST_F(QESweep, AWavelengthThatDoesNotConvergeCutsTheCurve) {
-    Run(LinearCell(), Action(false));
+    Run(kLinearCell, Action(false));
     ConvergenceParameters& c = currentCalcVars.parameters->convergence;
     const int maxiter = c.maxiter;
     auto expectEmpty = [](const DataListElement& e) {
-        EXPECT_EQ(QEConvergenceFailure, 1);
-        EXPECT_EQ(e.actie.QE.done, 0);
-        EXPECT_EQ(e.actie.QE.points, 3);
-        EXPECT_EQ(e.qe_as, std::vector<double>(3, 0.0));
-        EXPECT_EQ(e.qe, std::vector<double>(3, 0.0));
+        const std::vector<double> zeros(3, 0.0);
+        EXPECT_EQ(std::tuple(QEConvergenceFailure, e.actie.QE.done, e.actie.QE.points, e.qe_as, e.qe),
+                  std::tuple(1, 0, 3, zeros, zeros));
     };
 
     // No solve can end within one pass: the first wavelength fails and there is no curve.
@@ -276,10 +239,8 @@ TEST_F(QESweep, AWavelengthThatDoesNotConvergeCutsTheCurve) {
     ClearReportedMessages();
     expectEmpty(Sweep(500, 600, 3));
     c.maxiter = maxiter;
-    ASSERT_EQ(ReportedMessages().size(), 1u);
-    EXPECT_EQ(ReportedMessages()[0].title, "While calculating QE...");
-    EXPECT_EQ(ReportedMessages()[0].text,
-              "Convergence failure at lambda = 500.00 nm.\nNo QE calculation was done");
+    ExpectOneMessage("While calculating QE...",
+                     "Convergence failure at lambda = 500.00 nm.\nNo QE calculation was done");
 
     // Two passes: light below the gap changes nothing and is solved at once, a wavelength that is
     // absorbed needs more; the curve keeps the first wavelength.
@@ -290,12 +251,12 @@ TEST_F(QESweep, AWavelengthThatDoesNotConvergeCutsTheCurve) {
     c.maxiter = maxiter;
     EXPECT_EQ(QEConvergenceFailure, 1);
     ASSERT_EQ(cut.actie.QE.done, 1);
-    EXPECT_EQ(cut.qe_as, (std::vector<double>{1000, 0, 0}));
-    EXPECT_EQ(cut.hv_as, (std::vector<double>{1.239977, 0, 0}));
+    EXPECT_EQ(std::tuple(cut.qe_as, cut.hv_as),
+              std::tuple(std::vector<double>{1000, 0, 0}, std::vector<double>{1.239977, 0, 0}));
     EXPECT_NEAR(cut.qe[0], 0, 1e-3);
-    ASSERT_EQ(ReportedMessages().size(), 1u);
-    EXPECT_EQ(ReportedMessages()[0].text,
-              "Convergence failure at lambda = 700.00 nm.\nQE calculation cut at lambda = 1000.00 nm.");
+    ExpectOneMessage(
+        "While calculating QE...",
+        "Convergence failure at lambda = 700.00 nm.\nQE calculation cut at lambda = 1000.00 nm.");
 
     // A state that did not converge runs no wavelength.
     PrepareWorkingPoint();
@@ -319,8 +280,8 @@ TEST(QESpectra, WavelengthsMergeOnceAndFluxesAddUpAtExactlyEqualWavelengths) {
     mono->numberOfWavelengths = 2;
 
     AddSpectra(*spectrum, *mono, *total);
-    EXPECT_EQ(total->numberOfWavelengths, 4);
-    EXPECT_EQ(total->lambda, (std::vector<double>{300, 400, 450, 500}));
+    EXPECT_EQ(std::tuple(total->numberOfWavelengths, total->lambda),
+              std::tuple(4, std::vector<double>{300, 400, 450, 500}));
     AddIncomingFluxes(*spectrum, *mono, *total);
     EXPECT_EQ(total->incomingFlux_us, (std::vector<double>{1, 2, 20, 13}));
 
@@ -334,8 +295,7 @@ TEST(QESpectra, WavelengthsMergeOnceAndFluxesAddUpAtExactlyEqualWavelengths) {
     // Two empty lists give an empty sum.
     auto none = std::make_unique<GenerationParameters>();
     AddSpectra(*none, *none, *total);
-    EXPECT_EQ(total->numberOfWavelengths, 0);
-    EXPECT_TRUE(total->lambda.empty());
+    EXPECT_EQ(std::tuple(total->numberOfWavelengths, total->lambda.size()), std::tuple(0, 0u));
 }
 
 } // namespace
