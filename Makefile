@@ -4,7 +4,7 @@ JOBS ?= 2
 MAKEFLAGS += --no-print-directory
 CMAKE_FLAGS ?=
 
-.PHONY: all build configure test demo bench sanitize clean
+.PHONY: all build configure test demo bench sanitize expected clean
 
 all: build
 
@@ -34,6 +34,12 @@ bench:
 	cmake -S . -B build-bench -DCMAKE_BUILD_TYPE=Release -DTERVO_TESTS=OFF -DTERVO_BENCH=ON
 	cmake --build build-bench -j $(JOBS) --target tervo_bench
 	./build-bench/tervo_bench
+
+# The expected results of the shipped examples written anew from this build: review `git diff
+# tests/examples/expected` (every number that moved shows there) before committing it.
+expected: build
+	cmake -DTERVO=$(BUILD)/tervo -DSOURCE_DIR=$(CURDIR) -DWORK_DIR=$(CURDIR)/$(BUILD) -DUPDATE=ON \
+	      -P tests/examples/run_examples.cmake
 
 # The readers under AddressSanitizer and UndefinedBehaviorSanitizer.
 sanitize:
