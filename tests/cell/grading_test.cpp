@@ -28,13 +28,9 @@ using namespace tervo::test;
 
 // A profile over position with end values a (x = 0) and b (x = W).
 Profile Pos(int law, double a, double b, double p1 = 0, double p2 = 0, double p3 = 0) {
-    return {.law = law,
-            .dependence = DEP_POSITION,
-            .lawPar1 = p1,
-            .lawPar2 = p2,
-            .lawPar3 = p3,
-            .leftValue = a,
-            .rightValue = b};
+    Profile p{.law = law, .dependence = DEP_POSITION, .lawPar1 = p1, .lawPar2 = p2, .lawPar3 = p3};
+    std::tie(p.leftValue, p.rightValue) = std::pair(a, b);
+    return p;
 }
 
 // A profile over the composition y with the values A and B of the pure materials.
@@ -263,7 +259,7 @@ protected:
     std::string previousHome = GetProjectDir();
 };
 
-TEST_F(GradingFiles, BareNameIsFoundInTheGradingFolderWithDefaultOptions) {
+TEST_F(GradingFiles, BareNameIsFoundInTheGradingFolderAndOptionLinesSetInterpolationAndPositions) {
     // Comments, empty lines, one-number lines and trailing words are no data.
     const std::string path = Write(
         "doping.grd", "position (um)\tNd (m-3)\n# a comment\n\n0.0  1e22\n1.0\n1.0\t1e24  trailing words\n");
@@ -275,71 +271,54 @@ TEST_F(GradingFiles, BareNameIsFoundInTheGradingFolderWithDefaultOptions) {
     ExpectRelative(1e-12, r[0], 1e22, r[1], 1e23, r[2], 1e24);
     EXPECT_TRUE(ReportedMessages().empty());
 
-    // An energy interpolates linearly by default; beyond the file it is extrapolated.
-    Write("gap.grad", "0 1.0\n1 2.0\n");
-    Profile eg = File("gap.grad", VAR_EG, DEP_COMPOSITION);
-    const auto g = Evaluate(eg, {0.25, 1.5});
-    EXPECT_EQ(eg.logInterpolation, 0);
-    ExpectWithin(1e-12, g[0], 1.25, g[1], 2.5);
-}
+    // File text, property, abscissa, where and what it gives, and the options then held.  An energy
+    // interpolates linearly by default and is extrapolated beyond the file; option lines are
+    // case-insensitive and the first of each kind wins; relative positions are fractions of the
+    // thickness (2 µm here) and do not apply to a composition abscissa.
+    const struct {
+        std::string text;
+        int id, dependence;
+        double x, value;
+        int log, relative;
+    } cases[] = {{"0 1.0\n1 2.0\n", VAR_EG, DEP_COMPOSITION, 0.25, 1.25, 0, 0},
+                 {"0 1.0\n1 2.0\n", VAR_EG, DEP_COMPOSITION, 1.5, 2.5, 0, 0},
+                 {"Interpolation: LIN\ninterpolation: log\n0 1e22\n1 1e24\n", VAR_ND, DEP_POSITION, 0.5,
+                  5.05e23, 0, 0},
+                 {"INTERPOLATION: log\n0 1.0\n1 100.0\n", VAR_EG, DEP_COMPOSITION, 0.5, 10.0, 1, 0},
+                 {"position: rel\n0 1.0\n0.5 3.0\n1 2.0\n", VAR_EG, DEP_POSITION, 1.0, 3.0, 0, 1},
+                 {"thickness: rel\n0 1.0\n0.5 3.0\n1 2.0\n", VAR_EG, DEP_POSITION, 1.5, 2.5, 0, 1},
+                 {"Position: Rel\n0 1.0\n0.5 3.0\n1 2.0\n", VAR_EG, DEP_POSITION, 0.5, 2.0, 0, 1},
+                 {"thickness: abs\nposition: rel\n0 1.0\n1 3.0\n", VAR_EG, DEP_POSITION, 0.5, 2.0, 0, 0},
+                 {"position: rel\n0 1.0\n1 3.0\n", VAR_EG, DEP_COMPOSITION, 0.5, 2.0, 0, 1}};
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.text);
+        Write("case.grd", c.text);
+        Profile p = File("case.grd", c.id, c.dependence);
+        ExpectRelative(1e-14, Evaluate(p, {c.x})[0], c.value);
+        ExpectExact(p.logInterpolation, c.log, p.relativePosition, c.relative);
+    }
 
-TEST_F(GradingFiles, OptionLinesSetInterpolationAndPositions) {
-    // Case-insensitive, first of each kind wins.
-    Write("lin.grd", "Interpolation: LIN\ninterpolation: log\n0 1e22\n1 1e24\n");
-    Profile lin = File("lin.grd", VAR_ND, DEP_POSITION);
-    EXPECT_NEAR(Evaluate(lin, {0.5})[0], 0.5 * (1e22 + 1e24), 1e10);
-    EXPECT_EQ(lin.logInterpolation, 0);
-
-    // A name with a folder stays as it is.
-    const std::string path = Write("log.grd", "INTERPOLATION: log\n0 1.0\n1 100.0\n");
-    Profile lg = File(path, VAR_EG, DEP_COMPOSITION);
-    EXPECT_NEAR(Evaluate(lg, {0.5})[0], 10.0, 1e-12);
-    EXPECT_EQ(lg.gradingFile, path);
-    // Once read, the options are the profile's own (a panel may change them).
+    // A name with a folder stays as it is; once read, the options are the profile's own (a panel may
+    // change them).
+    const std::string log = Write("log.grd", "INTERPOLATION: log\n0 1.0\n1 100.0\n");
+    Profile lg = File(log, VAR_EG, DEP_COMPOSITION);
+    Evaluate(lg, {0.5});
+    EXPECT_EQ(lg.gradingFile, log);
     lg.logInterpolation = 0;
     EXPECT_NEAR(Evaluate(lg, {0.5})[0], 50.5, 1e-12);
-
-    // Relative positions are fractions of the thickness (2 µm here).
-    for (const char* option : {"position: rel", "thickness: rel", "Position: Rel"}) {
-        SCOPED_TRACE(option);
-        Write("rel.grd", std::string(option) + "\n0 1.0\n0.5 3.0\n1 2.0\n");
-        Profile p = File("rel.grd", VAR_EG, DEP_POSITION);
-        const auto r = Evaluate(p, {0.5, 1.0, 1.5});
-        EXPECT_EQ(p.relativePosition, 1);
-        ExpectWithin(1e-12, r[0], 2.0, r[1], 3.0, r[2], 2.5);
-    }
-    Write("abs.grd", "thickness: abs\nposition: rel\n0 1.0\n1 3.0\n");
-    Profile ab = File("abs.grd", VAR_EG, DEP_POSITION);
-    EXPECT_NEAR(Evaluate(ab, {0.5})[0], 2.0, 1e-12);
-    EXPECT_EQ(ab.relativePosition, 0);
-
-    // Relative positions do not apply to a composition abscissa.
-    Write("relY.grd", "position: rel\n0 1.0\n1 3.0\n");
-    Profile ry = File("relY.grd", VAR_EG, DEP_COMPOSITION);
-    EXPECT_NEAR(Evaluate(ry, {0.5})[0], 2.0, 1e-12);
 }
 
 TEST_F(GradingFiles, UnsortedEmptyAndMissingFilesAreReported) {
     const std::string path = Write("unsorted.grd", "0 1\n0.5 2\n0.5 3\n1 4\n");
-    Profile p = File("unsorted.grd", VAR_EG, DEP_POSITION);
-    EXPECT_EQ(Evaluate(p, {0.0, 0.5, 1.0}), std::vector<double>(3, 0.0)); // zeros
-    ASSERT_EQ(ReportedMessages().size(), 1u);
-    EXPECT_EQ(ReportedMessages()[0].title, "Error whilst reading gradingfile");
-    const std::string& text = ReportedMessages()[0].text;
-    const std::string head =
-        "Unsorted data in " + path + "!\nposition values should be given in an increasing order.\nvalue[2]=";
-    EXPECT_EQ(text.substr(0, head.size()), head);
-    EXPECT_NE(text.find("should be larger than value[1]="), std::string::npos);
-    EXPECT_EQ(text.back(), '!');
-    ClearReportedMessages();
-    Profile y = File("unsorted.grd", VAR_EG, DEP_COMPOSITION);
-    Evaluate(y, {0.0});
-    ASSERT_EQ(ReportedMessages().size(), 1u);
-    EXPECT_NE(
-        ReportedMessages()[0].text.find("\ncomposition values should be given in an increasing order.\n"),
-        std::string::npos);
-    ClearReportedMessages();
-
+    for (int dependence : {DEP_POSITION, DEP_COMPOSITION}) {
+        Profile p = File("unsorted.grd", VAR_EG, dependence);
+        EXPECT_EQ(Evaluate(p, {0.0, 0.5, 1.0}), std::vector<double>(3, 0.0)); // zeros
+        ExpectOneReport(
+            "Error whilst reading gradingfile",
+            "Unsorted data in " + path + "!\n" + (dependence ? "position" : "composition") +
+                " values should be given in an increasing order.\nvalue[2]=0.500000 should be larger "
+                "than value[1]=0.500000!");
+    }
     // No useful data: reported, and the results stay.
     const std::string empty = Write("empty.grd", "interpolation: log\nonly text here\n");
     Profile e = File("empty.grd", VAR_EG, DEP_POSITION);
