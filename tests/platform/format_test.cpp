@@ -77,20 +77,29 @@ TEST(Fmt, HeadReplacesAppendsAndLimitsTheTargetAndBadCallsKeepTheTextSoFar) {
     EXPECT_EQ(Fmt(target, "%f[w9"), -1);
 }
 
-TEST(Scan, NumbersAndTextBehindALabel) {
+TEST(Scan, NumbersTextLiteralsAndWidths) {
+    // Source, format, fields satisfied, the number read (or the one before when none is).  A discarded
+    // text field that reads the whole line is satisfied, as is an empty one before a number at the
+    // start; "-y" is no number, "-.5" is; words are no numbers.
+    const std::tuple<const char*, const char*, int, double> numbers[] = {
+        {"Nc : 1.0e25 [/m^3]", "%s>%s[t#d]%f", 2, 1e25},
+        {"no number here", "%s>%s[t#d]%f", 1, 1e25},
+        {"5.0", "%s>%s[t#d]%f", 2, 5.0},
+        {"x-y -.5 eV", "%s>%s[dt#]%f", 2, -0.5},
+        {"1.000e+05", "%f", 1, 1e5},
+        {"1e+005", "%f", 1, 1e5},
+        {"-2", "%f", 1, -2.0},
+        {".5", "%f", 1, 0.5},
+        {"5.", "%f", 1, 5.0},
+        {"  +3e-2", "%f", 1, 0.03},
+        {"nan 1", "%f", 0, 0.03}};
     double d = -1.0;
-    int n = 0;
+    for (const auto& [source, format, fields, value] : numbers) {
+        EXPECT_EQ(Scan(source, format, &d), fields) << source;
+        EXPECT_DOUBLE_EQ(d, value) << source;
+    }
+    int n = 0, b = 0;
     std::string s, key;
-    EXPECT_EQ(Scan("Nc : 1.0e25 [/m^3]", "%s>%s[t#d]%f", &d), 2);
-    EXPECT_DOUBLE_EQ(d, 1e25);
-    // The discarded text field is satisfied (it read the whole line), the number is not: 1.
-    EXPECT_EQ(Scan("no number here", "%s>%s[t#d]%f", &d), 1);
-    EXPECT_EQ(d, 1e25);
-    // A number directly at the start leaves the discarded field empty but satisfied.
-    EXPECT_EQ(Scan("5.0", "%s>%s[t#d]%f", &d), 2);
-    EXPECT_EQ(d, 5.0);
-    EXPECT_EQ(Scan("x-y -.5 eV", "%s>%s[dt#]%f", &d), 2); // "-y" is no number, "-.5" is
-    EXPECT_EQ(d, -0.5);
     EXPECT_EQ(Scan("IV_points : 101", "%s>%s[dt#]%i", &n), 2);
     EXPECT_EQ(n, 101);
     EXPECT_EQ(Scan("name : CdS", "%s>%s[t58dx]%s", &s), 2);
@@ -99,30 +108,15 @@ TEST(Scan, NumbersAndTextBehindALabel) {
     EXPECT_EQ(s, "AM1_5G 1 sun.spe");
     EXPECT_EQ(Scan("my key: value", "%s>%s[t58]", &key), 1);
     EXPECT_EQ(key, "my key");
-}
-
-TEST(Scan, NumberFormsLiteralsAndWidths) {
-    for (const auto& [text, value] : {std::pair{"1.000e+05", 1e5},
-                                      {"1e+005", 1e5},
-                                      {"-2", -2.0},
-                                      {".5", 0.5},
-                                      {"5.", 5.0},
-                                      {"  +3e-2", 0.03}}) {
-        double d = 0.0;
-        EXPECT_EQ(Scan(text, "%f", &d), 1) << text;
-        EXPECT_DOUBLE_EQ(d, value) << text;
-    }
-    int a = 0, b = 0;
-    EXPECT_EQ(Scan("3,4", "%s>%i , %i", &a, &b), 2); // white space in the format matches none too
+    EXPECT_EQ(Scan("3,4", "%s>%i , %i", &n, &b), 2); // white space in the format matches none too
     EXPECT_EQ(b, 4);
-    EXPECT_EQ(Scan("3;4", "%s>%i,%i", &a, &b), 1); // the literal does not match: stop
+    EXPECT_EQ(Scan("3;4", "%s>%i,%i", &n, &b), 1); // the literal does not match: stop
     double x = 0.0, y = 0.0;
     EXPECT_EQ(Scan("12345", "%s>%f[w3]%f", &x, &y), 2);
     EXPECT_EQ(x, 123.0);
     EXPECT_EQ(y, 45.0);
-    EXPECT_EQ(Scan("nan 1", "%f", &x), 0); // words are no numbers
     EXPECT_EQ(Scan("7", "%q", &x), -1);
-    EXPECT_EQ(Scan("7 8", "%i %i", &a), -1); // a target is missing
+    EXPECT_EQ(Scan("7 8", "%i %i", &n), -1); // a target is missing
 }
 
 } // namespace
