@@ -107,7 +107,4 @@ TEST(CellRecords, ShortDefinitionMirrorsWhatExists) {
                 s.layer[1].material[5].dependence, DEP_POSITION, s.layer[1].srhteller, 1,
                 s.layer[1].srh[0][0].fromFileElectrons, 1, s.interface[0].numberOfDefects, 2,
                 s.interface[0].namePresent, 1);
-    InitialiseShortCellDefinition(s);
-    ExpectExact(s.layer[0].srh[0][0].numberOfLevels, 1, s.layer[0].srh[0][0].fromModelHoles, 1,
-                s.layer[0].srh[0][0].fromFileHoles, 0, s.layer[0].material[0].dependence, DEP_UNIFORM);
 }
