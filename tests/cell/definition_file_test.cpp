@@ -6,7 +6,6 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
-#include <regex>
 
 #include "cell/definition_file.h"
 #include "cell/expect_values.h"
@@ -57,106 +56,10 @@ std::string Put(const TempFolder& dir, const std::string& name, const std::strin
     return dir / name;
 }
 
-// Every field that the file holds: integers and names exactly, numbers to the precision of the formats.
-void ExpectSameProblem(const InputParameters& a, const InputParameters& b) {
-    const double rel = 2e-3;
-    auto profile = [rel](const Profile& x, const Profile& y) {
-        SCOPED_TRACE("profile " + std::to_string(x.variableId));
-        ExpectExact(x.law, y.law, x.dependence, y.dependence, x.unitPar1, y.unitPar1, x.unitPar2, y.unitPar2);
-        ExpectRelative(rel, x.pureA, y.pureA, x.pureB, y.pureB, x.lawPar1, y.lawPar1, x.lawPar2, y.lawPar2,
-                       x.lawPar3, y.lawPar3, x.leftValue, y.leftValue, x.rightValue, y.rightValue);
-        EXPECT_EQ(x.gradingFile, y.gradingFile);
-    };
-    const CellDefinition &ca = a.cellParas, &cb = b.cellParas;
-    const ConvergenceParameters &va = a.convergence, &vb = b.convergence;
-    ExpectRelative(rel, va.clamp_psi, vb.clamp_psi, va.clamp_n, vb.clamp_n, va.clamp_p, vb.clamp_p,
-                   va.termination_psi, vb.termination_psi, va.termination_Fn, vb.termination_Fn,
-                   va.termination_Fp, vb.termination_Fp, va.widthtail, vb.widthtail, va.widthgauss,
-                   vb.widthgauss);
-    ExpectExact(va.maxiter, vb.maxiter, va.maxiter_psi, vb.maxiter_psi, va.defectdiscretisations,
-                vb.defectdiscretisations, va.includeChargeInDefects, vb.includeChargeInDefects,
-                va.Tunnelintraband_allowed, vb.Tunnelintraband_allowed, va.Tunnelcontact_allowed,
-                vb.Tunnelcontact_allowed, va.Tunneliface_allowed, vb.Tunneliface_allowed, ca.voltageAppliedTo,
-                cb.voltageAppliedTo, ca.referenceSystem, cb.referenceSystem, ca.signV, cb.signV, ca.signJ,
-                cb.signJ);
-    for (auto [x, y] : {std::pair{&ca.leftContact, &cb.leftContact}, {&ca.rightContact, &cb.rightContact}}) {
-        ExpectExact(x->flatband, y->flatband, x->recalculate, y->recalculate, x->opticalFilter,
-                    y->opticalFilter, x->wavelengthIndependent, y->wavelengthIndependent, x->transmission,
-                    y->transmission, x->tunnelling, y->tunnelling);
-        if (x->flatband == 0) ExpectRelative(5e-3, x->Fi_m, y->Fi_m);
-        ExpectRelative(rel, x->Sn, y->Sn, x->Sp, y->Sp, x->filterValue, y->filterValue, x->relHoleMass,
-                       y->relHoleMass, x->relElectronMass, y->relElectronMass);
-        EXPECT_EQ(x->filterFile, y->filterFile);
-    }
-    ASSERT_EQ(ca.numberOfLayers, cb.numberOfLayers);
-    for (size_t i = 0; i < static_cast<size_t>(ca.numberOfLayers); ++i) {
-        SCOPED_TRACE("layer " + std::to_string(i));
-        const LayerParameters &la = ca.layer[i], &lb = cb.layer[i];
-        const MaterialParameters &ma = la.material, &mb = lb.material;
-        EXPECT_EQ(la.name, lb.name);
-        ExpectExact(la.compositionType, lb.compositionType, ma.tunnelling, mb.tunnelling, ma.absorptionA,
-                    mb.absorptionA, ma.absorptionB, mb.absorptionB);
-        ExpectRelative(rel, ma.d, mb.d, ma.A_pureA, mb.A_pureA, ma.B_pureA, mb.B_pureA, ma.A_pureB,
-                       mb.A_pureB, ma.B_pureB, mb.B_pureB);
-        EXPECT_EQ(ma.absorptionFileA + "|" + ma.absorptionFileB,
-                  mb.absorptionFileA + "|" + mb.absorptionFileB);
-        profile(la.composition, lb.composition);
-        const auto pa = MaterialProfiles(ma), pb = MaterialProfiles(mb);
-        for (size_t k = 0; k < pa.size(); ++k) profile(*pa[k], *pb[k]);
-        ASSERT_EQ(la.srhteller, lb.srhteller);
-        for (size_t d = 0; d < static_cast<size_t>(la.srhteller); ++d) {
-            ASSERT_EQ(la.srh[d][0].numberOfLevels, lb.srh[d][0].numberOfLevels);
-            for (size_t l = 0; l < static_cast<size_t>(la.srh[d][0].numberOfLevels); ++l) {
-                SCOPED_TRACE("defect " + std::to_string(d) + " level " + std::to_string(l));
-                const BulkRecombinationParameters &x = la.srh[d][l], &y = lb.srh[d][l];
-                ExpectExact(x.type, y.type, x.aard, y.aard, x.energy.type, y.energy.type, x.energy.reference,
-                            y.energy.reference, x.energy.correlated, y.energy.correlated,
-                            x.energy.degeneracyOne, y.energy.degeneracyOne);
-                ExpectRelative(rel, x.sigma_n, y.sigma_n, x.sigma_p, y.sigma_p);
-                ExpectWithin(5e-4, x.energy.Et, y.energy.Et);
-                ExpectWithin(5e-5, x.energy.Ekar, y.energy.Ekar);
-                ExpectRelative(1e-3, x.energy.peakToTotal, y.energy.peakToTotal);
-                profile(x.Nt, y.Nt);
-                for (auto [oa, ob] : {std::pair{&x.optCaptHoles, &y.optCaptHoles},
-                                      {&x.optCaptElectrons, &y.optCaptElectrons}}) {
-                    ExpectExact(oa->fromFile, ob->fromFile, oa->fromModel, ob->fromModel);
-                    EXPECT_EQ(oa->fileName, ob->fileName);
-                    ExpectRelative(1e-6, oa->n, ob->n, oa->Emax, ob->Emax);
-                }
-            }
-        }
-        for (size_t k = 0; k < MAX_META; ++k) {
-            const MetaStableDefectParameters &x = la.meta[k], &y = lb.meta[k];
-            ASSERT_EQ(x.allowmeta, y.allowmeta);
-            if (!x.allowmeta) continue;
-            profile(x.Nt, y.Nt);
-            ExpectExact(x.DonorDefect, y.DonorDefect, x.AcceptorDefect, y.AcceptorDefect);
-            EXPECT_EQ(x.userDefined, y.userDefined);
-            ExpectRelative(rel, x.sigma_don_p, y.sigma_don_p);
-            ExpectWithin(5e-4, x.Eact_TR, y.Eact_TR);
-        }
-    }
-    for (size_t i = 0; i + 1 < static_cast<size_t>(ca.numberOfLayers); ++i) {
-        const InterfaceParameters &fa = ca.interface[i], &fb = cb.interface[i];
-        SCOPED_TRACE("interface " + std::to_string(i));
-        EXPECT_EQ(fa.name, fb.name);
-        ExpectExact(fa.intrabandTunnelling, fb.intrabandTunnelling);
-        ExpectWithin(5e-3, fa.relElectronMass, fb.relElectronMass);
-        ASSERT_EQ(fa.numberOfDefects, fb.numberOfDefects);
-        for (size_t d = 0; d < static_cast<size_t>(fa.numberOfDefects); ++d) {
-            const InterfaceRecombinationParameters &x = fa.defect[d], &y = fb.defect[d];
-            ExpectExact(x.type, y.type, x.energy.type, y.energy.type, x.energy.reference, y.energy.reference,
-                        x.tunnelling, y.tunnelling);
-            ExpectRelative(rel, x.sigma_nleft, y.sigma_nleft, x.sigma_pright, y.sigma_pright, x.N, y.N);
-            ExpectRelative(1e-2, x.Ntotal, y.Ntotal);
-            ExpectWithin(5e-3, x.energy.Et, y.energy.Et);
-        }
-    }
-}
-
-// A written file without its "last saved" line.
-std::string WithoutSavedLine(const std::string& text) {
-    return std::regex_replace(text, std::regex("[^\n]*last saved by TERVO[^\n]*"), "");
+// A written file without its first two lines, the banner and the date it was saved.
+std::string Body(const std::string& text) {
+    const size_t second = text.find('\n', text.find('\n') + 1);
+    return second == std::string::npos ? "" : text.substr(second + 1);
 }
 
 std::vector<std::string> DefinitionFilesToCheck() {
@@ -171,24 +74,31 @@ std::vector<std::string> DefinitionFilesToCheck() {
 
 } // namespace
 
-// Every shipped and test definition: read, write, read again gives the same records to the digits of
-// the formats; a second write gives the same bytes but for the date line; both writers agree.
+// Every shipped and test definition is read and written by either writer; what either writer wrote
+// is read and written by the other in the same bytes (but for the banner and the date), and the cells
+// the program saved itself come out as they are on disk.  A field that the reader or a writer loses,
+// or a number written with too few digits, changes the bytes.
 TEST(DefinitionFile, RoundTripOfEveryShippedFile) {
     const auto files = DefinitionFilesToCheck();
-    ASSERT_GE(files.size(), 2u);
+    ASSERT_GE(files.size(), 5u);
     for (const std::string& path : files) {
         SCOPED_TRACE(path);
         TempFolder dir;
-        InputParameters first, second;
-        DefinitionWorkingSettings s1, s2;
-        ASSERT_EQ(Read(path, first, s1), 1);
-        for (DefinitionWriter writer : {DefinitionWriter::Compact, DefinitionWriter::Interactive}) {
-            const std::string a = Write(first, s1, writer, dir / "a.def");
-            ASSERT_EQ(Read(a, second, s2), 1);
-            ExpectSameProblem(first, second);
-            // What was read back is written in the same bytes: a third reading would give it again.
-            EXPECT_EQ(WithoutSavedLine(Slurp(a)),
-                      WithoutSavedLine(Slurp(Write(second, s2, writer, dir / "b.def"))));
+        // Reads `file` into fresh records, writes them with `writer` under `name` and gives the path.
+        auto rewritten = [&](const std::string& file, DefinitionWriter writer, const std::string& name) {
+            InputParameters p;
+            DefinitionWorkingSettings s;
+            EXPECT_EQ(Read(file, p, s), 1);
+            return Write(p, s, writer, dir / name);
+        };
+        const std::string compact = rewritten(path, DefinitionWriter::Compact, "c.def");
+        const std::string interactive = rewritten(path, DefinitionWriter::Interactive, "i.def");
+        EXPECT_EQ(Body(Slurp(rewritten(interactive, DefinitionWriter::Compact, "ic.def"))),
+                  Body(Slurp(compact)));
+        EXPECT_EQ(Body(Slurp(rewritten(compact, DefinitionWriter::Interactive, "ci.def"))),
+                  Body(Slurp(interactive)));
+        if (Slurp(path).starts_with("> TERVO")) {
+            EXPECT_EQ(Body(Slurp(compact)), Body(Slurp(path)));
         }
     }
 }
@@ -320,8 +230,7 @@ TEST(DefinitionFile, WriterFormatsAndRemarksThatSurviveWithoutGrowing) {
     EXPECT_EQ(a.find("TunnelBtoB_allowed"), std::string::npos);
     EXPECT_NE(a.find("\n> \n> An old definition: no convergence section"), std::string::npos);
     ASSERT_EQ(Read(dir / "a.def", q, s), 1);
-    EXPECT_EQ(WithoutSavedLine(a),
-              WithoutSavedLine(Slurp(Write(q, s, DefinitionWriter::Compact, dir / "b.def"))));
+    EXPECT_EQ(Body(a), Body(Slurp(Write(q, s, DefinitionWriter::Compact, dir / "b.def"))));
 }
 
 // Files the reader refuses (-1) or reads with complaints (1), with the messages it gives, each looked
