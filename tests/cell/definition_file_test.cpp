@@ -245,12 +245,8 @@ TEST(DefinitionFileBadInput, MissingTruncatedIncompleteOverfullAndUnreadableFile
     for (int i = 0; i < 4000; ++i) binary += static_cast<char>((i * 37 + 11) % 256);
     for (int i = 0; i < 8; ++i) layers += "layer\n\nname : L" + std::to_string(i) + "\nd : 1e-7\n\n";
     for (int i = 0; i < 7; ++i) defects += "next\n\ntype : acceptor\n";
-    const struct {
-        const char* name;
-        std::string text;
-        int result;
-        std::vector<std::string> messages;
-    } cases[] = {
+    // Name, text, result, and the messages.
+    const std::tuple<const char*, std::string, int, std::vector<std::string>> cases[] = {
         // No file (its folder does not exist either), an empty one, a shipped cell cut in the middle of
         // a layer, one that ends directly behind the head of the working point, and one that does not.
         {"no folder/none.def",
@@ -275,15 +271,15 @@ TEST(DefinitionFileBadInput, MissingTruncatedIncompleteOverfullAndUnreadableFile
          {"n.def, line 3: no number could be read in \"clamp_psi : lots\"", "line 8", "line 13"}}};
     InputParameters p;
     DefinitionWorkingSettings s;
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
-        const auto msgs = Reported([&] { EXPECT_EQ(Read(Put(dir, c.name, c.text), p, s), c.result); });
-        ASSERT_EQ(msgs.size(), c.messages.size());
+    for (const auto& [name, text, result, messages] : cases) {
+        SCOPED_TRACE(name);
+        const auto msgs = Reported([&] { EXPECT_EQ(Read(Put(dir, name, text), p, s), result); });
+        ASSERT_EQ(msgs.size(), messages.size());
         for (size_t i = 0; i < msgs.size(); ++i) {
             const std::string m = "|" + msgs[i].title + "|" + msgs[i].text + "|";
-            EXPECT_NE(m.find(c.messages[i]), std::string::npos) << m;
+            EXPECT_NE(m.find(messages[i]), std::string::npos) << m;
         }
-        if (c.name == std::string("wp1.def")) ExpectDoubles(s.Rfront, 0.1, s.Tfront, 0.9);
+        if (name == std::string("wp1.def")) ExpectDoubles(s.Rfront, 0.1, s.Tfront, 0.9);
     }
     ExpectDoubles(p.convergence.clamp_psi, 0.5, p.cellParas.leftContact.Sn, 1000,
                   p.cellParas.layer[0].material.d, 2e-6);

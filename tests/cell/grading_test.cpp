@@ -197,29 +197,24 @@ TEST(TableInterpolation, LinearAndLogarithmicCodesAndExtrapolation) {
     // Outside the table LinInterp follows the line through the nearest two points; LogInterp keeps
     // the end value of a table that falls outward and continues one that rises outward on the
     // logarithm.  One point: its value.
-    const struct {
-        bool log;
-        const double* y;
-        int n;
-        double x;
-        int code;
-        double value, rel; // rel 0: the exact value
-    } cases[] = {{false, lin, 3, 1.5, 1, 10, 0},
-                 {false, lin, 3, 1.0, 1, 20, 0},
-                 {false, lin, 3, -1.0, -2, 0, 0},
-                 {false, lin, 3, 3.0, -2, -20, 0},
-                 {false, lin, 1, 7.0, 1, 10, 0},
-                 {true, falls, 3, 0.5, 1, 1e11, 1e-12},
-                 {true, falls, 3, 1.5, 1, 3.1622776601683795e11, 1e-12},
-                 {true, falls, 3, -1.0, -2, 1e10, 0},
-                 {true, rises, 3, -1.0, -2, 1e13, 1e-12},
-                 {true, rises, 3, 3.0, -2, 1e10, 0},
-                 {true, zero, 3, -1, -2, 0, 0}};
-    for (const auto& c : cases) {
-        SCOPED_TRACE((c.log ? "log, x = " : "linear, x = ") + std::to_string(c.x));
+    // Logarithmic, table, points used, abscissa, return code, value, relative precision (0: exact).
+    const std::tuple<bool, const double*, int, double, int, double, double> cases[] = {
+        {false, lin, 3, 1.5, 1, 10, 0},
+        {false, lin, 3, 1.0, 1, 20, 0},
+        {false, lin, 3, -1.0, -2, 0, 0},
+        {false, lin, 3, 3.0, -2, -20, 0},
+        {false, lin, 1, 7.0, 1, 10, 0},
+        {true, falls, 3, 0.5, 1, 1e11, 1e-12},
+        {true, falls, 3, 1.5, 1, 3.1622776601683795e11, 1e-12},
+        {true, falls, 3, -1.0, -2, 1e10, 0},
+        {true, rises, 3, -1.0, -2, 1e13, 1e-12},
+        {true, rises, 3, 3.0, -2, 1e10, 0},
+        {true, zero, 3, -1, -2, 0, 0}};
+    for (const auto& [log, y, n, at, code, value, rel] : cases) {
+        SCOPED_TRACE((log ? "log, x = " : "linear, x = ") + std::to_string(at));
         double v = -1;
-        EXPECT_EQ((c.log ? LogInterp : LinInterp)(x, c.y, c.n, c.x, v), c.code);
-        EXPECT_NEAR(v, c.value, c.rel * std::fabs(c.value));
+        EXPECT_EQ((log ? LogInterp : LinInterp)(x, y, n, at, v), code);
+        EXPECT_NEAR(v, value, rel * std::fabs(value));
     }
     // No points, abscissae that do not rise, a non-positive value inside the interval on the logarithm.
     double v = 0;
@@ -269,31 +264,26 @@ TEST_F(GradingFiles, BareNameIsFoundInTheGradingFolderAndOptionLinesSetInterpola
     ExpectRelative(1e-12, r[0], 1e22, r[1], 1e23, r[2], 1e24);
     EXPECT_TRUE(ReportedMessages().empty());
 
-    // File text, property, abscissa, where and what it gives, and the options then held.  An energy
-    // interpolates linearly by default and is extrapolated beyond the file; option lines are
-    // case-insensitive and the first of each kind wins; relative positions are fractions of the
-    // thickness (2 µm here) and do not apply to a composition abscissa.
-    const struct {
-        std::string text;
-        int id, dependence;
-        double x, value;
-        int log, relative;
-    } cases[] = {{"0 1.0\n1 2.0\n", VAR_EG, DEP_COMPOSITION, 0.25, 1.25, 0, 0},
-                 {"0 1.0\n1 2.0\n", VAR_EG, DEP_COMPOSITION, 1.5, 2.5, 0, 0},
-                 {"Interpolation: LIN\ninterpolation: log\n0 1e22\n1 1e24\n", VAR_ND, DEP_POSITION, 0.5,
-                  5.05e23, 0, 0},
-                 {"INTERPOLATION: log\n0 1.0\n1 100.0\n", VAR_EG, DEP_COMPOSITION, 0.5, 10.0, 1, 0},
-                 {"position: rel\n0 1.0\n0.5 3.0\n1 2.0\n", VAR_EG, DEP_POSITION, 1.0, 3.0, 0, 1},
-                 {"thickness: rel\n0 1.0\n0.5 3.0\n1 2.0\n", VAR_EG, DEP_POSITION, 1.5, 2.5, 0, 1},
-                 {"Position: Rel\n0 1.0\n0.5 3.0\n1 2.0\n", VAR_EG, DEP_POSITION, 0.5, 2.0, 0, 1},
-                 {"thickness: abs\nposition: rel\n0 1.0\n1 3.0\n", VAR_EG, DEP_POSITION, 0.5, 2.0, 0, 0},
-                 {"position: rel\n0 1.0\n1 3.0\n", VAR_EG, DEP_COMPOSITION, 0.5, 2.0, 0, 1}};
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.text);
-        Write("case.grd", c.text);
-        Profile p = File("case.grd", c.id, c.dependence);
-        ExpectRelative(1e-14, Evaluate(p, {c.x})[0], c.value);
-        ExpectExact(p.logInterpolation, c.log, p.relativePosition, c.relative);
+    // File text, property, dependence, where and what it gives, and the options then held (log,
+    // relative).  An energy interpolates linearly by default and is extrapolated beyond the file;
+    // option lines are case-insensitive and the first of each kind wins; relative positions are
+    // fractions of the thickness (2 µm here) and do not apply to a composition abscissa.
+    const std::tuple<const char*, int, int, double, double, int, int> cases[] = {
+        {"0 1.0\n1 2.0\n", VAR_EG, DEP_COMPOSITION, 0.25, 1.25, 0, 0},
+        {"0 1.0\n1 2.0\n", VAR_EG, DEP_COMPOSITION, 1.5, 2.5, 0, 0},
+        {"Interpolation: LIN\ninterpolation: log\n0 1e22\n1 1e24", VAR_ND, DEP_POSITION, 0.5, 5.05e23, 0, 0},
+        {"INTERPOLATION: log\n0 1.0\n1 100.0\n", VAR_EG, DEP_COMPOSITION, 0.5, 10.0, 1, 0},
+        {"position: rel\n0 1.0\n0.5 3.0\n1 2.0\n", VAR_EG, DEP_POSITION, 1.0, 3.0, 0, 1},
+        {"thickness: rel\n0 1.0\n0.5 3.0\n1 2.0\n", VAR_EG, DEP_POSITION, 1.5, 2.5, 0, 1},
+        {"Position: Rel\n0 1.0\n0.5 3.0\n1 2.0\n", VAR_EG, DEP_POSITION, 0.5, 2.0, 0, 1},
+        {"thickness: abs\nposition: rel\n0 1.0\n1 3.0\n", VAR_EG, DEP_POSITION, 0.5, 2.0, 0, 0},
+        {"position: rel\n0 1.0\n1 3.0\n", VAR_EG, DEP_COMPOSITION, 0.5, 2.0, 0, 1}};
+    for (const auto& [text, id, dependence, x, value, log, relative] : cases) {
+        SCOPED_TRACE(text);
+        Write("case.grd", text);
+        Profile p = File("case.grd", id, dependence);
+        ExpectRelative(1e-14, Evaluate(p, {x})[0], value);
+        ExpectExact(p.logInterpolation, log, p.relativePosition, relative);
     }
 
     // A name with a folder stays as it is; once read, the options are the profile's own (a panel may
