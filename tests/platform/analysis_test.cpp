@@ -4,10 +4,13 @@
 #include <numbers>
 #include <vector>
 
+#include "cell/expect_values.h"
 #include "platform/analysis.h"
 
 namespace tervo {
 namespace {
+
+using namespace tervo::test;
 
 TEST(PolyFit, ExactOnAParabolaLeastSquaresOnALineAndSmallScales) {
     std::vector<double> x, y, fitted(10);
@@ -17,16 +20,14 @@ TEST(PolyFit, ExactOnAParabolaLeastSquaresOnALineAndSmallScales) {
     }
     double c[3], mse = -1.0;
     ASSERT_EQ(PolyFit(x.data(), y.data(), 10, 2, fitted.data(), c, mse), 0);
-    for (auto [actual, expected] : {std::pair{c[0], 2.0}, {c[1], -3.0}, {c[2], 0.5}})
-        EXPECT_NEAR(actual, expected, 1e-12);
+    ExpectWithin(1e-12, c[0], 2.0, c[1], -3.0, c[2], 0.5);
     EXPECT_NEAR(mse, 0.0, 1e-24);
     for (int i = 0; i < 10; ++i) EXPECT_NEAR(fitted[i], y[i], 1e-12);
 
     // Line through (0,0), (1,1), (2,1): slope 1/2, intercept 1/6, residuals -1/6, 1/3, -1/6.
     const double xl[] = {0.0, 1.0, 2.0}, yl[] = {0.0, 1.0, 1.0}, same[] = {1.0, 1.0, 1.0};
     ASSERT_EQ(PolyFit(xl, yl, 3, 1, nullptr, c, mse), 0);
-    for (auto [actual, expected] : {std::pair{c[0], 1 / 6.0}, {c[1], 0.5}, {mse, 1 / 18.0}})
-        EXPECT_NEAR(actual, expected, 1e-14);
+    ExpectWithin(1e-14, c[0], 1 / 6.0, c[1], 0.5, mse, 1 / 18.0);
 
     // Abscissae of order 1e-7 (a depletion width in m) must not look singular.
     for (int i = 0; i < 8; ++i) {
@@ -34,35 +35,30 @@ TEST(PolyFit, ExactOnAParabolaLeastSquaresOnALineAndSmallScales) {
         y[i] = 1.0 + 2e7 * x[i] + 3e14 * x[i] * x[i];
     }
     ASSERT_EQ(PolyFit(x.data(), y.data(), 8, 2, nullptr, c, mse), 0);
-    EXPECT_NEAR(c[2] / 3e14, 1.0, 1e-8);
-    EXPECT_NEAR(c[1] / 2e7, 1.0, 1e-8);
+    ExpectWithin(1e-8, c[2] / 3e14, 1.0, c[1] / 2e7, 1.0);
 
     // Too few points, or coincident ones, cannot carry the polynomial.
-    EXPECT_EQ(PolyFit(same, yl, 2, 2, nullptr, c, mse), -1);
-    EXPECT_EQ(PolyFit(same, yl, 3, 1, nullptr, c, mse), -1);
+    ExpectExact(PolyFit(same, yl, 2, 2, nullptr, c, mse), -1, PolyFit(same, yl, 3, 1, nullptr, c, mse), -1);
 }
 
 TEST(Statistics, MedianSortExtremesAndPolarForm) {
     double odd[] = {5.0, 1.0, 3.0};
-    EXPECT_EQ(Median(odd, 3), 3.0);
-    EXPECT_EQ(odd[0], 5.0); // the input keeps its order
     const double even[] = {4.0, 1.0, 10.0, 2.0};
-    EXPECT_EQ(Median(even, 4), 3.0);
+    const double median = Median(odd, 3);
+    ExpectExact(median, 3.0, odd[0], 5.0, Median(even, 4), 3.0); // the input keeps its order
 
     double v[] = {3.0, -1.0, 7.0, 7.0, -1.0, 2.0};
     double max = 0.0, min = 0.0;
     int imax = -5, imin = -5;
     MaxMin1D(v, 6, max, imax, min, imin);
     // The first of equal extremes.
-    EXPECT_EQ((std::vector<double>{max, double(imax), min, double(imin)}),
-              (std::vector<double>{7, 2, -1, 1}));
+    ExpectExact(max, 7, imax, 2, min, -1, imin, 1);
     Sort(v, 6);
     EXPECT_EQ((std::vector<double>(v, v + 6)), (std::vector<double>{-1.0, -1.0, 2.0, 3.0, 7.0, 7.0}));
 
     double magnitude = 0.0, phase = 0.0;
     ToPolar(-1.0, 0.0, magnitude, phase);
-    EXPECT_DOUBLE_EQ(magnitude, 1.0);
-    EXPECT_DOUBLE_EQ(phase, std::numbers::pi);
+    ExpectDoubles(magnitude, 1.0, phase, std::numbers::pi);
 }
 
 } // namespace
