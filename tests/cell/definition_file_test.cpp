@@ -198,9 +198,9 @@ TEST(DefinitionFile, DefectTypesAndLevelTypes) {
     EXPECT_DOUBLE_EQ(p.cellParas.layer[0].material.d, 3.5e-7);
 }
 
-TEST(DefinitionFile, WriterFormatsAndRemarksThatSurviveWithoutGrowing) {
+TEST(DefinitionFile, InteractiveWriterFormatsAndRemarks) {
     TempFolder dir;
-    InputParameters p, q;
+    InputParameters p;
     DefinitionWorkingSettings s;
     ASSERT_EQ(Read(kOldForms, p, s), 1);
     ASSERT_EQ(problemRemarks.size(), 2u);
@@ -222,15 +222,6 @@ TEST(DefinitionFile, WriterFormatsAndRemarksThatSurviveWithoutGrowing) {
         EXPECT_NE(text.find(piece), std::string::npos) << piece;
     // The last line has no line end.
     EXPECT_NE(text.back(), '\n');
-    // The compact writer puts the tunnelling line and the masses behind the thickness, and the
-    // remarks at the head; read and written again, they do not grow.
-    const std::string a = Slurp(Write(p, s, DefinitionWriter::Compact, dir / "a.def"));
-    EXPECT_NE(a.find("\nd : 2.000e-06 [m]\nTunneling in layer: 0\nRelative electron mass :"),
-              std::string::npos);
-    EXPECT_EQ(a.find("TunnelBtoB_allowed"), std::string::npos);
-    EXPECT_NE(a.find("\n> \n> An old definition: no convergence section"), std::string::npos);
-    ASSERT_EQ(Read(dir / "a.def", q, s), 1);
-    EXPECT_EQ(Body(a), Body(Slurp(Write(q, s, DefinitionWriter::Compact, dir / "b.def"))));
 }
 
 // Files the reader refuses (-1) or reads with complaints (1), with the messages it gives, each looked
