@@ -103,48 +103,6 @@ TEST(DefinitionFile, RoundTripOfEveryShippedFile) {
     }
 }
 
-TEST(DefinitionFile, OldFormsReadIntoTheExpectedRecords) {
-    InputParameters p;
-    DefinitionWorkingSettings s;
-    EXPECT_TRUE(Reported([&] { ASSERT_EQ(Read(kOldForms, p, s), 1); }).empty());
-    const CellDefinition& c = p.cellParas;
-    const LayerParameters &a = c.layer[0], &b = c.layer[1];
-    const MaterialParameters &m = a.material, &mb = b.material;
-    const BulkRecombinationParameters &d0 = a.srh[0][0], &d1 = a.srh[1][0];
-    const InterfaceRecombinationParameters& f = c.interface[0].defect[0];
-    ASSERT_EQ(c.numberOfLayers, 2);
-    ASSERT_EQ(a.srhteller, 2);
-    ASSERT_EQ(c.interface[0].numberOfDefects, 1);
-    EXPECT_EQ(a.name + "|" + b.name + "|" + mb.absorptionFileA + "|" + mb.absorptionFileB,
-              "absorber|buffer|cds.abs|cds.abs");
-    // No convergence section: the defaults stay.  "left contact" with a Fi_m line and no flatband
-    // line: a fixed work function; "right contact" without Fi_m: flatband.
-    // "v_th :" sets both velocities; one-number lines are uniform profiles; "absorptionmodel :" gives
-    // one model for both pure materials, and a file model clears the coefficients.
-    // First defect: acceptor, homogenous old description with a single density; "Ecor" without the
-    // correlated flag; no reference line means above EV.  Second defect: a valence-band tail with an
-    // exponential profile.  Interface defect without a reference line: above EV left (7).
-    ExpectExact(p.convergence.maxiter, 250, c.leftContact.flatband, 0, c.rightContact.flatband, 1, m.Eg.law,
-                LAW_UNIFORM, m.Eg.dependence, DEP_UNIFORM, m.absorptionA, 0, m.absorptionB, 0,
-                a.compositionType, 0, mb.absorptionA, 1, mb.absorptionB, 1, mb.A_pureA, 0, d0.type,
-                DEFECT_ACCEPTOR, d0.aard, 3, d0.energy.reference, 0, d0.energy.correlated, 0, d0.Nt.law,
-                LAW_UNIFORM, d0.Nt.dependence, DEP_UNIFORM, d1.type, DEFECT_DONOR, d1.aard, 4, d1.energy.type,
-                EDIST_VBTAIL, d1.Nt.law, LAW_EXPONENTIAL, d1.Nt.dependence, DEP_POSITION, f.energy.reference,
-                7);
-    ExpectDoubles(p.convergence.clamp_psi, 0.5, c.leftContact.Fi_m, 4.80, c.leftContact.Sn, 1e5,
-                  c.leftContact.Sp, 1e3, c.rightContact.Sp, 1e5, m.d, 2e-6, m.v_th_n.leftValue, 2e5,
-                  m.v_th_p.rightValue, 2e5, m.Eg.pureB, 1.15, m.Na.leftValue, 2e22, m.Eg.lawPar2, 1.0,
-                  m.A_pureA, 2e7, m.A_pureB, 2e7, d0.energy.correlationEnergy, 0.05, d0.sigma_n, 1e-19,
-                  d0.sigma_p, 2e-19, d0.energy.Et, 0.60, d0.Nt.leftValue, 1e20, d0.Nt.rightValue, 1e20,
-                  d1.sigma_n, 3e-20, f.N, 1e15, f.Ntotal, 1e15, mb.Nd.leftValue, 1e23);
-    // The cut-off wavelength of the absorption follows Eg.
-    EXPECT_NEAR(m.absorption.pureA, 1239.977 / 1.15, 1e-9);
-    // The tail's densities 1e21 to 1e19 are peak densities per eV: the Nt profile holds totals, the
-    // peak divided by 1/Ekar.
-    EXPECT_NEAR(d1.energy.peakToTotal, 1 / 0.05, 1e-9);
-    ExpectRelative(1e-12, d1.Nt.leftValue, 1e21 * 0.05, d1.Nt.rightValue, 1e19 * 0.05);
-}
-
 TEST(DefinitionFile, ProfileLinesByTheirCountOfNumbers) {
     Profile p;
     p.variableId = VAR_NC;
@@ -198,16 +156,29 @@ TEST(DefinitionFile, DefectTypesAndLevelTypes) {
     EXPECT_DOUBLE_EQ(p.cellParas.layer[0].material.d, 3.5e-7);
 }
 
-// The interactive writer's layout of the old cell, character for character, down to the last line
-// that has no line end.  The remarks are read without their "> ".
-TEST(DefinitionFile, InteractiveWriterFormatsAndRemarks) {
+// The old cell is read without complaint and written by the interactive writer character for
+// character as the stored copy, down to the last line that has no line end.  The copy shows how the
+// old forms read: no convergence section keeps the defaults; "left contact" with a Fi_m line and no
+// flatband line is a fixed work function, "right contact" without Fi_m a flatband one; "v_th :" sets
+// both velocities; one-number lines are uniform profiles; "absorptionmodel :" gives one model for both
+// pure materials and a file model clears the coefficients; the first defect's single density serves
+// both sides, "Ecor" comes without the correlated flag and no reference line means above EV (left,
+// 7, at an interface); the valence-band tail's densities are peak densities per eV, held as totals.
+TEST(DefinitionFile, OldFormsReadAndWrittenByTheInteractiveWriter) {
     TempFolder dir;
     InputParameters p;
     DefinitionWorkingSettings s;
-    ASSERT_EQ(Read(kOldForms, p, s), 1);
+    EXPECT_TRUE(Reported([&] { ASSERT_EQ(Read(kOldForms, p, s), 1); }).empty());
+    // The remarks are read without their "> ".
     ASSERT_EQ(problemRemarks.size(), 2u);
     EXPECT_EQ(problemRemarks[0],
               " An old definition: no convergence section, contacts named left and right,");
+    // Not written but derived: the cut-off wavelength of the absorption follows Eg, and the tail's
+    // peak-to-total factor is 1/Ekar; the holes' velocity copied from the electrons' keeps its own id.
+    const LayerParameters& a = p.cellParas.layer[0];
+    EXPECT_EQ(a.material.v_th_p.variableId, VAR_VTHP);
+    ExpectWithin(1e-9, a.material.absorption.pureA, 1239.977 / 1.15, a.srh[1][0].energy.peakToTotal,
+                 1 / 0.05);
     const std::string text = Slurp(Write(p, s, DefinitionWriter::Interactive, dir / "w.def"));
     EXPECT_EQ(text.rfind("> TERVO 3.2.01 test banner Problem definition file\n> last saved by TERVO: \t", 0),
               0u);
