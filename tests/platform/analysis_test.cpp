@@ -7,9 +7,7 @@
 #include "cell/expect_values.h"
 #include "platform/analysis.h"
 
-namespace tervo {
-namespace {
-
+using namespace tervo;
 using namespace tervo::test;
 
 TEST(PolyFit, ExactOnAParabolaLeastSquaresOnALineAndSmallScales) {
@@ -60,6 +58,3 @@ TEST(Statistics, MedianSortExtremesAndPolarForm) {
     ToPolar(-1.0, 0.0, magnitude, phase);
     ExpectDoubles(magnitude, 1.0, phase, std::numbers::pi);
 }
-
-} // namespace
-} // namespace tervo

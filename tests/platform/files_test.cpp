@@ -13,11 +13,10 @@
 #include "platform/text_file.h"
 #include "support/temp_folder.h"
 
-namespace tervo {
-namespace {
+using namespace tervo;
 
 namespace fs = std::filesystem;
-using test::TempFolder;
+using tervo::test::TempFolder;
 
 TEST(TextFile, ReadLineHandlesLineEndsLongLinesAndTheLastLine) {
     TempFolder folder;
@@ -30,7 +29,7 @@ TEST(TextFile, ReadLineHandlesLineEndsLongLinesAndTheLastLine) {
         {"", 10, {}}};
     for (const auto& [bytes, longest, lines] : cases) {
         SCOPED_TRACE(bytes);
-        test::WriteFile(folder / "a.txt", bytes);
+        tervo::test::WriteFile(folder / "a.txt", bytes);
         TextFile f = OpenFile(folder / "a.txt", FileMode::Read);
         ASSERT_TRUE(f.IsOpen());
         std::string line;
@@ -88,6 +87,3 @@ TEST(Paths, SplitJoinAndCreate) {
     EXPECT_TRUE(MakeDirectories(base / "results/batch"));
     EXPECT_TRUE(fs::is_directory(base.path / "results" / "batch"));
 }
-
-} // namespace
-} // namespace tervo

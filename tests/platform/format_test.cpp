@@ -7,8 +7,7 @@
 
 #include "platform/format.h"
 
-namespace tervo {
-namespace {
+using namespace tervo;
 
 TEST(Fmt, NumbersTextAndLiteralsMatchTheFileFormatsCharacterForCharacter) {
     // Numbers wider than their field are written whole (never truncated, never asterisks); "*" takes a
@@ -118,6 +117,3 @@ TEST(Scan, NumbersTextLiteralsAndWidths) {
     EXPECT_EQ(Scan("7", "%q", &x), -1);
     EXPECT_EQ(Scan("7 8", "%i %i", &n), -1); // a target is missing
 }
-
-} // namespace
-} // namespace tervo

@@ -5,8 +5,7 @@
 
 #include "platform/text_util.h"
 
-namespace tervo {
-namespace {
+using namespace tervo;
 
 TEST(TextUtil, FindPatternCaseAndTrim) {
     const std::string text = "Error whilst reading the def file; reading again";
@@ -46,6 +45,3 @@ TEST(TextUtil, NumbersInLines) {
     EXPECT_EQ(ReadNumbers("1 2V 3", values, 4), 2);
     EXPECT_EQ(ReadNumbers("none", values, 4), 0);
 }
-
-} // namespace
-} // namespace tervo
