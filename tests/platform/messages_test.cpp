@@ -50,28 +50,27 @@ protected:
     test::TempFolder folder;
 };
 
-TEST_F(ErrorLog, ModeTwoEmptiesTheLogOnceAndKeepsBothMessages) {
+// Mode 2 empties the log at the first message of a session and writes to it alone; mode 1 appends,
+// and a new process numbers anew.  A calculation message has no class line; the class words are
+// found in any case.
+TEST_F(ErrorLog, ModeTwoEmptiesTheLogOnceAndModeOneAppendsNumberingAnewAfterARestart) {
     test::WriteFile(TERVO_ERROR_LOG_NAME, "text of an earlier session\n");
     ErrorMessageMode = 2;
     testing::internal::CaptureStderr();
     TERVOErrorMessage("Error whilst reading the def file (in ReadNonEmptyNonCommentLine()", "Line 12");
     TERVOErrorMessage("While calculating I(V) ...", "Point 3 failed");
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), ""); // the log alone
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
     EXPECT_EQ(ErrorMessageNumber, 2);
+    StartProcess();
+    ErrorMessageMode = 1;
+    TERVOErrorMessage("Calculating the working point", "next session");
+    TERVOErrorMessage("ERROR DURING OPENING a file", "again");
     EXPECT_EQ(Log(), Entry(1, kSetUpClass,
                            "Error whilst reading the def file (in ReadNonEmptyNonCommentLine()", "Line 12") +
                          Entry(2, "Unsepcified TERVO error message\n", "While calculating I(V) ...",
-                               "Point 3 failed"));
-}
-
-TEST_F(ErrorLog, ModeOneAppendsAndNumbersAnewAfterARestart) {
-    ErrorMessageMode = 1;
-    TERVOErrorMessage("Calculating the working point", "first session");
-    StartProcess();
-    TERVOErrorMessage("ERROR DURING OPENING a file", "second session");
-    // A calculation message has no class line; the class words are found in any case.
-    EXPECT_EQ(Log(), Entry(1, "", "Calculating the working point", "first session") +
-                         Entry(1, kSetUpClass, "ERROR DURING OPENING a file", "second session"));
+                               "Point 3 failed") +
+                         Entry(1, "", "Calculating the working point", "next session") +
+                         Entry(2, kSetUpClass, "ERROR DURING OPENING a file", "again"));
 }
 
 // Mode 0 writes to standard error alone, counts nothing and leaves the log as it is: none at first,
