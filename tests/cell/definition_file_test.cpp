@@ -61,16 +61,6 @@ std::string Body(const std::string& text) {
     return second == std::string::npos ? "" : text.substr(second + 1);
 }
 
-std::vector<std::string> DefinitionFilesToCheck() {
-    std::vector<std::string> files;
-    for (const fs::path& dir :
-         {kSource / "home" / "def", kSource / "tests" / "cell" / "data", kSource / "examples"})
-        if (fs::exists(dir))
-            for (const auto& e : fs::recursive_directory_iterator(dir))
-                if (e.path().extension() == ".def") files.push_back(e.path().string());
-    return files;
-}
-
 } // namespace
 
 // Every shipped and test definition is read and written by either writer; what either writer wrote
@@ -78,7 +68,10 @@ std::vector<std::string> DefinitionFilesToCheck() {
 // the program saved itself come out as they are on disk.  A field that the reader or a writer loses,
 // or a number written with too few digits, changes the bytes.
 TEST(DefinitionFile, RoundTripOfEveryShippedFile) {
-    const auto files = DefinitionFilesToCheck();
+    std::vector<std::string> files;
+    for (const char* dir : {"home/def", "tests/cell/data", "examples"})
+        for (const auto& e : fs::recursive_directory_iterator(kSource / dir))
+            if (e.path().extension() == ".def") files.push_back(e.path().string());
     ASSERT_GE(files.size(), 5u);
     for (const std::string& path : files) {
         SCOPED_TRACE(path);
