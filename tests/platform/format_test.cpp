@@ -53,27 +53,23 @@ TEST(Fmt, NumbersTextAndLiteralsMatchTheFileFormatsCharacterForCharacter) {
     for (const auto& [actual, expected] : cases) EXPECT_EQ(actual, expected);
 }
 
+// What Fmt answers (the length of what it composed) and what the target then holds, as
+// "answer:target".  "%s<" at the head replaces
+// the target, "%s[a]<" appends, "q" limits it to the width (which "*" takes from the arguments
+// first); without a head the whole format replaces it.  A missing argument, an unknown conversion, a
+// text for a number or an open bracket answer -1 and keep the text so far.
 TEST(Fmt, HeadReplacesAppendsAndLimitsTheTargetAndBadCallsKeepTheTextSoFar) {
     std::string target = "old text";
-    EXPECT_EQ(Fmt(target, "%s<bulk"), 4);
-    EXPECT_EQ(target, "bulk");
-    target = "Convergence failure";
-    EXPECT_EQ(Fmt(target, "%s[a]<\nIteration count: %i", 12), 20);
-    EXPECT_EQ(target, "Convergence failure\nIteration count: 12");
-    Fmt(target, "%s[w10q]<%s", "abcdefghijklmno");
-    EXPECT_EQ(target, "abcdefghij");
-    Fmt(target, "%s[w*q]<net Gn%i,%i,%i (#/cm3.s)", 8, 1, 2, 3); // the width comes first
-    EXPECT_EQ(target, "net Gn1,");
-    Fmt(target, "Argument not recognised: %s", "xyz"); // no head: the whole format, replacing
-    EXPECT_EQ(target, "Argument not recognised: xyz");
-
-    // A missing argument, an unknown conversion, a text for a number, an open bracket: -1.
-    EXPECT_EQ(Fmt(target, "a=%i b=%i", 1), -1);
-    EXPECT_EQ(target, "a=1 b=");
-    EXPECT_EQ(Fmt(target, "%s<x%q"), -1);
-    EXPECT_EQ(target, "x");
-    EXPECT_EQ(Fmt(target, "%f", "text"), -1);
-    EXPECT_EQ(Fmt(target, "%f[w9"), -1);
+    auto fmt = [&target](auto... args) { return std::to_string(Fmt(target, args...)) + ":" + target; };
+    EXPECT_EQ(fmt("%s<bulk"), "4:bulk");
+    EXPECT_EQ(fmt("%s[a]<\nIteration count: %i", 12), "20:bulk\nIteration count: 12");
+    EXPECT_EQ(fmt("%s[w10q]<%s", "abcdefghijklmno"), "10:abcdefghij");
+    EXPECT_EQ(fmt("%s[w*q]<net Gn%i,%i,%i (#/cm3.s)", 8, 1, 2, 3), "8:net Gn1,");
+    EXPECT_EQ(fmt("Argument not recognised: %s", "xyz"), "28:Argument not recognised: xyz");
+    EXPECT_EQ(fmt("a=%i b=%i", 1), "-1:a=1 b=");
+    EXPECT_EQ(fmt("%s<x%q"), "-1:x");
+    EXPECT_EQ(fmt("%f", "text"), "-1:");
+    EXPECT_EQ(fmt("%f[w9"), "-1:");
 }
 
 TEST(Scan, NumbersTextLiteralsAndWidths) {
