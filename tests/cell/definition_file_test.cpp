@@ -182,30 +182,28 @@ TEST(DefinitionFileBadInput, MissingTruncatedIncompleteOverfullAndUnreadableFile
     for (int i = 0; i < 4000; ++i) binary += static_cast<char>((i * 37 + 11) % 256);
     for (int i = 0; i < 8; ++i) layers += "layer\n\nname : L" + std::to_string(i) + "\nd : 1e-7\n\n";
     for (int i = 0; i < 7; ++i) defects += "next\n\ntype : acceptor\n";
-    // Name, text, result, and the messages.
+    const std::string opening =
+        "|Function lees_structuurfile(): Error occured during opening the def-file !|";
+    const std::string cut =
+        "|Error whilst reading the def file (in ReadNonEmptyNonCommentLine()" + incomplete;
+    const std::string
+        noNumber = "no number could be read in ",
+        words = "convergence\n\nclamp_psi : lots\nmaxiter : 99\n\nback contact\n\nSn : 1e999\n\nlayer\n\n"
+                "name : x\nd : thick\n\nfront contact\n\nSn : 1\nworking point\nilluminated from : left\n";
+    // Name, text, result, and the messages.  No file (its folder does not exist either), an empty one,
+    // a shipped cell cut in the middle of a layer, one that ends directly behind the head of the
+    // working point and one that does not, and unreadable numbers that are reported and keep the
+    // values before them.
     const std::tuple<const char*, std::string, int, std::vector<std::string>> cases[] = {
-        // No file (its folder does not exist either), an empty one, a shipped cell cut in the middle of
-        // a layer, one that ends directly behind the head of the working point, and one that does not.
-        {"no folder/none.def",
-         "",
-         -1,
-         {"|Function lees_structuurfile(): Error occured during opening the def-file !|"}},
+        {"no folder/none.def", "", -1, {opening}},
         {"empty.def", "", -1, {incomplete}},
-        {"cut.def",
-         whole.substr(0, whole.size() / 2),
-         -1,
-         {"|Error whilst reading the def file (in ReadNonEmptyNonCommentLine()" + incomplete}},
+        {"cut.def", whole.substr(0, whole.size() / 2), -1, {cut}},
         {"wp0.def", body, -1, {incomplete}},
         {"wp1.def", body + "internal Rfront : 0.1", 1, {}},
         {"nolayer.def", "back contact\n\nSn : 1\n\n" + tail, -1, {}},
         {"eight.def", layers + tail, -1, {"eight.def, line 36: the file declares more than 7 layers"}},
         {"defects.def", defects + "\n" + tail, -1, {"more than 7 defects"}},
-        // Unreadable numbers are reported and the values before them kept.
-        {"n.def",
-         "convergence\n\nclamp_psi : lots\nmaxiter : 99\n\nback contact\n\nSn : 1e999\n\nlayer\n\nname : x\n"
-         "d : thick\n\nfront contact\n\nSn : 1e5\n\nworking point\n\nilluminated from : left\n",
-         1,
-         {"n.def, line 3: no number could be read in \"clamp_psi : lots\"", "line 8", "line 13"}}};
+        {"n.def", words, 1, {"n.def, line 3: " + noNumber + "\"clamp_psi : lots\"", "line 8", "line 13"}}};
     InputParameters p;
     DefinitionWorkingSettings s;
     for (const auto& [name, text, result, messages] : cases) {
