@@ -123,14 +123,12 @@ TEST(DefinitionFile, DefectTypesAndLevelTypes) {
     const std::string tail = "\nfront contact\n\nSn : 1e5\n\nworking point\n\nilluminated from : left\n";
     InputParameters p;
     DefinitionWorkingSettings s;
-    const std::string doubleDonor = head + "type : doubledonor ( 1 level(s) )\nsigma_n : 1e-19\n" + tail;
-    ASSERT_EQ(Read(Put(dir, "a.def", doubleDonor), p, s), 1);
+    ASSERT_EQ(
+        Read(Put(dir, "a.def", head + "type : doubledonor ( 1 level(s) )\nsigma_n : 1e-19\n" + tail), p, s),
+        1);
     ExpectExact(p.cellParas.layer[0].srh[0][0].type, DEFECT_DOUBLEDONOR, s.side, 0);
-
-    const std::string multi = head +
-                              "type : custom multilevel ( 3 level(s) )\nleveltype : +/0\t0/-\t-/2-\n"
-                              "sigma_n : 1e-19\t2e-19\t3e-19\t[m^2]\nEt : 0.1\t0.2\t0.3\t[eV]\n" +
-                              tail;
+    const std::string multi = head + "type : custom multilevel ( 3 level(s) )\nleveltype : +/0\t0/-\t-/2-\n" +
+                              "sigma_n : 1e-19\t2e-19\t3e-19\t[m^2]\nEt : 0.1\t0.2\t0.3\t[eV]\n" + tail;
     ASSERT_EQ(Read(Put(dir, "b.def", multi), p, s), 1);
     const DefectLevels& d = p.cellParas.layer[0].srh[0];
     ExpectExact(d[0].numberOfLevels, 3, d[0].aard, 4, d[1].aard, 3, d[2].aard, 2);

@@ -10,7 +10,8 @@
 #include "platform/messages.h"
 #include "support/temp_folder.h"
 
-namespace tervo {
+using namespace tervo;
+
 namespace {
 
 namespace fs = std::filesystem;
@@ -108,4 +109,3 @@ TEST_F(ErrorLog, ALogThatCannotBeOpenedSendsTheMessageToStandardError) {
 }
 
 } // namespace
-} // namespace tervo
