@@ -20,8 +20,7 @@ TEST(CellRecords, LevelsAndInterfacesAreNumberedByTheirPlace) {
     const BulkRecombinationParameters& lv = c.layer[3].srh[5][2];
     ExpectExact(lv.layernumber, 3, lv.defectnumber, 5, lv.levelnumber, 2,
                 c.interface[4].defect[2].interfaceNumber, 4);
-    LayerParameters L;
-    InitialiseLayerParameters(L, 2, 1);
+    LayerParameters& L = c.layer[2];
     EXPECT_EQ(ProfileOfLayer(L, VAR_MUP), &L.material.mu_p);
     EXPECT_EQ(ProfileOfLayer(L, VAR_COMPOSITION), &L.composition);
     EXPECT_EQ(ProfileOfLayer(L, 99), nullptr);

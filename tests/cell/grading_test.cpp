@@ -345,8 +345,7 @@ TEST_F(GradingFiles, EndValuesOfALayerComeFromTheFilesInUserUnits) {
     ExpectRelative(1e-12, nt.leftValue, 1.4e14, nt.rightValue, 2.2e14);
 
     // One id at a time leaves the others alone.
-    eg.pureB = 3.0;
-    nd.leftValue = 5;
+    std::tie(eg.pureB, nd.leftValue) = std::pair(3.0, 5.0);
     RecalculateLeftRightValues(layer, VAR_EG);
     EXPECT_NEAR(eg.rightValue, 2.2, 1e-12);
     EXPECT_EQ(nd.leftValue, 5);

@@ -15,7 +15,6 @@
 
 using namespace tervo;
 
-namespace fs = std::filesystem;
 using tervo::test::TempFolder;
 
 TEST(TextFile, ReadLineHandlesLineEndsLongLinesAndTheLastLine) {
@@ -68,8 +67,7 @@ TEST(TextFile, WrittenLinesReadBackExactlyWithTheirSizeAndDate) {
     EXPECT_FALSE(FileExists(folder.path.string())); // a folder is not a file
     DateTime stamp, now = GetSystemDateTime();
     ASSERT_EQ(GetFileDateTime(path, stamp), 0);
-    EXPECT_EQ(stamp.year, now.year);
-    EXPECT_EQ(stamp.month, now.month);
+    EXPECT_EQ(stamp.year * 100 + stamp.month, now.year * 100 + now.month); // this month
     EXPECT_EQ(GetFileDateTime(folder / "none", stamp), -1);
 }
 
@@ -85,5 +83,5 @@ TEST(Paths, SplitJoinAndCreate) {
 
     TempFolder base;
     EXPECT_TRUE(MakeDirectories(base / "results/batch"));
-    EXPECT_TRUE(fs::is_directory(base.path / "results" / "batch"));
+    EXPECT_TRUE(std::filesystem::is_directory(base.path / "results" / "batch"));
 }
