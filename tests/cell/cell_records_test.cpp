@@ -1,5 +1,5 @@
 // Operations of the cell records: numbering, profile look-up, peak-to-total factors, thickness,
-// copies, sign conventions and the short definition.
+// freeing, sign conventions and the short definition.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -7,6 +7,9 @@
 
 #include "cell/cell_records.h"
 #include "cell/expect_values.h"
+
+// Profiles are built with designated initializers; the members not named keep their defaults.
+#pragma GCC diagnostic ignored "-Wmissing-field-initializers"
 
 using namespace tervo;
 using tervo::test::ExpectExact;
@@ -17,8 +20,7 @@ TEST(CellRecords, LevelsAndInterfacesAreNumberedByTheirPlace) {
     const BulkRecombinationParameters& lv = c.layer[3].srh[5][2];
     ExpectExact(lv.layernumber, 3, lv.defectnumber, 5, lv.levelnumber, 2,
                 c.interface[4].defect[2].interfaceNumber, 4);
-    LayerParameters L;
-    InitialiseLayerParameters(L, 2, 1);
+    LayerParameters& L = c.layer[2];
     EXPECT_EQ(ProfileOfLayer(L, VAR_MUP), &L.material.mu_p);
     EXPECT_EQ(ProfileOfLayer(L, VAR_COMPOSITION), &L.composition);
     EXPECT_EQ(ProfileOfLayer(L, 99), nullptr);
@@ -41,11 +43,7 @@ TEST(CellRecords, PeakToTotalOfEachDistribution) {
 }
 
 TEST(CellRecords, MakeUniformTakesTheChosenEnd) {
-    Profile p;
-    p.pureA = 1;
-    p.pureB = 2;
-    p.leftValue = 7;
-    p.rightValue = 8;
+    Profile p{.pureA = 1, .pureB = 2, .leftValue = 7, .rightValue = 8};
     MakeUniform(p, 2);
     EXPECT_EQ(p.leftValue, 7);
     MakeUniform(p, 1);
@@ -67,27 +65,21 @@ TEST(CellRecords, ThicknessReachesEveryProfileInUse) {
                 L.meta[0].Nt.thickness, 3e-7);
 }
 
-TEST(CellRecords, CopiesOwnTheirArraysAndSignsFollowTheConventions) {
+TEST(CellRecords, FreeingEmptiesTheArraysAndSignsFollowTheConventions) {
     CellDefinition a;
     InitialiseCellDefinition(a);
-    AllocateOpticalCaptureProperties(a.layer[0].srh[0][0].optCaptHoles, 3);
-    a.layer[0].srh[0][0].optCaptHoles.sigmas[1] = 5;
-    CellDefinition b;
-    CopyCellParameters(b, a);
-    b.layer[0].srh[0][0].optCaptHoles.sigmas[1] = 9;
-    EXPECT_EQ(a.layer[0].srh[0][0].optCaptHoles.sigmas[1], 5);
+    OpticalCaptureProperties& holes = a.layer[0].srh[0][0].optCaptHoles;
+    AllocateOpticalCaptureProperties(holes, 3);
     FreeCellDefinition(a);
-    EXPECT_TRUE(a.layer[0].srh[0][0].optCaptHoles.sigmas.empty());
-    AllocateOpticalCaptureProperties(a.layer[0].srh[0][0].optCaptHoles, 0);
-    EXPECT_EQ(a.layer[0].srh[0][0].optCaptHoles.count, 0);
+    ExpectExact(holes.sigmas.size(), 0, holes.count, 0);
 
+    // Side the voltage is applied to, reference system: signs of V and J.
     const int cases[4][4] = {{-1, 1, 1, 1}, {-1, 0, 1, -1}, {1, 1, -1, -1}, {1, 0, -1, 1}};
     for (const auto& k : cases) {
         a.voltageAppliedTo = k[0];
         a.referenceSystem = k[1];
         SetSignsFromConventions(a);
-        EXPECT_EQ(a.signV, k[2]);
-        EXPECT_EQ(a.signJ, k[3]);
+        ExpectExact(a.signV, k[2], a.signJ, k[3]);
     }
 }
 
@@ -108,7 +100,4 @@ TEST(CellRecords, ShortDefinitionMirrorsWhatExists) {
                 s.layer[1].material[5].dependence, DEP_POSITION, s.layer[1].srhteller, 1,
                 s.layer[1].srh[0][0].fromFileElectrons, 1, s.interface[0].numberOfDefects, 2,
                 s.interface[0].namePresent, 1);
-    InitialiseShortCellDefinition(s);
-    ExpectExact(s.layer[0].srh[0][0].numberOfLevels, 1, s.layer[0].srh[0][0].fromModelHoles, 1,
-                s.layer[0].srh[0][0].fromFileHoles, 0, s.layer[0].material[0].dependence, DEP_UNIFORM);
 }

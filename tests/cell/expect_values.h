@@ -6,43 +6,39 @@
 
 #include <array>
 #include <cmath>
-#include <string>
 
 namespace tervo::test {
 
-template <typename... T>
-std::array<double, sizeof...(T)> Values(const T&... v) {
+// Runs check(actual, expected) on each pair.
+template <typename Check, typename... T>
+void ExpectPairs(Check check, const T&... v) {
     static_assert(sizeof...(T) % 2 == 0, "values come in pairs of actual and expected");
-    return {static_cast<double>(v)...};
+    const std::array<double, sizeof...(T)> x{static_cast<double>(v)...};
+    for (size_t i = 0; i < x.size(); i += 2) check(x[i], x[i + 1], i / 2);
 }
 
 // Equal to the last bit (integers and enumerations pass through a double exactly).
 template <typename... T>
 void ExpectExact(const T&... v) {
-    const auto x = Values(v...);
-    for (size_t i = 0; i < x.size(); i += 2) EXPECT_EQ(x[i], x[i + 1]) << "pair " << i / 2;
+    ExpectPairs([](double a, double e, size_t i) { EXPECT_EQ(a, e) << "pair " << i; }, v...);
 }
 
 // Equal to four units in the last place.
 template <typename... T>
 void ExpectDoubles(const T&... v) {
-    const auto x = Values(v...);
-    for (size_t i = 0; i < x.size(); i += 2) EXPECT_DOUBLE_EQ(x[i], x[i + 1]) << "pair " << i / 2;
+    ExpectPairs([](double a, double e, size_t i) { EXPECT_DOUBLE_EQ(a, e) << "pair " << i; }, v...);
 }
 
-// Equal to a relative precision of the expected value.
+// Equal to a relative precision of the expected value, or within an absolute tolerance.
 template <typename... T>
 void ExpectRelative(double rel, const T&... v) {
-    const auto x = Values(v...);
-    for (size_t i = 0; i < x.size(); i += 2)
-        EXPECT_NEAR(x[i], x[i + 1], rel * std::fabs(x[i + 1])) << "pair " << i / 2;
+    ExpectPairs(
+        [rel](double a, double e, size_t i) { EXPECT_NEAR(a, e, rel * std::fabs(e)) << "pair " << i; }, v...);
 }
-
-// Equal within an absolute tolerance.
 template <typename... T>
 void ExpectWithin(double tolerance, const T&... v) {
-    const auto x = Values(v...);
-    for (size_t i = 0; i < x.size(); i += 2) EXPECT_NEAR(x[i], x[i + 1], tolerance) << "pair " << i / 2;
+    ExpectPairs([tolerance](double a, double e, size_t i) { EXPECT_NEAR(a, e, tolerance) << "pair " << i; },
+                v...);
 }
 
 } // namespace tervo::test

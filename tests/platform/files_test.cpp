@@ -3,67 +3,51 @@
 
 #include <filesystem>
 #include <fstream>
-#include <random>
+#include <iterator>
 #include <string>
+#include <tuple>
+#include <utility>
+#include <vector>
 
 #include "platform/files.h"
 #include "platform/text_file.h"
+#include "support/temp_folder.h"
 
-namespace tervo {
-namespace {
+using namespace tervo;
 
-namespace fs = std::filesystem;
+using tervo::test::TempFolder;
 
-class TextFileTest : public ::testing::Test {
-protected:
-    void SetUp() override {
-        folder_ = fs::temp_directory_path() / ("tervo_files_" + std::to_string(std::random_device{}()));
-        fs::create_directories(folder_);
+TEST(TextFile, ReadLineHandlesLineEndsLongLinesAndTheLastLine) {
+    TempFolder folder;
+    // Bytes of the file, longest line kept, and (return value, line) of each ReadLine until the end.
+    // A line without a line end behind it is still a line; the dropped rest of a long one does not
+    // come back as a line.
+    const std::tuple<std::string, int, std::vector<std::pair<int, std::string>>> cases[] = {
+        {"first\r\nsecond\n\nlast", 100, {{5, "first"}, {6, "second"}, {0, ""}, {4, "last"}}},
+        {"abcdefghij\r\nnext\n", 5, {{5, "abcde"}, {4, "next"}}},
+        {"", 10, {}}};
+    for (const auto& [bytes, longest, lines] : cases) {
+        SCOPED_TRACE(bytes);
+        tervo::test::WriteFile(folder / "a.txt", bytes);
+        TextFile f = OpenFile(folder / "a.txt", FileMode::Read);
+        ASSERT_TRUE(f.IsOpen());
+        std::string line;
+        for (const auto& [length, text] : lines) {
+            EXPECT_EQ(ReadLine(f, line, longest), length);
+            EXPECT_EQ(line, text);
+        }
+        EXPECT_EQ(ReadLine(f, line, longest), -2);
     }
-    void TearDown() override { fs::remove_all(folder_); }
-
-    std::string WriteBytes(const std::string& name, const std::string& bytes) {
-        const std::string path = (folder_ / name).string();
-        std::ofstream(path, std::ios::binary) << bytes;
-        return path;
-    }
-
-    fs::path folder_;
-};
-
-TEST_F(TextFileTest, ReadLineHandlesLineEndsAndTheLastLine) {
-    TextFile f = OpenFile(WriteBytes("a.txt", "first\r\nsecond\n\nlast"), FileMode::Read);
-    ASSERT_TRUE(f.IsOpen());
     std::string line;
-    EXPECT_EQ(ReadLine(f, line, 100), 5);
-    EXPECT_EQ(line, "first");
-    EXPECT_EQ(ReadLine(f, line, 100), 6);
-    EXPECT_EQ(line, "second");
-    EXPECT_EQ(ReadLine(f, line, 100), 0);
-    EXPECT_EQ(ReadLine(f, line, 100), 4); // no line end behind it, still a line
-    EXPECT_EQ(line, "last");
-    EXPECT_EQ(ReadLine(f, line, 100), -2);
-}
-
-TEST_F(TextFileTest, LongEmptyAndMissingFiles) {
-    TextFile f = OpenFile(WriteBytes("b.txt", "abcdefghij\r\nnext\n"), FileMode::Read);
-    std::string line;
-    EXPECT_EQ(ReadLine(f, line, 5), 5);
-    EXPECT_EQ(line, "abcde");
-    EXPECT_EQ(ReadLine(f, line, 5), 4); // the dropped rest does not come back as a line
-    EXPECT_EQ(line, "next");
-    EXPECT_EQ(ReadLine(f, line, 5), -2);
-
-    TextFile empty = OpenFile(WriteBytes("empty.txt", ""), FileMode::Read);
-    EXPECT_EQ(ReadLine(empty, line, 10), -2);
-    TextFile missing = OpenFile((folder_ / "none.txt").string(), FileMode::Read);
+    TextFile missing = OpenFile(folder / "none.txt", FileMode::Read);
     EXPECT_FALSE(missing.IsOpen());
     EXPECT_NE(missing.lastError, 0);
     EXPECT_EQ(ReadLine(missing, line, 10), -1);
 }
 
-TEST_F(TextFileTest, WrittenLinesReadBackExactly) {
-    const std::string path = (folder_ / "w.txt").string();
+TEST(TextFile, WrittenLinesReadBackExactlyWithTheirSizeAndDate) {
+    TempFolder folder;
+    const std::string path = folder / "w.txt";
     TextFile out = OpenFile(path, FileMode::Write);
     EXPECT_EQ(WriteLine(out, "abcdef", 3), 0);
     EXPECT_EQ(FmtFile(out, "clamp_psi : %f[w9p2e2] units kT\n", 0.5), 0);
@@ -71,48 +55,33 @@ TEST_F(TextFileTest, WrittenLinesReadBackExactly) {
     TextFile more = OpenFile(path, FileMode::Append);
     EXPECT_EQ(WriteLine(more, "appended"), 0);
     CloseFile(more);
-
     std::ifstream in(path, std::ios::binary);
-    const std::string bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    const std::string bytes{std::istreambuf_iterator<char>(in), {}};
     EXPECT_EQ(bytes, "abc\nclamp_psi :  5.00e-01 units kT\nappended\n");
 
     long long size = -1;
     EXPECT_EQ(GetFileSize(path, size), 0);
     EXPECT_EQ(size, static_cast<long long>(bytes.size()));
-    EXPECT_EQ(GetFileSize((folder_ / "none").string(), size), -1);
+    EXPECT_EQ(GetFileSize(folder / "none", size), -1);
     EXPECT_TRUE(FileExists(path));
-    EXPECT_FALSE(FileExists(folder_.string())); // a folder is not a file
-
+    EXPECT_FALSE(FileExists(folder.path.string())); // a folder is not a file
     DateTime stamp, now = GetSystemDateTime();
     ASSERT_EQ(GetFileDateTime(path, stamp), 0);
-    EXPECT_EQ(stamp.year, now.year);
-    EXPECT_EQ(stamp.month, now.month);
-    EXPECT_EQ(GetFileDateTime((folder_ / "none").string(), stamp), -1);
+    EXPECT_EQ(stamp.year * 100 + stamp.month, now.year * 100 + now.month); // this month
+    EXPECT_EQ(GetFileDateTime(folder / "none", stamp), -1);
 }
 
 TEST(Paths, SplitJoinAndCreate) {
     std::string drive = "x", folder, file;
     SplitPath("/home/u/def/my cell.def", drive, folder, file);
-    EXPECT_EQ(drive, "");
-    EXPECT_EQ(folder, "/home/u/def/");
-    EXPECT_EQ(file, "my cell.def");
+    EXPECT_EQ(drive + "|" + folder + "|" + file, "|/home/u/def/|my cell.def");
     SplitPath("cell.def", drive, folder, file);
-    EXPECT_EQ(folder, "");
-    EXPECT_EQ(file, "cell.def");
-
+    EXPECT_EQ(folder + "|" + file, "|cell.def");
     EXPECT_EQ(MakePathname("/home/u/def", "cell.def"), "/home/u/def/cell.def");
     EXPECT_EQ(MakePathname("/home/u/def/", "cell.def"), "/home/u/def/cell.def");
     EXPECT_EQ(MakePathname("", "cell.def"), "cell.def");
 
-    SetProjectDir("/opt/tervo/");
-    EXPECT_EQ(GetProjectDir(), "/opt/tervo/");
-
-    const fs::path base =
-        fs::temp_directory_path() / ("tervo_dirs_" + std::to_string(std::random_device{}()));
-    EXPECT_TRUE(MakeDirectories((base / "results" / "batch").string()));
-    EXPECT_TRUE(fs::is_directory(base / "results" / "batch"));
-    fs::remove_all(base);
+    TempFolder base;
+    EXPECT_TRUE(MakeDirectories(base / "results/batch"));
+    EXPECT_TRUE(std::filesystem::is_directory(base.path / "results" / "batch"));
 }
-
-} // namespace
-} // namespace tervo

@@ -1,162 +1,115 @@
 // The format notation, composed and scanned, on the formats the result and settings files use.
 #include <gtest/gtest.h>
 
-#include <cmath>
 #include <string>
+#include <tuple>
+#include <utility>
 
 #include "platform/format.h"
 
-namespace tervo {
-namespace {
+using namespace tervo;
 
-struct RealCase {
-    const char* format;
-    double value;
-    const char* expected;
-};
-
-TEST(Fmt, RealsMatchTheFileFormatsCharacterForCharacter) {
-    const RealCase cases[] = {
-        {"%f", 0.5, "0.500000"},
-        {"%f[w9p3e2]", 1e5, "1.000e+05"},
-        {"%f[w9p3e2]", 1e-19, "1.000e-19"},
-        {"%f[w9p3e2]", 0.0, "0.000e+00"},
-        {"%f[w9p3e2]", 1e-300, "1.000e-300"}, // three exponent digits, wider than w: written whole
-        {"%f[w12e2p3]", 1e5, "   1.000e+05"},
-        {"%f[w9p2e2]", 0.5, " 5.00e-01"},
-        {"%f[w10p3e2]", -2.5e-3, "-2.500e-03"},
-        {"%f[w13p6e2]", 1e25, " 1.000000e+25"},
-        {"%f[w8p4]", 0.85, "  0.8500"},
-        {"%f[w8p4]", -4.5, " -4.5000"},
-        {"%f[w14p8e2]", -6.02e23, "-6.02000000e+23"},
-        {"%f[w12p8]", 0.1, "  0.10000000"},
-        {"%f[w11e2p4]", 1234.5, " 1.2345e+03"},
-        {"%f[w7p3]", 0.3, "  0.300"},
-        {"%f[w7p3]", -12345.678, "-12345.678"}, // never truncated, never asterisks
-        {"%f[w3p0]", 10.0, " 10"},
-        {"%f[w16p8e2]", 1.5, "  1.50000000e+00"},
-        {"%f[w14]", 2.0, "      2.000000"},
-        {"%f[p2]", 449.999, "450.00"},
-    };
-    for (const RealCase& c : cases) EXPECT_EQ(FmtStr(c.format, c.value), c.expected) << c.format;
+TEST(Fmt, NumbersTextAndLiteralsMatchTheFileFormatsCharacterForCharacter) {
+    // Numbers wider than their field are written whole (never truncated, never asterisks); "*" takes a
+    // width from the arguments; a double to %i is truncated toward zero, an integer to %f converted.
+    const std::tuple<const char*, double, const char*> reals[] = {{"%f", 0.5, "0.500000"},
+                                                                  {"%f[w9p3e2]", 1e5, "1.000e+05"},
+                                                                  {"%f[w9p3e2]", 0.0, "0.000e+00"},
+                                                                  {"%f[w9p3e2]", 1e-300, "1.000e-300"},
+                                                                  {"%f[w12e2p3]", 1e5, "   1.000e+05"},
+                                                                  {"%f[w9p2e2]", 0.5, " 5.00e-01"},
+                                                                  {"%f[w10p3e2]", -2.5e-3, "-2.500e-03"},
+                                                                  {"%f[w8p4]", 0.85, "  0.8500"},
+                                                                  {"%f[w8p4]", -4.5, " -4.5000"},
+                                                                  {"%f[w11e2p4]", 1234.5, " 1.2345e+03"},
+                                                                  {"%f[w7p3]", -12345.678, "-12345.678"},
+                                                                  {"%f[w3p0]", 10.0, " 10"},
+                                                                  {"%f[w14]", 2.0, "      2.000000"},
+                                                                  {"%f[p2]", 449.999, "450.00"}};
+    for (const auto& [format, value, expected] : reals) EXPECT_EQ(FmtStr(format, value), expected) << format;
+    const std::tuple<const char*, int, const char*> integers[] = {
+        {"%i[w2p0]", 5, "05"}, {"%i[w4]", 2026, "2026"}, {"%i[w2]", 3, " 3"}, {"%i[w3p0]", -5, "-05"},
+        {"%i[w3]", -5, " -5"}, {"%i[w1]", 12, "12"},     {"%x", 255, "ff"}};
+    for (const auto& [format, value, expected] : integers)
+        EXPECT_EQ(FmtStr(format, value), expected) << format;
+    const std::pair<std::string, const char*> cases[] = {
+        {FmtStr("%f[w*p*]|", 8, 2, 3.14159), "    3.14|"},
+        {FmtStr("%i", 2.9), "2"},
+        {FmtStr("%i", -2.9), "-2"},
+        {FmtStr("%f", 2), "2.000000"},
+        {FmtStr("%s[w5]|", "abcdefg"), "abcde|"},
+        {FmtStr("%s[w5]|", "ab"), "ab   |"},
+        {FmtStr("%s[]\t", "x"), "x\t"},
+        {FmtStr("%cvalue\t%f[w14e2p6]\t", 'V', 0.25), "Vvalue\t  2.500000e-01\t"},
+        {FmtStr("Reference for defect energy : %i[w2] ; 0 = above EV (TERVO%<2.7)\n", 1),
+         "Reference for defect energy :  1 ; 0 = above EV (TERVO<2.7)\n"},
+        {FmtStr("%s<transmission : %f[w10p4] %%", 50.0), "transmission :    50.0000 %"},
+        {FmtStr("%s<%> %s%s", "a", "b"), "> ab"},
+        {FmtStr("(state %s) %[Acceptor%]", "1"), "(state 1) [Acceptor]"},
+        {FmtStr(
+             "%s[q]<%s ORVALD-LAB: Version %s[q], dated %i[w2p0]-%i[w2p0]-%i[w4], %i[w2p0]:%i[w2p0]:%i[w2p0]",
+             "TERVO", "3.2.01", 7, 3, 2026, 9, 5, 0),
+         "TERVO ORVALD-LAB: Version 3.2.01, dated 07-03-2026, 09:05:00"}};
+    for (const auto& [actual, expected] : cases) EXPECT_EQ(actual, expected);
 }
 
-TEST(Fmt, IntegersPaddingAndConversions) {
-    EXPECT_EQ(FmtStr("%i[w2p0]", 5), "05");
-    EXPECT_EQ(FmtStr("%i[w4]", 2026), "2026");
-    EXPECT_EQ(FmtStr("%i[w2]", 3), " 3");
-    EXPECT_EQ(FmtStr("%i[w5]", 250), "  250");
-    EXPECT_EQ(FmtStr("%i[w3p0]", -5), "-05");
-    EXPECT_EQ(FmtStr("%i[w3]", -5), " -5");
-    EXPECT_EQ(FmtStr("%i[w1]", 12), "12");
-    EXPECT_EQ(FmtStr("%x", 255), "ff");
-    EXPECT_EQ(FmtStr("%i", 2.9), "2"); // a double to %i is truncated toward zero
-    EXPECT_EQ(FmtStr("%i", -2.9), "-2");
-    EXPECT_EQ(FmtStr("%f", 2), "2.000000"); // an integer to %f is converted
-}
-
-TEST(Fmt, TextFieldsAndLiterals) {
-    EXPECT_EQ(FmtStr("%s[w5]|", "abcdefg"), "abcde|");
-    EXPECT_EQ(FmtStr("%s[w5]|", "ab"), "ab   |");
-    EXPECT_EQ(FmtStr("%s[]\t", "x"), "x\t");
-    EXPECT_EQ(FmtStr("%cvalue\t%f[w14e2p6]\t", 'V', 0.25), "Vvalue\t  2.500000e-01\t");
-    EXPECT_EQ(FmtStr("Reference for defect energy : %i[w2] ; 0 = above EV (TERVO%<2.7)\n", 1),
-              "Reference for defect energy :  1 ; 0 = above EV (TERVO<2.7)\n");
-    EXPECT_EQ(FmtStr("%s<transmission : %f[w10p4] %%", 50.0), "transmission :    50.0000 %");
-    EXPECT_EQ(FmtStr("%s<%> %s%s", "a", "b"), "> ab");
-    EXPECT_EQ(FmtStr("(state %s) %[Acceptor%]", "1"), "(state 1) [Acceptor]");
-}
-
-TEST(Fmt, BannerAndLogHeaderWithDateParts) {
-    EXPECT_EQ(FmtStr("%s[q]<%s ORVALD-LAB: Version %s[q], dated %i[w2p0]-%i[w2p0]-%i[w4], "
-                     "%i[w2p0]:%i[w2p0]:%i[w2p0]",
-                     "TERVO", "3.2.01", 7, 3, 2026, 9, 5, 0),
-              "TERVO ORVALD-LAB: Version 3.2.01, dated 07-03-2026, 09:05:00");
-    EXPECT_EQ(FmtStr("%s<TERVO error message #%i written on\t%i[w2p0]-%i[w2p0]-%i[w4] at "
-                     "%i[w2p0]:%i[w2p0]:%i[w2p0]",
-                     12, 31, 12, 1999, 23, 59, 7),
-              "TERVO error message #12 written on\t31-12-1999 at 23:59:07");
-}
-
-TEST(Fmt, HeadReplacesAppendsAndLimitsTheTarget) {
+// What Fmt answers (the length of what it composed) and what the target then holds, as
+// "answer:target".  "%s<" at the head replaces
+// the target, "%s[a]<" appends, "q" limits it to the width (which "*" takes from the arguments
+// first); without a head the whole format replaces it.  A missing argument, an unknown conversion, a
+// text for a number or an open bracket answer -1 and keep the text so far.
+TEST(Fmt, HeadReplacesAppendsAndLimitsTheTargetAndBadCallsKeepTheTextSoFar) {
     std::string target = "old text";
-    EXPECT_EQ(Fmt(target, "%s<bulk"), 4);
-    EXPECT_EQ(target, "bulk");
-
-    target = "Convergence failure";
-    EXPECT_EQ(Fmt(target, "%s[a]<\nIteration count: %i", 12), 20);
-    EXPECT_EQ(target, "Convergence failure\nIteration count: 12");
-
-    Fmt(target, "%s[w10q]<%s", "abcdefghijklmno");
-    EXPECT_EQ(target, "abcdefghij");
-    Fmt(target, "%s[w*q]<net Gn%i,%i,%i (#/cm3.s)", 8, 1, 2, 3); // the width comes first
-    EXPECT_EQ(target, "net Gn1,");
-    EXPECT_EQ(FmtStr("%f[w*p*]|", 8, 2, 3.14159), "    3.14|");
-
-    target = "kept";
-    Fmt(target, "Argument not recognised: %s", "xyz"); // no head: the whole format, replacing
-    EXPECT_EQ(target, "Argument not recognised: xyz");
+    auto fmt = [&target](auto... args) { return std::to_string(Fmt(target, args...)) + ":" + target; };
+    EXPECT_EQ(fmt("%s<bulk"), "4:bulk");
+    EXPECT_EQ(fmt("%s[a]<\nIteration count: %i", 12), "20:bulk\nIteration count: 12");
+    EXPECT_EQ(fmt("%s[w10q]<%s", "abcdefghijklmno"), "10:abcdefghij");
+    EXPECT_EQ(fmt("%s[w*q]<net Gn%i,%i,%i (#/cm3.s)", 8, 1, 2, 3), "8:net Gn1,");
+    EXPECT_EQ(fmt("Argument not recognised: %s", "xyz"), "28:Argument not recognised: xyz");
+    EXPECT_EQ(fmt("a=%i b=%i", 1), "-1:a=1 b=");
+    EXPECT_EQ(fmt("%s<x%q"), "-1:x");
+    EXPECT_EQ(fmt("%f", "text"), "-1:");
+    EXPECT_EQ(fmt("%f[w9"), "-1:");
 }
 
-TEST(Fmt, BadCallsAnswerMinusOneAndKeepTheTextSoFar) {
-    std::string target;
-    EXPECT_EQ(Fmt(target, "a=%i b=%i", 1), -1);
-    EXPECT_EQ(target, "a=1 b=");
-    EXPECT_EQ(Fmt(target, "%s<x%q"), -1);
-    EXPECT_EQ(target, "x");
-    EXPECT_EQ(Fmt(target, "%f", "text"), -1);
-    EXPECT_EQ(Fmt(target, "%f[w9"), -1);
-}
-
-TEST(Scan, FirstNumberBehindALabel) {
+TEST(Scan, NumbersTextLiteralsAndWidths) {
+    // Source, format, fields satisfied, the number read (or the one before when none is).  A discarded
+    // text field that reads the whole line is satisfied, as is an empty one before a number at the
+    // start; "-y" is no number, "-.5" is; words are no numbers.
+    const std::tuple<const char*, const char*, int, double> numbers[] = {
+        {"Nc : 1.0e25 [/m^3]", "%s>%s[t#d]%f", 2, 1e25},
+        {"no number here", "%s>%s[t#d]%f", 1, 1e25},
+        {"5.0", "%s>%s[t#d]%f", 2, 5.0},
+        {"x-y -.5 eV", "%s>%s[dt#]%f", 2, -0.5},
+        {"1.000e+05", "%f", 1, 1e5},
+        {"1e+005", "%f", 1, 1e5},
+        {"-2", "%f", 1, -2.0},
+        {".5", "%f", 1, 0.5},
+        {"5.", "%f", 1, 5.0},
+        {"  +3e-2", "%f", 1, 0.03},
+        {"nan 1", "%f", 0, 0.03}};
     double d = -1.0;
-    EXPECT_EQ(Scan("Nc : 1.0e25 [/m^3]", "%s>%s[t#d]%f", &d), 2);
-    EXPECT_DOUBLE_EQ(d, 1e25);
-    // The discarded text field is satisfied (it read the whole line), the number is not: 1.
-    d = -1.0;
-    EXPECT_EQ(Scan("no number here", "%s>%s[t#d]%f", &d), 1);
-    EXPECT_EQ(d, -1.0);
-    // A number directly at the start leaves the discarded field empty but satisfied.
-    EXPECT_EQ(Scan("5.0", "%s>%s[t#d]%f", &d), 2);
-    EXPECT_EQ(d, 5.0);
-    EXPECT_EQ(Scan("x-y -.5 eV", "%s>%s[dt#]%f", &d), 2); // "-y" is no number, "-.5" is
-    EXPECT_EQ(d, -0.5);
-    int n = 0;
+    for (const auto& [source, format, fields, value] : numbers) {
+        EXPECT_EQ(Scan(source, format, &d), fields) << source;
+        EXPECT_DOUBLE_EQ(d, value) << source;
+    }
+    int n = 0, b = 0;
+    std::string s, key;
     EXPECT_EQ(Scan("IV_points : 101", "%s>%s[dt#]%i", &n), 2);
     EXPECT_EQ(n, 101);
-}
-
-TEST(Scan, TextBehindTheColon) {
-    std::string s;
     EXPECT_EQ(Scan("name : CdS", "%s>%s[t58dx]%s", &s), 2);
     EXPECT_EQ(s, "CdS");
     EXPECT_EQ(Scan("spectrum file :AM1_5G 1 sun.spe", "%s>%s[xdt58]%s[t0]", &s), 2);
     EXPECT_EQ(s, "AM1_5G 1 sun.spe");
-    std::string key;
     EXPECT_EQ(Scan("my key: value", "%s>%s[t58]", &key), 1);
     EXPECT_EQ(key, "my key");
-}
-
-TEST(Scan, NumberFormsLiteralsAndWidths) {
-    const std::pair<const char*, double> forms[] = {{"1.000e+05", 1e5}, {"1e+005", 1e5}, {"-2", -2.0},
-                                                    {".5", 0.5},        {"5.", 5.0},     {"  +3e-2", 0.03}};
-    for (const auto& [text, value] : forms) {
-        double d = 0.0;
-        EXPECT_EQ(Scan(text, "%f", &d), 1) << text;
-        EXPECT_DOUBLE_EQ(d, value) << text;
-    }
-    int a = 0, b = 0;
-    EXPECT_EQ(Scan("3,4", "%s>%i , %i", &a, &b), 2); // white space in the format matches none too
+    EXPECT_EQ(Scan("3,4", "%s>%i , %i", &n, &b), 2); // white space in the format matches none too
     EXPECT_EQ(b, 4);
-    EXPECT_EQ(Scan("3;4", "%s>%i,%i", &a, &b), 1); // the literal does not match: stop
+    EXPECT_EQ(Scan("3;4", "%s>%i,%i", &n, &b), 1); // the literal does not match: stop
     double x = 0.0, y = 0.0;
     EXPECT_EQ(Scan("12345", "%s>%f[w3]%f", &x, &y), 2);
     EXPECT_EQ(x, 123.0);
     EXPECT_EQ(y, 45.0);
-    EXPECT_EQ(Scan("nan 1", "%f", &x), 0); // words are no numbers
     EXPECT_EQ(Scan("7", "%q", &x), -1);
-    EXPECT_EQ(Scan("7 8", "%i %i", &a), -1); // a target is missing
+    EXPECT_EQ(Scan("7 8", "%i %i", &n), -1); // a target is missing
 }
-
-} // namespace
-} // namespace tervo

@@ -3,129 +3,101 @@
 
 #include <filesystem>
 #include <fstream>
-#include <random>
+#include <iterator>
 #include <regex>
-#include <sstream>
 #include <string>
-#include <vector>
 
 #include "platform/messages.h"
+#include "support/temp_folder.h"
 
-namespace tervo {
+using namespace tervo;
+
 namespace {
 
 namespace fs = std::filesystem;
 
-const char* const kSetUpClass[] = {
-    "TERVO error message whilst reading set-up files ",
-    "(def, action, spectrum, generation, filter, abs, batch, recorder, script)"};
+const std::string kSetUpClass = "TERVO error message whilst reading set-up files \n"
+                                "(def, action, spectrum, generation, filter, abs, batch, recorder, script)\n";
 
-class ErrorLogTest : public ::testing::Test {
+class ErrorLog : public ::testing::Test {
 protected:
     void SetUp() override {
-        previous_ = fs::current_path();
-        folder_ = fs::temp_directory_path() / ("tervo_log_" + std::to_string(std::random_device{}()));
-        fs::create_directories(folder_);
-        fs::current_path(folder_);
+        fs::current_path(folder.path);
         StartProcess();
         ClearReportedMessages();
     }
     void TearDown() override {
         StartProcess();
         ErrorMessageMode = 0;
-        fs::current_path(previous_);
-        fs::remove_all(folder_);
+        fs::current_path(previous);
     }
-
     // What a new process begins with: no log open, nothing counted.
     static void StartProcess() {
         CloseErrorLog();
         ErrorMessageNumber = 0;
     }
-
-    static std::vector<std::string> LogLines() {
+    // The log with each date and time written as "D T".
+    static std::string Log() {
         std::ifstream in(TERVO_ERROR_LOG_NAME, std::ios::binary);
-        std::vector<std::string> lines;
-        for (std::string line; std::getline(in, line);) lines.push_back(line);
-        return lines;
+        const std::string text{std::istreambuf_iterator<char>(in), {}};
+        return std::regex_replace(text, std::regex("\\d\\d-\\d\\d-\\d{4} at \\d\\d:\\d\\d:\\d\\d"), "D T");
     }
-
-    fs::path previous_, folder_;
+    static std::string Entry(int number, const std::string& classLine, const std::string& title,
+                             const std::string& text) {
+        return "TERVO error message #" + std::to_string(number) + " written on\tD T\n" + classLine + title +
+               "\n" + text + "\n\n";
+    }
+    fs::path previous = fs::current_path();
+    test::TempFolder folder;
 };
 
-TEST_F(ErrorLogTest, ModeZeroWritesToStandardErrorAndMakesNoLog) {
-    ErrorMessageMode = 0;
-    testing::internal::CaptureStderr();
-    TERVOErrorMessage("Calculating I(V)...", "No convergence");
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), "Calculating I(V)...\nNo convergence\n\n");
-    EXPECT_FALSE(fs::exists(TERVO_ERROR_LOG_NAME));
-    EXPECT_EQ(ErrorMessageNumber, 0);
-    ASSERT_EQ(ReportedMessages().size(), 1u);
-    EXPECT_EQ(ReportedMessages()[0].text, "No convergence");
-}
-
-TEST_F(ErrorLogTest, ModeTwoEmptiesTheLogOnceAndKeepsBothMessages) {
-    std::ofstream(TERVO_ERROR_LOG_NAME) << "text of an earlier session\n";
+// Mode 2 empties the log at the first message of a session and writes to it alone; mode 1 appends,
+// and a new process numbers anew.  A calculation message has no class line; the class words are
+// found in any case.
+TEST_F(ErrorLog, ModeTwoEmptiesTheLogOnceAndModeOneAppendsNumberingAnewAfterARestart) {
+    test::WriteFile(TERVO_ERROR_LOG_NAME, "text of an earlier session\n");
     ErrorMessageMode = 2;
     testing::internal::CaptureStderr();
     TERVOErrorMessage("Error whilst reading the def file (in ReadNonEmptyNonCommentLine()", "Line 12");
     TERVOErrorMessage("While calculating I(V) ...", "Point 3 failed");
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), ""); // the log alone
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
     EXPECT_EQ(ErrorMessageNumber, 2);
-
-    const std::vector<std::string> lines = LogLines();
-    ASSERT_EQ(lines.size(), 11u);
-    const std::regex header(
-        "TERVO error message #1 written on\t\\d\\d-\\d\\d-\\d{4} at \\d\\d:\\d\\d:\\d\\d");
-    EXPECT_TRUE(std::regex_match(lines[0], header)) << lines[0];
-    EXPECT_EQ(lines[1], kSetUpClass[0]);
-    EXPECT_EQ(lines[2], kSetUpClass[1]);
-    EXPECT_EQ(lines[3], "Error whilst reading the def file (in ReadNonEmptyNonCommentLine()");
-    EXPECT_EQ(lines[4], "Line 12");
-    EXPECT_EQ(lines[5], "");
-    EXPECT_EQ(lines[6].rfind("TERVO error message #2 written on\t", 0), 0u);
-    EXPECT_EQ(lines[7], "Unsepcified TERVO error message");
-    EXPECT_EQ(lines[8], "While calculating I(V) ...");
-    EXPECT_EQ(lines[9], "Point 3 failed");
-    EXPECT_EQ(lines[10], "");
-}
-
-TEST_F(ErrorLogTest, ModeOneAppendsAndNumbersAnewAfterARestart) {
-    ErrorMessageMode = 1;
-    TERVOErrorMessage("Calculating the working point", "first session");
     StartProcess();
-    TERVOErrorMessage("ERROR DURING OPENING a file", "second session");
-
-    const std::vector<std::string> lines = LogLines();
-    ASSERT_EQ(lines.size(), 10u);
-    EXPECT_EQ(lines[0].rfind("TERVO error message #1 ", 0), 0u);
-    EXPECT_EQ(lines[1], "Calculating the working point"); // a calculation message: no class line
-    EXPECT_EQ(lines[2], "first session");
-    EXPECT_EQ(lines[4].rfind("TERVO error message #1 ", 0), 0u);
-    EXPECT_EQ(lines[5], kSetUpClass[0]); // the class words are found in any case
-    EXPECT_EQ(lines[8], "second session");
+    ErrorMessageMode = 1;
+    TERVOErrorMessage("Calculating the working point", "next session");
+    TERVOErrorMessage("ERROR DURING OPENING a file", "again");
+    EXPECT_EQ(Log(), Entry(1, kSetUpClass,
+                           "Error whilst reading the def file (in ReadNonEmptyNonCommentLine()", "Line 12") +
+                         Entry(2, "Unsepcified TERVO error message\n", "While calculating I(V) ...",
+                               "Point 3 failed") +
+                         Entry(1, "", "Calculating the working point", "next session") +
+                         Entry(2, kSetUpClass, "ERROR DURING OPENING a file", "again"));
 }
 
-TEST_F(ErrorLogTest, ClosedLogIsReopenedForAppendingAndModeZeroLeavesIt) {
+// Mode 0 writes to standard error alone, counts nothing and leaves the log as it is: none at first,
+// open later; a closed log is reopened for appending.
+TEST_F(ErrorLog, ModeZeroWritesToStandardErrorAndAClosedLogIsReopenedForAppending) {
+    auto modeZero = [](const char* text) {
+        ErrorMessageMode = 0;
+        testing::internal::CaptureStderr();
+        TERVOErrorMessage("Short circuit", text);
+        EXPECT_EQ(testing::internal::GetCapturedStderr(), std::string("Short circuit\n") + text + "\n\n");
+    };
+    modeZero("zero");
+    EXPECT_FALSE(fs::exists(TERVO_ERROR_LOG_NAME));
+    EXPECT_EQ(ErrorMessageNumber, 0);
     ErrorMessageMode = 2;
     TERVOErrorMessage("Short circuit", "one");
     CloseErrorLog();
     TERVOErrorMessage("Short circuit", "two"); // same session: the first entry stays
-    ErrorMessageMode = 0;
-    testing::internal::CaptureStderr();
-    TERVOErrorMessage("Short circuit", "three");
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), "Short circuit\nthree\n\n");
+    modeZero("three");
     EXPECT_TRUE(TERVOErrorLogFileHandle.IsOpen());
-
-    const std::vector<std::string> lines = LogLines();
-    ASSERT_EQ(lines.size(), 8u);
-    EXPECT_EQ(lines[2], "one");
-    EXPECT_EQ(lines[4].rfind("TERVO error message #2 ", 0), 0u);
-    EXPECT_EQ(lines[6], "two");
-    EXPECT_EQ(ReportedMessages().size(), 3u);
+    EXPECT_EQ(Log(), Entry(1, "", "Short circuit", "one") + Entry(2, "", "Short circuit", "two"));
+    ASSERT_EQ(ReportedMessages().size(), 4u);
+    EXPECT_EQ(ReportedMessages()[0].text, "zero");
 }
 
-TEST_F(ErrorLogTest, ALogThatCannotBeOpenedSendsTheMessageToStandardError) {
+TEST_F(ErrorLog, ALogThatCannotBeOpenedSendsTheMessageToStandardError) {
     fs::create_directory(TERVO_ERROR_LOG_NAME); // a folder in the way of the log
     ErrorMessageMode = 1;
     testing::internal::CaptureStderr();
@@ -137,4 +109,3 @@ TEST_F(ErrorLogTest, ALogThatCannotBeOpenedSendsTheMessageToStandardError) {
 }
 
 } // namespace
-} // namespace tervo

@@ -1,24 +1,28 @@
 // The text helpers of the keyword readers.
 #include <gtest/gtest.h>
 
+#include <tuple>
+
 #include "platform/text_util.h"
 
-namespace tervo {
-namespace {
+using namespace tervo;
 
-TEST(TextUtil, FindPattern) {
+TEST(TextUtil, FindPatternCaseAndTrim) {
     const std::string text = "Error whilst reading the def file; reading again";
-    EXPECT_EQ(FindPattern(text, 0, -1, "reading", true, false), 13);
-    EXPECT_EQ(FindPattern(text, 0, -1, "reading", true, true), 35);
-    EXPECT_EQ(FindPattern(text, 0, -1, "WHILST", true, false), -1);
-    EXPECT_EQ(FindPattern(text, 0, -1, "WHILST", false, false), 6);
-    EXPECT_EQ(FindPattern(text, 14, -1, "reading", true, false), 35); // from the start index on
-    EXPECT_EQ(FindPattern(text, 0, 19, "reading", true, false), -1);  // the window ends at 19
-    EXPECT_EQ(FindPattern(text, 0, 20, "reading", true, false), 13);
-    EXPECT_EQ(FindPattern(text, 100, -1, "a", true, false), -1);
+    // Start index, end of the window (-1: the whole text), pattern, case sensitive, last match; place.
+    const std::tuple<int, int, const char*, bool, bool, int> cases[] = {
+        {0, -1, "reading", true, false, 13},  {0, -1, "reading", true, true, 35},
+        {0, -1, "WHILST", true, false, -1},   {0, -1, "WHILST", false, false, 6},
+        {14, -1, "reading", true, false, 35}, {0, 19, "reading", true, false, -1},
+        {0, 20, "reading", true, false, 13},  {100, -1, "a", true, false, -1}};
+    for (const auto& [from, to, pattern, exact, last, place] : cases)
+        EXPECT_EQ(FindPattern(text, from, to, pattern, exact, last), place)
+            << pattern << " " << from << " " << to;
     EXPECT_TRUE(StartsWithNoCase("IV_Points : 3", "iv_points"));
     EXPECT_FALSE(StartsWithNoCase("IV", "iv_points"));
     EXPECT_TRUE(ContainsNoCase("Calculating the Working Point", "working point"));
+    EXPECT_EQ(Trim(" \t a b \r\n") + "|" + TrimRight("  a  ") + "|" + Trim("   ") + "|" + ToLower("AbC-1"),
+              "a b|  a||abc-1");
 }
 
 TEST(TextUtil, NumbersInLines) {
@@ -41,13 +45,3 @@ TEST(TextUtil, NumbersInLines) {
     EXPECT_EQ(ReadNumbers("1 2V 3", values, 4), 2);
     EXPECT_EQ(ReadNumbers("none", values, 4), 0);
 }
-
-TEST(TextUtil, TrimAndCase) {
-    EXPECT_EQ(Trim(" \t a b \r\n"), "a b");
-    EXPECT_EQ(TrimRight("  a  "), "  a");
-    EXPECT_EQ(Trim("   "), "");
-    EXPECT_EQ(ToLower("AbC-1"), "abc-1");
-}
-
-} // namespace
-} // namespace tervo
