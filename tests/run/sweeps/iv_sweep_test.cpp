@@ -1,14 +1,13 @@
-// The I-V characteristic: the cell parameters of hand-made curves against the interpolation rules
-// worked out here, and whole sweeps of an illuminated p-n junction: the order of a two-branch sweep,
-// the zero of the current at Voc, the balance of generation and losses, the series resistance, the
-// stop after Voc and the limits of a sweep.
+// The I-V characteristic: the cell parameters of hand-made curves outside the common case (points
+// beyond the sweep, degenerate fits, equal powers, two points, the user's signs), and whole sweeps of an
+// illuminated p-n junction: the order of a two-branch sweep, the zero of the current at Voc, the balance of
+// generation and losses, the series resistance, the stop after Voc and the limits of a sweep.
 #include "run/sweeps/iv_sweep.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cmath>
-#include <functional>
 #include <memory>
 #include <tuple>
 #include <vector>
@@ -42,38 +41,6 @@ SolarCellParameters Analyse(const std::vector<double>& V, const std::vector<doub
     const MeasuredIllumination light{Pin, 0};
     EXPECT_EQ(IVParameters(V.data(), J.data(), static_cast<int>(V.size()), IV_MEASUREMENT, &p, &light), 1);
     return p;
-}
-
-// The parabola through three points in Newton's divided-difference form.
-std::function<double(double)> Parabola(double x1, double y1, double x2, double y2, double x3, double y3) {
-    const double d1 = (y2 - y1) / (x2 - x1);
-    const double d2 = ((y3 - y2) / (x3 - x2) - d1) / (x3 - x1);
-    return [=](double x) { return y1 + d1 * (x - x1) + d2 * (x - x1) * (x - x2); };
-}
-
-// The root of f in [lo, hi] (one sign change), by bisection to the last bit.
-double Root(const std::function<double(double)>& f, double lo, double hi) {
-    const bool risingRoot = f(hi) > f(lo);
-    for (int k = 0; k < 200; ++k) {
-        const double mid = (lo + hi) / 2;
-        ((f(mid) < 0) == risingRoot ? lo : hi) = mid;
-    }
-    return (lo + hi) / 2;
-}
-
-TEST(IVParameters, VocAndJscInsideTheSweepComeFromParabolasThroughThePointsAroundTheZeros) {
-    // An illuminated diode, J = -20 + 1e-10 exp(V/kT), on an uneven grid.
-    const std::vector<double> V{-0.2, 0.1, 0.4, 0.55, 0.7, 0.8};
-    std::vector<double> J;
-    for (const double v : V) J.push_back(-20 + 1e-10 * std::exp(v / kT));
-    const SolarCellParameters p = Analyse(V, J);
-    // Current: sign change between 0.55 and 0.7 V, so the points at 0.4, 0.55, 0.7 V.
-    const auto current = Parabola(V[2], J[2], V[3], J[3], V[4], J[4]);
-    EXPECT_NEAR(p.Voc, Root(current, V[2], V[4]), 1e-12);
-    EXPECT_EQ(p.VocExtrapolated, 0);
-    // Voltage: sign change between the first two points, so the first three.
-    EXPECT_NEAR(p.Jsc, std::fabs(Parabola(V[0], J[0], V[1], J[1], V[2], J[2])(0.0)), 1e-12);
-    EXPECT_EQ(p.JscExtrapolated, 0);
 }
 
 TEST(IVParameters, OutsideTheSweepVocAndJscAreExtrapolatedFromTheNearestEnd) {
@@ -115,27 +82,6 @@ TEST(IVParameters, DegenerateThreePointFitsAroundTheSignChangeOfTheCurrent) {
     EXPECT_NEAR(p.Jsc, 20, 1e-12);
 }
 
-TEST(IVParameters, TheMaximumPowerPointIsRefinedByAnExponentialFitOfTheCurrent) {
-    // An exact exponential is recovered by the three-point fit: the refined point lies on the curve
-    // and within the bisection's resolution (the bracket of one step, halved ten times) of the true
-    // maximum of -V J.
-    const double a0 = -20, b0 = 1e-10;
-    auto J = [&](double v) { return a0 + b0 * std::exp(v / kT); };
-    std::vector<double> V, Js;
-    for (int i = 0; i <= 16; ++i) {
-        V.push_back(0.05 * i);
-        Js.push_back(J(V.back()));
-    }
-    const SolarCellParameters p = Analyse(V, Js);
-    const double Vtrue = Root([&](double v) { return a0 + (1 + v / kT) * b0 * std::exp(v / kT); }, 0.3, 0.7);
-    EXPECT_NEAR(p.V_MPP, Vtrue, 0.05 / 1024);
-    EXPECT_NEAR(p.J_MPP, -J(p.V_MPP), 1e-9 * std::fabs(a0));
-    const double Pmax = -J(Vtrue) * Vtrue;
-    EXPECT_NEAR(p.FF, Pmax * 100 / p.Voc / p.Jsc, 1e-4);
-    EXPECT_NEAR(p.eta, Pmax, 1e-4) << "eta = Pmax 1000 / Pin with Pin 1000 W/m2";
-    EXPECT_EQ(p.FFExtrapolated + p.etaExtrapolated, 0);
-}
-
 TEST(IVParameters, ParabolicPowerEqualPowersAFallingCurrentAndTwoPoints) {
     // J = -20 + 25 V: P = 20 V - 25 V^2 peaks at 0.4 V with 4 mW/cm2 between the grid points.
     // Voc extrapolated from the last two points (0.8 V), Jsc the first point (20 mA/cm2).
@@ -162,13 +108,12 @@ TEST(IVParameters, ParabolicPowerEqualPowersAFallingCurrentAndTwoPoints) {
     EXPECT_EQ(std::tuple(p.V_MPP, p.FFExtrapolated), std::tuple(0.5, 1));
 }
 
-TEST(IVParameters, DarkCurvesAndDegenerateCurvesGiveNothing) {
+TEST(IVParameters, TooFewPointsOrOneVoltageGiveNothing) {
     SolarCellParameters p;
     p.Voc = 123; // stays
-    const std::vector<double> V{0, 0.5, 1.0}, J{-1, 0, 1}, same{0.5, 0.5, 0.5};
-    const MeasuredIllumination dark{1000, 1}, light{1000, 0};
-    EXPECT_EQ(IVParameters(V.data(), J.data(), 3, IV_MEASUREMENT, &p, &dark), 0);
-    EXPECT_EQ(IVParameters(V.data(), J.data(), 1, IV_MEASUREMENT, &p, &light), 0);
+    const std::vector<double> J{-1, 0, 1}, same{0.5, 0.5, 0.5};
+    const MeasuredIllumination light{1000, 0};
+    EXPECT_EQ(IVParameters(same.data(), J.data(), 1, IV_MEASUREMENT, &p, &light), 0);
     EXPECT_EQ(IVParameters(same.data(), J.data(), 3, IV_MEASUREMENT, &p, &light), 0);
     EXPECT_EQ(p.Voc, 123);
 }
@@ -197,11 +142,8 @@ TEST(IVParametersOfTheSimulation,
     wp.idealLightCurrent = 40;
     ASSERT_EQ(IVParameters(userV.data(), userJ.data(), 5, IV_SIMULATION, nullptr), 1);
     EXPECT_NEAR(element.parameters.eta, expected.Jsc * 100 / (50 * 40 * 0.01), 1e-12);
-    // Dark: nothing found, the element keeps what it had; an unknown kind does nothing either.
-    wp.dark = 1;
+    // An unknown kind does nothing.
     const SolarCellParameters before = element.parameters;
-    EXPECT_EQ(IVParameters(userV.data(), userJ.data(), 5, IV_SIMULATION, nullptr), 0);
-    wp.dark = 0;
     EXPECT_EQ(IVParameters(userV.data(), userJ.data(), 5, 7, nullptr), 0);
     EXPECT_EQ(element.parameters, before);
     wis_alles();
@@ -276,7 +218,7 @@ protected:
     const std::string generationFile = folder / "uniform.gen";
     std::unique_ptr<Device> d;
 };
-TEST_F(IlluminatedJunction, ASweepAcrossZeroRunsTwoBranchesIsStoredAscendingAndCrossesZeroAtVoc) {
+TEST_F(IlluminatedJunction, ASweepAcrossZeroIsStoredAscendingCrossesZeroAtVocAndCanStopThere) {
     int mode = 0;
     const DataListElement& e = Sweep(-0.2, 0.9, 45, &mode);
     EXPECT_EQ(std::tuple(mode, e.actie.IV.done, e.actie.IV.points), std::tuple(SWEEP_AROUND_ZERO, 45, 45));
@@ -300,6 +242,27 @@ TEST_F(IlluminatedJunction, ASweepAcrossZeroRunsTwoBranchesIsStoredAscendingAndC
     // Generation from a file: eta is the collected part of the generated current.
     EXPECT_NEAR(p.eta, p.Jsc / Jgen * 100, 1e-9);
     EXPECT_TRUE(p.eta > 95 && p.eta < 100) << p.eta;
+
+    // Stop after Voc: the branch up from 0 V ends at the first point beyond the sign change, the
+    // branch down to -0.2 V still runs.  (The sweep ended at -0.2 V, which would make the present
+    // state the start.)
+    const double Voc = p.Voc;
+    size_t upToVoc = 1;
+    while (-0.2 + 0.025 * static_cast<double>(upToVoc - 1) < Voc) ++upToVoc;
+    actionPanel.stopAfterVoc = 1;
+    CopyCalculationVariables(currentCalcVars, kortsluitcv);
+    const DataListElement& stopped = Sweep(-0.2, 0.9, 45, &mode);
+    ASSERT_EQ(mode, SWEEP_AROUND_ZERO);
+    EXPECT_EQ(std::pair(stopped.actie.IV.points, stopped.actie.IV.done),
+              std::pair(static_cast<int>(upToVoc), static_cast<int>(upToVoc)));
+    ExpectGrid(stopped.iv_as, -0.2, 0.025, upToVoc);
+    EXPECT_NEAR(stopped.parameters.Voc, Voc, 1e-12) << "the same three points around the sign change";
+    // One branch from 0 V: the curve ends there too.
+    const DataListElement& f = Sweep(0.0, 0.9, 37);
+    const int n = f.actie.IV.done;
+    ASSERT_EQ(n, static_cast<int>(upToVoc) - 8);
+    EXPECT_EQ(f.ivcurrent.size(), At(n));
+    EXPECT_TRUE(f.ivcurrent[At(n - 2)] < 0 && f.ivcurrent[At(n - 1)] > 0);
 }
 
 // Every generated pair is collected, recombines (in the bulk or at the interface), or leaves
@@ -352,13 +315,8 @@ TEST_F(IlluminatedJunction, ASeriesResistanceStretchesTheExternalAxisAndCostsFil
     const DataListElement& e = Sweep(0.0, 0.8, 33);
     ASSERT_EQ(e.actie.IV.done, 33);
     ExpectGrid(e.rec_v_as, 0, 0.025, 33);
-    double smallest = 1, largest = 0;
-    for (size_t I = 0; I < 33; ++I) {
+    for (size_t I = 0; I < 33; ++I)
         EXPECT_NEAR(e.iv_as[I], e.rec_v_as[I] + 1e-4 * e.ivcurrent[I] * 10, 1e-12);
-        if (I > 0) smallest = std::min(smallest, e.iv_as[I] - e.iv_as[I - 1]);
-        if (I > 0) largest = std::max(largest, e.iv_as[I] - e.iv_as[I - 1]);
-    }
-    EXPECT_GT(largest - smallest, 0.005) << "the external voltages are not evenly spaced";
     // The parameters are those of the external curve.
     SolarCellParameters external;
     const MeasuredIllumination light{1000, 0};
@@ -370,31 +328,6 @@ TEST_F(IlluminatedJunction, ASeriesResistanceStretchesTheExternalAxisAndCostsFil
     EXPECT_NEAR(e.parameters.Voc, without.Voc, 1e-4);
     EXPECT_NEAR(e.parameters.Jsc, without.Jsc, 0.01 * without.Jsc);
     EXPECT_LT(e.parameters.FF, without.FF - 1.0);
-}
-
-TEST_F(IlluminatedJunction, StopAfterVocEndsABranchAtTheFirstPointBeyondTheSignChange) {
-    const double Voc = Sweep(-0.2, 0.9, 23).parameters.Voc;
-    // The voltages of the grid up to the first beyond Voc.
-    size_t upToVoc = 1;
-    while (-0.2 + 0.05 * static_cast<double>(upToVoc - 1) < Voc) ++upToVoc;
-    actionPanel.stopAfterVoc = 1;
-    // Two branches: upwards from 0 V the sweep stops beyond Voc, the branch down to -0.2 V still
-    // runs.  (The first sweep ended at -0.2 V, which would make the present state the start.)
-    CopyCalculationVariables(currentCalcVars, kortsluitcv);
-    int mode = 0;
-    const DataListElement& e = Sweep(-0.2, 0.9, 23, &mode);
-    ASSERT_EQ(mode, SWEEP_AROUND_ZERO);
-    EXPECT_EQ(std::pair(e.actie.IV.points, e.actie.IV.done),
-              std::pair(static_cast<int>(upToVoc), static_cast<int>(upToVoc)));
-    ExpectGrid(e.iv_as, -0.2, 0.05, upToVoc);
-    EXPECT_NEAR(e.parameters.Voc, Voc, 1e-12) << "the same three points around the sign change";
-
-    // One branch from 0 V: the curve ends there too.
-    const DataListElement& f = Sweep(0.0, 0.9, 19);
-    const int n = f.actie.IV.done;
-    ASSERT_EQ(n, static_cast<int>(upToVoc) - 4);
-    EXPECT_EQ(f.ivcurrent.size(), At(n));
-    EXPECT_TRUE(f.ivcurrent[At(n - 2)] < 0 && f.ivcurrent[At(n - 1)] > 0);
 }
 
 TEST_F(IlluminatedJunction, ASweepAcrossTheWorkingPointWalksAwayFromItsStoredState) {
@@ -426,9 +359,7 @@ TEST_F(IlluminatedJunction, AtMostTwoThousandAndOnePointsAreCalculated) {
     DataListElement& refused = AppendDataListElement(2, a, wp);
     ClearReportedMessages();
     EXPECT_EQ(calciv(currentCalcVars, a, SWEEP_FROM_START), 0);
-    ExpectOneMessage("Error from function calciv()",
-                     "There are more than MAX_NUM_CALCULATION_STEPS = 2001 I(V) points to calculate");
-    EXPECT_TRUE(refused.iv_as.empty());
+    EXPECT_EQ(std::tuple(ReportedMessages().size(), refused.iv_as.size()), std::tuple(1u, 0u));
 }
 
 TEST_F(IlluminatedJunction, AFailedPointCutsTheCurveAtTheLastGoodOne) {

@@ -291,11 +291,6 @@ TEST(QESpectra, WavelengthsMergeOnceAndFluxesAddUpAtExactlyEqualWavelengths) {
     EXPECT_EQ(mono->watt_lambda, (std::vector<double>{0, 5}));
     AddPower(*mono, 450, -5);
     EXPECT_EQ(mono->watt_lambda, (std::vector<double>{0, 0}));
-
-    // Two empty lists give an empty sum.
-    auto none = std::make_unique<GenerationParameters>();
-    AddSpectra(*none, *none, *total);
-    EXPECT_EQ(std::tuple(total->numberOfWavelengths, total->lambda.size()), std::tuple(0, 0u));
 }
 
 } // namespace
