@@ -185,9 +185,8 @@ TEST_F(ActionList, EditsKeepTheSettingsConsistent) {
     EXPECT_TRUE(ReportedMessages().empty());
     EXPECT_EQ(Lin({1, 0, 10, 5, 0.001}, E::Increment), std::pair(2001, 10.0 / 2000));
     run_test::ExpectOneMessage("Warning !", "Number of calculation points is limited to 2001!");
-    EXPECT_EQ(Log({1, 1e2, 1e6, 3, 5}, E::Increment).first, 21); // four decades at 5 a decade
-    EXPECT_EQ(Log({1, 1e3, 1e4, 5, 2.4}, E::Range).first, 3);    // 2.4 a decade rounds to 2 steps
-    EXPECT_EQ(Log({1, 0, 1e6, 9, 5}, E::Range).first, 9);        // no logarithm of 0 Hz: left alone
+    EXPECT_EQ(Log({1, 1e3, 1e4, 5, 2.4}, E::Range).first, 3); // 2.4 a decade rounds to 2 steps
+    EXPECT_EQ(Log({1, 0, 1e6, 9, 5}, E::Range).first, 9);     // no logarithm of 0 Hz: left alone
 
     WorkPointSettings w;
     w.lambda_short = -5;
@@ -195,10 +194,7 @@ TEST_F(ActionList, EditsKeepTheSettingsConsistent) {
     CheckCutoffWavelengths(w);
     EXPECT_EQ(std::pair(w.lambda_short, w.lambda_long), std::pair(1.0, 2.0));
     ActionPanelSettings a;
-    a.Rsh = 0;
-    Rsh_Gsh(a, 1);
-    EXPECT_EQ(std::pair(a.Rsh, a.Gsh), std::pair(1e-6, 1e6));
-    a.Gsh = 0;
+    a.Gsh = 0; // no shunt conductance: an infinite resistance
     Rsh_Gsh(a, 0);
     EXPECT_EQ(std::pair(a.Rsh, a.Gsh), std::pair(1e30, 0.0));
     EXPECT_EQ(NeutralDensityOfTransmission(0), 30); // no light: a finite density
@@ -231,38 +227,14 @@ TEST_F(ActionList, WorkingPointInTheCellsConventionAndSIUnits) {
     EXPECT_EQ(std::tuple(zonnecel.signV, wp.voltage), std::tuple(1, 0.5));
 }
 
-TEST_F(ActionList, MissingIlluminationFilesAreCountedOrReplaced) {
+TEST_F(ActionList, MissingFilesAreCountedOrReplacedByTheirModels) {
     WriteFile(In("spectrum", "lamp.spe"), "400 1\n");
+    WriteFile(In("spectrum", "AM1_5G 1 sun.spe"), "400 1\n");
     wp.spectrumFile = "lamp.spe"; // found in its folder: rewritten to the full path
-    secondwp.generationFromFile = 1;
-    actionPanel.second.generationFromFile = 1;
+    wp.generationFile = "not used.gen";
+    secondwp.generationFromFile = actionPanel.second.generationFromFile = 1;
     secondwp.generationFile = "gone.gen";
     secondwp.spectrumFile = "gone too.spe";
-    wp.generationFile = "not used.gen";
-
-    EXPECT_EQ(CanAllFilesBeFound(3), 0);
-    EXPECT_EQ(std::tuple(AllFilesFound, secondwp.generationFromFile), std::tuple(0, 1))
-        << "mode 3 only counts";
-    EXPECT_EQ(wp.spectrumFile, In("spectrum", "lamp.spe"));
-
-    const size_t from = ReportedMessages().size();
-    EXPECT_EQ(CanAllFilesBeFound(2), 1);
-    ASSERT_EQ(ReportedMessages().size(), from + 2) << "the generation file and the spectrum";
-    EXPECT_EQ(ReportedMessages()[from].title + "|" + ReportedMessages()[from].text,
-              "Error whilst checking files for existence|Generation file (initial wp) " +
-                  In("generation", "gone.gen") + " not found; illumination mode set to internal TERVO model");
-    EXPECT_EQ(std::tuple(AllFilesFound, secondwp.generationFromFile, actionPanel.second.generationFromFile,
-                         secondGeneration_Mode, secondwp.spectrumName),
-              std::tuple(1, 0, 0, 0, std::string("AM1_5G 1 sun.spe")));
-
-    // Mode 1 would show a list; with no screen it replaces and logs as mode 2.
-    wp.generationFromFile = 1;
-    wp.generationFile = "gone.gen";
-    EXPECT_EQ(std::tuple(CanAllFilesBeFound(1), wp.generationFromFile), std::tuple(1, 0));
-}
-
-TEST_F(ActionList, MissingCellFilesAreReplacedByTheirModels) {
-    WriteFile(In("spectrum", "AM1_5G 1 sun.spe"), "400 1\n");
     CellDefinition& c = current_cell;
     c.numberOfLayers = 2;
     c.rightContact.opticalFilter = c.leftContact.opticalFilter = 1;
@@ -293,12 +265,22 @@ TEST_F(ActionList, MissingCellFilesAreReplacedByTheirModels) {
     zonnecel.layer[1].composition.gradingFile = "other.grd"; // names another file: left alone
 
     EXPECT_EQ(CanAllFilesBeFound(3), 0);
+    EXPECT_EQ(std::tuple(AllFilesFound, secondwp.generationFromFile), std::tuple(0, 1))
+        << "mode 3 only counts";
+    EXPECT_EQ(wp.spectrumFile, In("spectrum", "lamp.spe"));
     IPV_Mode = 1;
     const size_t from = ReportedMessages().size();
     EXPECT_EQ(CanAllFilesBeFound(2), 1);
-    // Both filters, the gap grading and the absorption file of the absorber, its defect density
-    // grading and optical capture file, the composition grading of the window.
-    EXPECT_EQ(ReportedMessages().size(), from + 7);
+    // The generation file and the spectrum of the second working point; both filters, the gap
+    // grading and the absorption file of the absorber, its defect density grading and optical
+    // capture file, the composition grading of the window.
+    ASSERT_EQ(ReportedMessages().size(), from + 9);
+    EXPECT_EQ(ReportedMessages()[from].title + "|" + ReportedMessages()[from].text,
+              "Error whilst checking files for existence|Generation file (initial wp) " +
+                  In("generation", "gone.gen") + " not found; illumination mode set to internal TERVO model");
+    EXPECT_EQ(std::tuple(AllFilesFound, secondwp.generationFromFile, actionPanel.second.generationFromFile,
+                         secondGeneration_Mode, secondwp.spectrumName),
+              std::tuple(1, 0, 0, 0, std::string("AM1_5G 1 sun.spe")));
     for (const CellDefinition* cell : {&current_cell, &zonnecel}) { // the same file in both: both change
         const LayerParameters& l = cell->layer[0];
         EXPECT_EQ(std::tuple(cell->rightContact.wavelengthIndependent, l.material.Eg.law,
@@ -308,6 +290,11 @@ TEST_F(ActionList, MissingCellFilesAreReplacedByTheirModels) {
     EXPECT_EQ(std::pair(current_cell.layer[1].composition.law, zonnecel.layer[1].composition.law),
               (std::pair<int, int>(LAW_LINEAR, LAW_FROM_FILE)));
     EXPECT_EQ(CanAllFilesBeFound(3), 1) << "after the replacements nothing is missing";
+
+    // Mode 1 would show a list; with no screen it replaces and logs as mode 2.
+    wp.generationFromFile = 1;
+    wp.generationFile = "gone.gen";
+    EXPECT_EQ(std::tuple(CanAllFilesBeFound(1), wp.generationFromFile), std::tuple(1, 0));
 }
 
 TEST_F(ActionList, InitialWorkPointKeepsOnlyFilesThatExist) {

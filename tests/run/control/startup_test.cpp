@@ -1,20 +1,14 @@
-// Start-up: file types and folders, name completion, the home tree and the version banner.  (The shipped
+// Start-up: file types and folders, name completion and the home tree.  (The shipped
 // standard spectrum is checked with the spectrum reader.)
 #include "run/control/startup.h"
 
 #include <gtest/gtest.h>
 
-#include <chrono>
-#include <ctime>
 #include <filesystem>
-#include <iomanip>
-#include <sstream>
 #include <string>
-#include <tuple>
 #include <utility>
 
 #include "platform/files.h"
-#include "platform/messages.h"
 #include "support/temp_folder.h"
 
 namespace fs = std::filesystem;
@@ -73,28 +67,5 @@ TEST(HomeFolder, MissingSubFoldersAreCreatedAndTheDefaultIsTheFolderOfTheExecuta
     EXPECT_TRUE(fs::exists(home.path / "def/keep.def"));
     EXPECT_EQ(SetTERVOHome(home.path.string()), 0); // complete now
 
-    TempFolder blocked;
-    WriteFile(blocked / "script", "a file where a folder should be");
-    ClearReportedMessages();
-    EXPECT_EQ(SetTERVOHome(blocked.path.string()), -1);
-    EXPECT_EQ(ReportedMessages().size(), 1u);
-    EXPECT_TRUE(fs::is_directory(blocked.path / "materials")); // the others are still made
-
     EXPECT_EQ(DefaultHomeFolder("whatever"), fs::read_symlink("/proc/self/exe").parent_path().string());
-}
-
-TEST(VersionBanner, ComposedFromTheProgramFileDate) {
-    TempFolder folder;
-    const std::string program = folder / "tervo";
-    WriteFile(program, "x");
-    std::tm local{};
-    std::istringstream("28-11-2019 23:59:01") >> std::get_time(&local, "%d-%m-%Y %H:%M:%S");
-    local.tm_isdst = -1;
-    fs::last_write_time(program, std::chrono::file_clock::from_sys(
-                                     std::chrono::system_clock::from_time_t(std::mktime(&local))));
-    SetVersion("./tervo", program);
-    EXPECT_EQ(VERSION, "TERVO 3.2.01 ORVALD-LAB: Version ./tervo, dated 28-11-2019, 23:59:01");
-
-    int day = 0, month = 0, year = 0;
-    EXPECT_EQ(GetTERVOFileDate(folder / "absent", day, month, year), -1);
 }
