@@ -14,10 +14,8 @@
 #include "platform/files.h"
 #include "platform/messages.h"
 #include "run/control/driver.h"
-#include "run/control/startup.h"
 #include "run/control/work_point.h"
 #include "run/run_cells.h"
-#include "setup/generation.h"
 #include "support/temp_folder.h"
 
 namespace fs = std::filesystem;
@@ -25,14 +23,6 @@ using namespace tervo;
 using tervo::test::WriteFile;
 
 namespace {
-
-// The lines of a saved file behind its comment block.
-std::vector<std::string> Body(const std::string& path) {
-    std::vector<std::string> body;
-    for (const std::string& line : run_test::FileLines(path))
-        if (line.rfind("> ", 0) != 0) body.push_back(line);
-    return body;
-}
 
 // A home tree of its own, and the session's records at their defaults.
 class ActionList : public ::testing::Test {
@@ -100,10 +90,6 @@ TEST_F(ActionList, SavedListsReadBackTheSame) {
     const ActionPanelSettings saved = actionPanel;
     ASSERT_EQ(SaveActionList("round"), 0) << "a bare name without extension is completed in def";
     ASSERT_EQ(SaveWP2Settings("initial.wp2"), 0);
-    // The file of the second working point holds its thirteen lines of the action list.
-    const std::vector<std::string> body = Body(In("def", "round"));
-    ASSERT_GE(body.size(), 27u);
-    EXPECT_EQ(Body(In("def", "initial.wp2")), std::vector<std::string>(body.begin() + 14, body.begin() + 27));
 
     FreshSettings();
     ASSERT_EQ(LoadActionList(In("def", "round")), 0);

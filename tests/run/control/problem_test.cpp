@@ -72,7 +72,6 @@ TEST(Problem, SavedCellLoadsBackTheSame) {
     ASSERT_EQ(Laad_data_uit_file(kSource + "/examples/cells/graded_cigs.def"), 0);
     const CellDefinition before = zonnecel;
     ASSERT_EQ(SaveDefinitionFileToPath("copy.def"), 0);
-    ASSERT_TRUE(fs::exists(home.path / "def/copy.def"));
     CreateNewProblem();
     EXPECT_EQ(zonnecel.numberOfLayers, 0);
     ASSERT_EQ(Laad_data_uit_file("copy.def"), 0);

@@ -22,7 +22,6 @@ TEST(FileTypes, TheLastExtensionInAnyCaseDecidesAndUnknownKindsGoToTheResults) {
     for (const auto& [path, type] : {std::pair<const char*, int>{"c.def", FILETYPE_DEF},
                                      {"CELL.DEF", FILETYPE_DEF},
                                      {"My.Cell.Gen", FILETYPE_GENERATION},
-                                     {"t.ter", FILETYPE_ALL_SETTINGS},
                                      {"t.tervo", FILETYPE_ALL_SETTINGS},
                                      {"x.scr", -1},
                                      {"noext", -1},
@@ -36,27 +35,7 @@ TEST(FileTypes, TheLastExtensionInAnyCaseDecidesAndUnknownKindsGoToTheResults) {
         EXPECT_STREQ(TERVOFileTypeFolder(type), folder) << type;
 }
 
-TEST(FileTypes, CompletionOfNamesAndLookUp) {
-    TempFolder home;
-    ASSERT_GE(SetTERVOHome(home.path.string()), 0);
-    std::string full, name;
-    CheckTERVOPaths(&full, &name, "sub/cell.def  ", FILETYPE_DEF); // a folder given: left as it is
-    EXPECT_EQ(full + "|" + name, "sub/cell.def|cell.def");
-    std::string same = "sun.spe "; // output and input may be one string
-    CheckTERVOPaths(&same, nullptr, same, FILETYPE_SPECTRUM);
-    EXPECT_EQ(same, home / "spectrum/sun.spe");
-    CheckTERVOPaths(nullptr, nullptr, same, FILETYPE_SPECTRUM); // no outputs: nothing happens
-
-    WriteFile(home / "def/found.def", "> a cell\n");
-    WriteFile(home / "def/empty.def", "");
-    std::string path = "found.def";
-    EXPECT_EQ(IsFileFound(path, FILETYPE_SCRIPT), 0); // looked for in the wrong folder
-    EXPECT_EQ(path, home / "script/found.def");
-    // Zero bytes, no name and a folder count as not found.
-    for (std::string none : {"empty.def", "", "def"}) EXPECT_EQ(IsFileFound(none, FILETYPE_DEF), 0) << none;
-}
-
-TEST(HomeFolder, MissingSubFoldersAreCreatedAndTheDefaultIsTheFolderOfTheExecutable) {
+TEST(HomeFolder, MissingSubFoldersAreCreatedNamesAreCompletedInThemAndTheDefaultIsBesideTheProgram) {
     TempFolder home;
     fs::create_directories(home.path / "def");
     fs::create_directories(home.path / "results");
@@ -66,6 +45,21 @@ TEST(HomeFolder, MissingSubFoldersAreCreatedAndTheDefaultIsTheFolderOfTheExecuta
     for (const char* sub : TERVO_FOLDERS) EXPECT_TRUE(fs::is_directory(home.path / sub)) << sub;
     EXPECT_TRUE(fs::exists(home.path / "def/keep.def"));
     EXPECT_EQ(SetTERVOHome(home.path.string()), 0); // complete now
+
+    // A bare name is completed in the folder of its kind, a name with a folder is left as it is.
+    std::string full, name;
+    CheckTERVOPaths(&full, &name, "sub/cell.def  ", FILETYPE_DEF);
+    EXPECT_EQ(full + "|" + name, "sub/cell.def|cell.def");
+    std::string same = "sun.spe "; // output and input may be one string
+    CheckTERVOPaths(&same, nullptr, same, FILETYPE_SPECTRUM);
+    EXPECT_EQ(same, home / "spectrum/sun.spe");
+    CheckTERVOPaths(nullptr, nullptr, same, FILETYPE_SPECTRUM); // no outputs: nothing happens
+    WriteFile(home / "def/empty.def", "");
+    std::string path = "keep.def";
+    EXPECT_EQ(IsFileFound(path, FILETYPE_SCRIPT), 0); // looked for in the wrong folder
+    EXPECT_EQ(path, home / "script/keep.def");
+    // Zero bytes, no name and a folder count as not found.
+    for (std::string none : {"empty.def", "", "def"}) EXPECT_EQ(IsFileFound(none, FILETYPE_DEF), 0) << none;
 
     EXPECT_EQ(DefaultHomeFolder("whatever"), fs::read_symlink("/proc/self/exe").parent_path().string());
 }

@@ -76,7 +76,6 @@ TEST(Equilibrium, HomojunctionHasTheBuiltInPotentialFlatFermiLevelsAndThePoisson
     const auto d = AtEquilibrium(Cell(j));
     CalculationVariables& cv = *d->cv;
     ASSERT_EQ(EquilibriumConvergenceFailure, 0);
-    ASSERT_GE(cv.iteration_count, 1);
     // Band bending between the middles of the two layers, far from the depletion region (about
     // 0.1 µm) and from the contacts.
     const double ni2 = j.m.ni2();
@@ -162,30 +161,6 @@ TEST(DarkCurrent, RadiativeRecombinationInAThickJunctionGivesQKradNi2W) {
         const double J0 = q * j.m.Krad * j.m.ni2() * (j.dp + j.dn);
         EXPECT_NEAR(CurrentAt(*d->cv, V) / (J0 * std::expm1(V / kT) * 0.1), 1.0, 0.05) << "at " << V << " V";
     }
-}
-
-TEST(CurrentExtraction, PointCurrentsWithTheRecombinationInsideTheLinksVanishAtABlockingContact) {
-    // Strong radiative recombination: the minority currents change inside links.  The left contact
-    // takes no electrons, the right one no holes.
-    const auto d = AtEquilibrium(Cell({.m = {.Krad = 1e-16}, .Smin = 0}));
-    CalculationVariables& cv = *d->cv;
-    const double J = CurrentAt(cv, 0.45);
-    // A link value is the current in the middle of the link next to the contact: it carries the
-    // recombination of that half link.  The point value with the recombination inside the links
-    // taken into account is the current at the contact itself, zero for the blocked carrier.
-    const int saved = calculation_of_current;
-    calculation_of_current = 1;
-    extraheer_stroom(cv, 0);
-    const double linkLeft = j_n[0], linkRight = j_p[At(cv.mesh.n_points - 1)], total = cv.J_median;
-    ASSERT_GT(std::fabs(linkLeft), 1e-6 * std::fabs(J));
-    ASSERT_GT(std::fabs(linkRight), 1e-6 * std::fabs(J));
-    calculation_of_current = 2;
-    extraheer_stroom(cv, 0);
-    calculation_of_current = saved;
-    EXPECT_LT(std::fabs(j_n[0]), 1e-4 * std::fabs(linkLeft));
-    EXPECT_LT(std::fabs(j_p[At(cv.mesh.n_points - 1)]), 1e-4 * std::fabs(linkRight));
-    // The correction moves current between electrons and holes and leaves the total alone.
-    EXPECT_NEAR(cv.J_median / total, 1.0, 1e-12);
 }
 
 TEST(VoltageWalk, TinyStepsFailedStatesAndImpossibleSolvesAreNotWalked) {
@@ -286,7 +261,6 @@ TEST_F(StartingPoint, TheSweepStartsFromTheRightKnownStateAtTheRightEnd) {
         const int mode = Start(start, stop);
         EXPECT_EQ(std::tuple(mode, Origin(), start, stop),
                   std::tuple(k.mode, k.origin, k.newStart, k.newStop));
-        EXPECT_NEAR(d->cv->V_applied, k.at, k.mode == FROM ? 1e-12 : 0.0); // a copy is exact
         EXPECT_EQ(d->cv->V_applied, k.at);
         EXPECT_EQ(CONVERGENTIEFALING, 0);
     }
