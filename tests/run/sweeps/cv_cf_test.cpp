@@ -1,4 +1,5 @@
-// The C-f and C-V sweeps on whole junctions, and their result files line by line.
+// The C-f and C-V sweeps on whole junctions, the Mott-Schottky analysis, and the layouts that the
+// shipped examples do not write: the .ac file and the C-V file of a cut curve.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -11,7 +12,6 @@
 #include <vector>
 
 #include "run/control/driver.h"
-#include "run/control/startup.h"
 #include "run/results/ac_result_files.h"
 #include "run/results/result_files.h"
 #include "run/results/result_list.h"
@@ -84,26 +84,14 @@ std::vector<size_t> Starting(const std::vector<std::string>& lines, const std::s
     return found;
 }
 
-TEST(CfPoints, ScaleToNfAndSiemensPerCm2AndFloorTheConductanceButNotTheImpedance) {
+TEST(CfPoints, ANegativeConductanceIsStoredAsTheFloorAndTheImpedanceKeepsTheTrueValue) {
     const double w = 2 * M_PI * 1e3;
-    // 1e-3 F/m2 and 2 S/m2.
-    CfPoint p = MakeCfPoint(2.0, w * 1e-3, w);
-    EXPECT_NEAR(p.C, 100.0, 1e-9); // nF/cm2
-    EXPECT_NEAR(p.G, 2e-4, 1e-15); // S/cm2
-    const double m = 4 + w * w * 1e-6;
-    EXPECT_NEAR(p.Zre, 2 / m * 1e4, 1e-9);
-    EXPECT_NEAR(p.Zim, -w * 1e-3 / m * 1e4, 1e-9);
-    EXPECT_NEAR(p.Zphase, -90 + std::atan(2 / (w * 1e-3)) * 180 / M_PI, 1e-9);
-    // A negative conductance is stored as the floor; the impedance keeps the true value.
-    p = MakeCfPoint(-1e-3, w * 1e-3, w);
+    const CfPoint p = MakeCfPoint(-1e-3, w * 1e-3, w);
     EXPECT_EQ(p.G, 1e-12);
     EXPECT_LT(p.Zre, 0.0);
-    // Nothing at all: no impedance either.
-    p = MakeCfPoint(0, 0, w);
-    EXPECT_EQ(std::tuple(p.Zre, p.Zim, p.G), std::tuple(0.0, 0.0, 1e-12));
 }
 
-TEST_F(Sweeps, CfSweepStoresTheCurveOfTheSmallSignalSolveWithTheExternalCircuit) {
+TEST_F(Sweeps, CfSweepStoresTheSmallSignalSolveWithTheExternalCircuitAndTheAcFileItsProfiles) {
     const auto d = Junction(-0.5);
     CalculationVariables& cv = *d->cv;
     Actie a;
@@ -129,6 +117,20 @@ TEST_F(Sweeps, CfSweepStoresTheCurveOfTheSmallSignalSolveWithTheExternalCircuit)
     extraheer_kleinsignaalstroom(cv);
     const Admittance y = SmallSignalAdmittance(cv);
     EXPECT_NEAR(e.cfcap[2], y.im / w4 * 1e5, 1e-9 * e.cfcap[2]);
+    // The .ac file of that solve: bias and frequency above the profiles, one row a mesh point.
+    const std::vector<std::string> lines =
+        Written([&](int m, TextFile* f) { return ac_naar_file(m, f, cv); });
+    const size_t head = Starting(lines, "i\tx (µm)").at(0);
+    EXPECT_NEAR(std::stod(lines[head - 5].substr(35)), -0.5, 1e-9);
+    EXPECT_NEAR(std::stod(lines[head - 4].substr(32)), 1e4, 1e-6);
+    const int n = cv.mesh.n_points;
+    ASSERT_EQ(lines.size(), head + 2 + static_cast<size_t>(n));
+    for (const size_t i : {size_t{0}, At(n - 1)}) {
+        const std::vector<std::string> cells = Cells(lines[head + 2 + i]);
+        ASSERT_EQ(cells.size(), 16u);
+        EXPECT_NEAR(std::stod(cells[8]), del_j_tot_re[i] * 0.1, 1e-6 * std::fabs(del_j_tot_re[i] * 0.1));
+        EXPECT_NEAR(std::stod(cells[9]), del_j_tot_im[i] * 0.1, 1e-6 * std::fabs(del_j_tot_im[i] * 0.1));
+    }
 
     // Shunt over the cell, series resistance outside both.
     wp.RshPresent = wp.RsPresent = 1;
@@ -140,43 +142,6 @@ TEST_F(Sweeps, CfSweepStoresTheCurveOfTheSmallSignalSolveWithTheExternalCircuit)
     EXPECT_NEAR(e2.cfcap[2], Y.imag() / w4 * 1e5, 1e-9 * e2.cfcap[2]);
     EXPECT_NEAR(e2.cfcon[2], Y.real() * 1e-4, 1e-9 * e2.cfcon[2]);
     EXPECT_NEAR(e2.cfZre[2], (1.0 / Y).real() * 1e4, 1e-9 * e2.cfZre[2]);
-}
-
-TEST_F(Sweeps, CfFileHasOneBlockPerSimulationWithAllItsRows) {
-    EXPECT_EQ(cf_naar_file(OUTPUT_TO_SCREEN, nullptr), -1);
-    EXPECT_EQ(ReportedMessages().at(0).text, "No C-f calculation is made yet: nothing to save or to show !");
-    Actie a;
-    a.Cf = {1, 1e2, 1e4, 3, 0};
-    for (int s = 1; s <= 2; ++s) {
-        DataListElement& e = AppendDataListElement(s, a, wp);
-        e.actie.Cf.done = s == 1 ? 3 : 2; // the second curve was cut
-        e.cf_as = {100, 1000, 10000};
-        e.cfcap = {25.5, 25.25, 25.0};
-        e.cfcon = {1e-12, 2e-6, 3e-5};
-        e.cfZre = {1, 2, 3};
-        e.cfZim = {-4, -5, -6};
-        e.cfZmagn = {7, 8, 9};
-        e.cfZphase = {-89.5, -80, -60};
-    }
-    const std::vector<std::string> lines = Written(cf_naar_file);
-    const std::vector<size_t> columns = Starting(lines, "       f(Hz)");
-    ASSERT_EQ(columns.size(), 2u);
-    EXPECT_EQ(lines[columns[0]],
-              "       f(Hz)\t   C(nF/cm2)\t    G(S/cm2)\t   Z.re(ohm.cm2)\t   Z.im(ohm.cm2)\t "
-              "Z.magn(ohm.cm2)\t      Z.phase(°)");
-    EXPECT_EQ(lines[columns[0] + 1], "");
-    EXPECT_EQ(lines[columns[0] + 2],
-              "   1.00000000e+02\t   2.55000000e+01\t   1.00000000e-12\t   1.00000000e+00\t  "
-              "-4.00000000e+00\t   7.00000000e+00\t   -89.500000");
-    EXPECT_EQ(lines[columns[0] + 4].substr(0, 18), "   1.00000000e+04\t");
-    EXPECT_EQ(lines[columns[0] + 5], "");
-    // The cut curve has its two rows and no more.
-    EXPECT_EQ(lines[columns[1] + 3].substr(0, 18), "   1.00000000e+03\t");
-    EXPECT_EQ(lines[columns[1] + 4], "");
-    // Filled with zeros it keeps its three rows.
-    ActionListMode = ACTIONLIST_FILLZEROS;
-    const std::vector<std::string> filled = Written(cf_naar_file);
-    EXPECT_EQ(filled.at(Starting(filled, "       f(Hz)").back() + 4), "0.0\t0.0\t0.0\t0.0\t0.0\t0.0\t0.0");
 }
 
 TEST(MergeIVAndCV, KeepsOnePointPerVoltageWithTheIVPointWinningATie) {
@@ -243,15 +208,14 @@ TEST_F(Sweeps, CvSweepGivesTheDopingOfTheLightSideMergesIntoTheIVCurveAndKeepsTh
               std::tuple(0, 11, 11u, 11, 11u));
     for (size_t k = 0; k < 11; ++k) {
         EXPECT_NEAR(e.cvN[k] / (Na * 1e-6), 1.0, 0.03) << "V = " << e.cv_as[k];
-        EXPECT_NEAR(e.cvW[k], 11.9 * 8.854e-12 / (e.cvcap[k] * 1e-5) * 1e6, 1e-9);
-        EXPECT_NEAR(e.cvMott[k], 1.0 / (e.cvcap[k] * e.cvcap[k]), 1e-12 / (e.cvcap[k] * e.cvcap[k]));
         EXPECT_NEAR(e.iv_as[k], e.cv_as[k], 1e-12);
     }
     // The intercept of the least-squares line of 1/C^2 against V.
     double sx = 0, sy = 0, sxx = 0, sxy = 0;
     for (size_t k = 0; k < 11; ++k) {
-        std::tie(sx, sy, sxx, sxy) = std::tuple(
-            sx + e.cv_as[k], sy + e.cvMott[k], sxx + e.cv_as[k] * e.cv_as[k], sxy + e.cv_as[k] * e.cvMott[k]);
+        const double y = 1 / (e.cvcap[k] * e.cvcap[k]);
+        std::tie(sx, sy, sxx, sxy) =
+            std::tuple(sx + e.cv_as[k], sy + y, sxx + e.cv_as[k] * e.cv_as[k], sxy + e.cv_as[k] * y);
     }
     const double slope = (11 * sxy - sx * sy) / (11 * sxx - sx * sx), V0 = -(sy - slope * sx) / 11 / slope;
     const double Vbi = kT * std::log(Na * Nd / Material{}.ni2());
@@ -281,101 +245,12 @@ TEST_F(Sweeps, CvSweepGivesTheDopingOfTheLightSideMergesIntoTheIVCurveAndKeepsTh
     EXPECT_GT(cut.cvcap[0], 0.0);
     ExpectOneMessage("While calculating C(V)...",
                      "Convergence failure at V = -0.900000 Volt\nC(V) calculation cut at V = -1.000000 Volt");
-}
-
-TEST_F(Sweeps, CvSweepInTwoBranchesFromTheShortCircuitStoresOneAscendingCurve) {
-    auto d = Junction(0.0);
-    const auto saved = std::make_unique<CalculationVariables>();
-    CopyCalculationVariables(*saved, kortsluitcv);
-    CopyCalculationVariables(kortsluitcv, *d->cv);
-    wp.frequency = 1e5;
-    Actie a, b;
-    const DataListElement& twoBranches = CV(*d->cv, a, -0.4, 0.4, 5, SWEEP_AROUND_ZERO);
-    ASSERT_EQ(twoBranches.cv_as.size(), 5u);
-    // The same curve walked from start to stop.
-    auto e = Junction(-0.4);
-    const DataListElement& straight = CV(*e->cv, b, -0.4, 0.4, 5);
-    for (size_t k = 0; k < 5; ++k) {
-        EXPECT_NEAR(twoBranches.cv_as[k], -0.4 + 0.2 * static_cast<double>(k), 1e-12);
-        EXPECT_NEAR(twoBranches.cvcap[k] / straight.cvcap[k], 1.0, 1e-4) << k;
-        EXPECT_NEAR(twoBranches.ivcurrent[k], straight.ivcurrent[k],
-                    1e-3 * std::fabs(straight.ivcurrent[k]) + 1e-12)
-            << k;
-    }
-    // Forward bias adds the diffusion capacitance of the injected electrons: C rises with V.
-    for (size_t k = 1; k < 5; ++k) EXPECT_GT(twoBranches.cvcap[k], twoBranches.cvcap[k - 1]);
-    CopyCalculationVariables(kortsluitcv, *saved);
-}
-
-TEST_F(Sweeps, CvFileHasTheMottSchottkyColumnsOnlyWhenTheAnalysisRan) {
-    EXPECT_EQ(cv_naar_file(OUTPUT_TO_SCREEN, nullptr), -1);
-    EXPECT_EQ(ReportedMessages().at(0).text, "No CV-calculation is made yet: nothing to save or to show !");
-    NW.layer = 0;
-    NW.side = 1;
-    zonnecel.layer[0].name = "absorber";
-    Actie a;
-    a.CV = {1, -1.0, 0.0, 5, 0};
-    for (const int done : {3, 5}) {
-        DataListElement& e = AppendDataListElement(done, a, wp);
-        e.actie.CV.done = done;
-        e.cv_as = {-1.0, -0.75, -0.5, -0.25, 0.0};
-        e.cvcap = {20, 21, 22, 23, 24};
-        e.cvcon = {1e-9, 1e-9, 1e-9, 1e-9, 1e-9};
-        e.cvW = {0.5, 0.49, 0.48, 0.47, 0.46};
-        e.cvN = {1e16, 1e16, 1e16, 1e16, 1e16};
-        e.ivcurrent = {-1e-6, -2e-6, -3e-6, -4e-6, -5e-6};
-        e.ivbulk = e.ivifr = e.ivleftcontact = e.ivrightcontact = {0, 0, 0, 0, 0};
-    }
+    // Too few points for the Mott-Schottky analysis: the file has the plain columns and the one row.
     const std::vector<std::string> lines = Written(cv_naar_file);
-    const std::vector<size_t> plain = Starting(lines, "    v(V)\t   C(nF/cm2)\t    G(S/cm2)\t  jtot"),
-                              full = Starting(
-                                  lines, "    v(V)\t   C(nF/cm2)\t    G(S/cm2)\t       W(µm)\t  Napp(/cm3)");
-    ASSERT_EQ(std::tuple(plain.size(), full.size()), std::tuple(1u, 1u));
-    EXPECT_EQ(lines[plain[0] + 2].substr(0, 13), "    -1.000000");
-    EXPECT_EQ(lines[plain[0] + 5], "") << "three rows for three points done";
-    EXPECT_EQ(
-        lines[full[0] - 2],
-        "relative dielectric constant used to calculate W and Napp: epsilon =\t11.900000\tat right side of "
-        "layer\t1\tabsorber");
-    const std::vector<std::string> row = Cells(lines[full[0] + 2]);
-    ASSERT_EQ(row.size(), 10u);
-    EXPECT_EQ(std::tuple(std::stod(row[3]), std::stod(row[4]), std::stod(row[5])),
-              std::tuple(0.5, 1e16, -1e-6));
-    EXPECT_EQ(lines[full[0] + 7], "");
-}
-
-TEST_F(Sweeps, AcFileHoldsTheSmallSignalProfilesOfEveryMeshPoint) {
-    const auto d = Junction(-0.3);
-    CalculationVariables& cv = *d->cv;
-    TextFile none;
-    EXPECT_EQ(ac_naar_file(OUTPUT_TO_OPEN_FILE, &none, cv), -1)
-        << "an empty result list has no ac-calculation";
-    EXPECT_EQ(ReportedMessages().at(0).text, "No ac-calculation is made yet: nothing to save or to show !");
-    AppendDataListElement(1, Actie{}, wp);
-    amplitude = 1.0;
-    omega_us = 2 * M_PI * 2.5e4;
-    omega = omega_us * cv.parameters->scale.time;
-    ASSERT_EQ(bereken_klein_signaal(cv), 1);
-    extraheer_kleinsignaalstroom(cv);
-    const std::vector<std::string> lines =
-        Written([&](int m, TextFile* f) { return ac_naar_file(m, f, cv); });
-    const size_t head = Starting(lines, "i\tx (µm)").at(0);
-    EXPECT_EQ(lines[head - 2], "bulk");
-    EXPECT_EQ(lines[head - 4].substr(0, 32), "Calculation at actual frequency\t");
-    EXPECT_NEAR(std::stod(lines[head - 4].substr(32)), 2.5e4, 1e-6);
-    EXPECT_EQ(lines[head - 5].substr(0, 35), "Calculation at actual bias voltage\t");
-    EXPECT_NEAR(std::stod(lines[head - 5].substr(35)), -0.3, 1e-9);
-    const int n = cv.mesh.n_points;
-    ASSERT_EQ(lines.size(), head + 2 + static_cast<size_t>(n)) << "one row per mesh point";
-    for (const size_t i : {size_t{0}, At(n / 2), At(n - 1)}) {
-        const std::vector<std::string> cells = Cells(lines[head + 2 + i]);
-        ASSERT_EQ(cells.size(), 16u);
-        EXPECT_EQ(std::stod(cells[0]), static_cast<double>(i));
-        EXPECT_NEAR(std::stod(cells[8]), del_j_tot_re[i] * 0.1,
-                    1e-6 * std::fabs(del_j_tot_re[i] * 0.1) + 1e-300);
-        EXPECT_NEAR(std::stod(cells[9]), del_j_tot_im[i] * 0.1, 1e-6 * std::fabs(del_j_tot_im[i] * 0.1));
-        EXPECT_NEAR(std::stod(cells[12]), amplitude + del_u_re[i], 1e-6);
-    }
+    const std::vector<size_t> head = Starting(lines, "    v(V)\t   C(nF/cm2)\t    G(S/cm2)\t  jtot");
+    ASSERT_EQ(head.size(), 1u);
+    EXPECT_EQ(std::tuple(lines[head[0] + 2].substr(0, 13), lines[head[0] + 3]),
+              std::tuple("    -1.000000", ""));
 }
 
 } // namespace

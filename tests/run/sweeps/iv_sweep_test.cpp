@@ -1,14 +1,13 @@
-// The I-V characteristic: the cell parameters of hand-made curves against the interpolation rules
-// worked out here, and whole sweeps of an illuminated p-n junction: the order of a two-branch sweep,
-// the zero of the current at Voc, the balance of generation and losses, the series resistance, the
-// stop after Voc and the limits of a sweep.
+// The I-V characteristic: the cell parameters of hand-made curves outside the common case (points
+// beyond the sweep, degenerate fits, equal powers, two points, the user's signs), and whole sweeps of an
+// illuminated p-n junction: the order of a two-branch sweep, the zero of the current at Voc, the balance of
+// generation and losses, the series resistance, the stop after Voc and the limits of a sweep.
 #include "run/sweeps/iv_sweep.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cmath>
-#include <functional>
 #include <memory>
 #include <tuple>
 #include <vector>
@@ -44,38 +43,6 @@ SolarCellParameters Analyse(const std::vector<double>& V, const std::vector<doub
     return p;
 }
 
-// The parabola through three points in Newton's divided-difference form.
-std::function<double(double)> Parabola(double x1, double y1, double x2, double y2, double x3, double y3) {
-    const double d1 = (y2 - y1) / (x2 - x1);
-    const double d2 = ((y3 - y2) / (x3 - x2) - d1) / (x3 - x1);
-    return [=](double x) { return y1 + d1 * (x - x1) + d2 * (x - x1) * (x - x2); };
-}
-
-// The root of f in [lo, hi] (one sign change), by bisection to the last bit.
-double Root(const std::function<double(double)>& f, double lo, double hi) {
-    const bool risingRoot = f(hi) > f(lo);
-    for (int k = 0; k < 200; ++k) {
-        const double mid = (lo + hi) / 2;
-        ((f(mid) < 0) == risingRoot ? lo : hi) = mid;
-    }
-    return (lo + hi) / 2;
-}
-
-TEST(IVParameters, VocAndJscInsideTheSweepComeFromParabolasThroughThePointsAroundTheZeros) {
-    // An illuminated diode, J = -20 + 1e-10 exp(V/kT), on an uneven grid.
-    const std::vector<double> V{-0.2, 0.1, 0.4, 0.55, 0.7, 0.8};
-    std::vector<double> J;
-    for (const double v : V) J.push_back(-20 + 1e-10 * std::exp(v / kT));
-    const SolarCellParameters p = Analyse(V, J);
-    // Current: sign change between 0.55 and 0.7 V, so the points at 0.4, 0.55, 0.7 V.
-    const auto current = Parabola(V[2], J[2], V[3], J[3], V[4], J[4]);
-    EXPECT_NEAR(p.Voc, Root(current, V[2], V[4]), 1e-12);
-    EXPECT_EQ(p.VocExtrapolated, 0);
-    // Voltage: sign change between the first two points, so the first three.
-    EXPECT_NEAR(p.Jsc, std::fabs(Parabola(V[0], J[0], V[1], J[1], V[2], J[2])(0.0)), 1e-12);
-    EXPECT_EQ(p.JscExtrapolated, 0);
-}
-
 TEST(IVParameters, OutsideTheSweepVocAndJscAreExtrapolatedFromTheNearestEnd) {
     // Whole curve below zero current and above 0 V: Voc from the last two points, Jsc from the first
     // two.
@@ -103,7 +70,7 @@ TEST(IVParameters, OutsideTheSweepVocAndJscAreExtrapolatedFromTheNearestEnd) {
     EXPECT_EQ(std::tuple(p.VocValid, p.Voc), std::tuple(0, 0.0));
 }
 
-TEST(IVParameters, DegenerateThreePointFitsAroundTheSignChangeOfTheCurrent) {
+TEST(IVParameters, DegenerateFitsAndDegenerateCurves) {
     // J = 100 (V - 0.2)^2 touches zero at 0.2 V: the parabola through the first three points has a
     // double root, its discriminant is not positive, and the chord of 0 V and 0.5 V gives 0.4 V.
     SolarCellParameters p = Analyse({0, 0.2, 0.5, 0.8}, {4, 0, 9, -1});
@@ -113,27 +80,12 @@ TEST(IVParameters, DegenerateThreePointFitsAroundTheSignChangeOfTheCurrent) {
     p = Analyse({0, 0.2, 0.4, 0.6}, {-20, -5, -5, 10});
     EXPECT_EQ(std::tuple(p.VocValid, p.FFValid, p.Voc, p.etaValid), std::tuple(0, 0, 0.0, 1));
     EXPECT_NEAR(p.Jsc, 20, 1e-12);
-}
-
-TEST(IVParameters, TheMaximumPowerPointIsRefinedByAnExponentialFitOfTheCurrent) {
-    // An exact exponential is recovered by the three-point fit: the refined point lies on the curve
-    // and within the bisection's resolution (the bracket of one step, halved ten times) of the true
-    // maximum of -V J.
-    const double a0 = -20, b0 = 1e-10;
-    auto J = [&](double v) { return a0 + b0 * std::exp(v / kT); };
-    std::vector<double> V, Js;
-    for (int i = 0; i <= 16; ++i) {
-        V.push_back(0.05 * i);
-        Js.push_back(J(V.back()));
-    }
-    const SolarCellParameters p = Analyse(V, Js);
-    const double Vtrue = Root([&](double v) { return a0 + (1 + v / kT) * b0 * std::exp(v / kT); }, 0.3, 0.7);
-    EXPECT_NEAR(p.V_MPP, Vtrue, 0.05 / 1024);
-    EXPECT_NEAR(p.J_MPP, -J(p.V_MPP), 1e-9 * std::fabs(a0));
-    const double Pmax = -J(Vtrue) * Vtrue;
-    EXPECT_NEAR(p.FF, Pmax * 100 / p.Voc / p.Jsc, 1e-4);
-    EXPECT_NEAR(p.eta, Pmax, 1e-4) << "eta = Pmax 1000 / Pin with Pin 1000 W/m2";
-    EXPECT_EQ(p.FFExtrapolated + p.etaExtrapolated, 0);
+    // One point, or one voltage: nothing, and the target keeps what it had.
+    const std::vector<double> J{-1, 0, 1}, same{0.5, 0.5, 0.5};
+    const MeasuredIllumination light{1000, 0};
+    EXPECT_EQ(IVParameters(same.data(), J.data(), 1, IV_MEASUREMENT, &p, &light), 0);
+    EXPECT_EQ(IVParameters(same.data(), J.data(), 3, IV_MEASUREMENT, &p, &light), 0);
+    EXPECT_EQ(p.Jsc, 20);
 }
 
 TEST(IVParameters, ParabolicPowerEqualPowersAFallingCurrentAndTwoPoints) {
@@ -162,17 +114,6 @@ TEST(IVParameters, ParabolicPowerEqualPowersAFallingCurrentAndTwoPoints) {
     EXPECT_EQ(std::tuple(p.V_MPP, p.FFExtrapolated), std::tuple(0.5, 1));
 }
 
-TEST(IVParameters, DarkCurvesAndDegenerateCurvesGiveNothing) {
-    SolarCellParameters p;
-    p.Voc = 123; // stays
-    const std::vector<double> V{0, 0.5, 1.0}, J{-1, 0, 1}, same{0.5, 0.5, 0.5};
-    const MeasuredIllumination dark{1000, 1}, light{1000, 0};
-    EXPECT_EQ(IVParameters(V.data(), J.data(), 3, IV_MEASUREMENT, &p, &dark), 0);
-    EXPECT_EQ(IVParameters(V.data(), J.data(), 1, IV_MEASUREMENT, &p, &light), 0);
-    EXPECT_EQ(IVParameters(same.data(), J.data(), 3, IV_MEASUREMENT, &p, &light), 0);
-    EXPECT_EQ(p.Voc, 123);
-}
-
 TEST(IVParametersOfTheSimulation,
      TheUserCurveIsTurnedBackByTheCellsSignsAndTheLightComesFromTheWorkingPoint) {
     const Keep<WorkPoint> keepWp(wp);
@@ -190,18 +131,8 @@ TEST(IVParametersOfTheSimulation,
     const SolarCellParameters expected = Analyse(V, J, 800);
     EXPECT_EQ(element.parameters, expected);
     EXPECT_TRUE(expected.FFValid && expected.VocValid && expected.etaValid);
-    // With the generation from a file the efficiency is the collected part of the ideal light
-    // current after the attenuation.
-    wp.generationFromFile = 1;
-    wp.attenuation = 50;
-    wp.idealLightCurrent = 40;
-    ASSERT_EQ(IVParameters(userV.data(), userJ.data(), 5, IV_SIMULATION, nullptr), 1);
-    EXPECT_NEAR(element.parameters.eta, expected.Jsc * 100 / (50 * 40 * 0.01), 1e-12);
-    // Dark: nothing found, the element keeps what it had; an unknown kind does nothing either.
-    wp.dark = 1;
+    // An unknown kind does nothing.
     const SolarCellParameters before = element.parameters;
-    EXPECT_EQ(IVParameters(userV.data(), userJ.data(), 5, IV_SIMULATION, nullptr), 0);
-    wp.dark = 0;
     EXPECT_EQ(IVParameters(userV.data(), userJ.data(), 5, 7, nullptr), 0);
     EXPECT_EQ(element.parameters, before);
     wis_alles();
@@ -276,7 +207,7 @@ protected:
     const std::string generationFile = folder / "uniform.gen";
     std::unique_ptr<Device> d;
 };
-TEST_F(IlluminatedJunction, ASweepAcrossZeroRunsTwoBranchesIsStoredAscendingAndCrossesZeroAtVoc) {
+TEST_F(IlluminatedJunction, ASweepAcrossZeroIsStoredAscendingCrossesZeroAtVocAndCanStopThere) {
     int mode = 0;
     const DataListElement& e = Sweep(-0.2, 0.9, 45, &mode);
     EXPECT_EQ(std::tuple(mode, e.actie.IV.done, e.actie.IV.points), std::tuple(SWEEP_AROUND_ZERO, 45, 45));
@@ -300,28 +231,27 @@ TEST_F(IlluminatedJunction, ASweepAcrossZeroRunsTwoBranchesIsStoredAscendingAndC
     // Generation from a file: eta is the collected part of the generated current.
     EXPECT_NEAR(p.eta, p.Jsc / Jgen * 100, 1e-9);
     EXPECT_TRUE(p.eta > 95 && p.eta < 100) << p.eta;
-}
 
-// Every generated pair is collected, recombines (in the bulk or at the interface), or leaves
-// through the contact of the other carrier; the bulk loss is the sum of its mechanisms.
-void ExpectTheLossChannelsBalanceTheGeneration(const DataListElement& e, bool defects) {
-    ASSERT_EQ(e.actie.IV.done, 9);
-    for (size_t I = 0; I < 9; ++I) {
-        EXPECT_NEAR(e.ivbulk[I], e.recSRH[I] + e.recRadiative[I] + e.recAuger[I], 1e-12 * e.ivbulk[I]);
-        // Electrons are lost through the p-side contact, holes through the n-side one.
-        EXPECT_EQ(std::tuple(e.recRadiative[I] > 0, e.recAuger[I] > 0, e.recSRH[I] > 0, e.ivifr[I] > 0,
-                             e.ivleftcontact[I] > 0, e.ivrightcontact[I] > 0),
-                  std::tuple(true, true, defects, defects, true, true));
-        const double losses = (e.ivbulk[I] + e.ivifr[I]) * 0.1 + e.ivleftcontact[I] + e.ivrightcontact[I];
-        EXPECT_NEAR(e.ivcurrent[I], -Jgen + losses, 1e-3 * std::max(Jgen, losses))
-            << "at " << e.iv_as[I] << " V";
-    }
-    // Beyond Voc the losses exceed the generation.
-    EXPECT_GT((e.ivbulk[8] * 0.1 + e.ivifr[8] * 0.1 + e.ivleftcontact[8] + e.ivrightcontact[8]) / Jgen, 1.0);
-}
-
-TEST_F(IlluminatedJunction, TheLossChannelsBalanceTheGenerationAtEveryPoint) {
-    ExpectTheLossChannelsBalanceTheGeneration(Sweep(0.0, 0.8, 9), false);
+    // Stop after Voc: the branch up from 0 V ends at the first point beyond the sign change, the
+    // branch down to -0.2 V still runs.  (The sweep ended at -0.2 V, which would make the present
+    // state the start.)
+    const double Voc = p.Voc;
+    size_t upToVoc = 1;
+    while (-0.2 + 0.025 * static_cast<double>(upToVoc - 1) < Voc) ++upToVoc;
+    actionPanel.stopAfterVoc = 1;
+    CopyCalculationVariables(currentCalcVars, kortsluitcv);
+    const DataListElement& stopped = Sweep(-0.2, 0.9, 45, &mode);
+    ASSERT_EQ(mode, SWEEP_AROUND_ZERO);
+    EXPECT_EQ(std::pair(stopped.actie.IV.points, stopped.actie.IV.done),
+              std::pair(static_cast<int>(upToVoc), static_cast<int>(upToVoc)));
+    ExpectGrid(stopped.iv_as, -0.2, 0.025, upToVoc);
+    EXPECT_NEAR(stopped.parameters.Voc, Voc, 1e-12) << "the same three points around the sign change";
+    // One branch from 0 V: the curve ends there too.
+    const DataListElement& f = Sweep(0.0, 0.9, 37);
+    const int n = f.actie.IV.done;
+    ASSERT_EQ(n, static_cast<int>(upToVoc) - 8);
+    EXPECT_EQ(f.ivcurrent.size(), At(n));
+    EXPECT_TRUE(f.ivcurrent[At(n - 2)] < 0 && f.ivcurrent[At(n - 1)] > 0);
 }
 
 // The same junction with a neutral mid-gap defect in both layers and at the interface between them.
@@ -341,8 +271,22 @@ protected:
     }
 };
 
+// Every generated pair is collected, recombines (in the bulk or at the interface), or leaves
+// through the contact of the other carrier; the bulk loss is the sum of its mechanisms.
 TEST_F(DefectiveJunction, TheLossChannelsBalanceTheGenerationAtEveryPoint) {
-    ExpectTheLossChannelsBalanceTheGeneration(Sweep(0.0, 0.8, 9), true);
+    const DataListElement& e = Sweep(0.0, 0.8, 9);
+    ASSERT_EQ(e.actie.IV.done, 9);
+    for (size_t I = 0; I < 9; ++I) {
+        EXPECT_NEAR(e.ivbulk[I], e.recSRH[I] + e.recRadiative[I] + e.recAuger[I], 1e-12 * e.ivbulk[I]);
+        // Electrons are lost through the p-side contact, holes through the n-side one.
+        EXPECT_TRUE(e.recRadiative[I] > 0 && e.recAuger[I] > 0 && e.recSRH[I] > 0 && e.ivifr[I] > 0 &&
+                    e.ivleftcontact[I] > 0 && e.ivrightcontact[I] > 0);
+        const double losses = (e.ivbulk[I] + e.ivifr[I]) * 0.1 + e.ivleftcontact[I] + e.ivrightcontact[I];
+        EXPECT_NEAR(e.ivcurrent[I], -Jgen + losses, 1e-3 * std::max(Jgen, losses))
+            << "at " << e.iv_as[I] << " V";
+    }
+    // Beyond Voc the losses exceed the generation.
+    EXPECT_GT((e.ivbulk[8] * 0.1 + e.ivifr[8] * 0.1 + e.ivleftcontact[8] + e.ivrightcontact[8]) / Jgen, 1.0);
 }
 
 TEST_F(IlluminatedJunction, ASeriesResistanceStretchesTheExternalAxisAndCostsFillFactorButNotVoc) {
@@ -352,13 +296,8 @@ TEST_F(IlluminatedJunction, ASeriesResistanceStretchesTheExternalAxisAndCostsFil
     const DataListElement& e = Sweep(0.0, 0.8, 33);
     ASSERT_EQ(e.actie.IV.done, 33);
     ExpectGrid(e.rec_v_as, 0, 0.025, 33);
-    double smallest = 1, largest = 0;
-    for (size_t I = 0; I < 33; ++I) {
+    for (size_t I = 0; I < 33; ++I)
         EXPECT_NEAR(e.iv_as[I], e.rec_v_as[I] + 1e-4 * e.ivcurrent[I] * 10, 1e-12);
-        if (I > 0) smallest = std::min(smallest, e.iv_as[I] - e.iv_as[I - 1]);
-        if (I > 0) largest = std::max(largest, e.iv_as[I] - e.iv_as[I - 1]);
-    }
-    EXPECT_GT(largest - smallest, 0.005) << "the external voltages are not evenly spaced";
     // The parameters are those of the external curve.
     SolarCellParameters external;
     const MeasuredIllumination light{1000, 0};
@@ -370,31 +309,6 @@ TEST_F(IlluminatedJunction, ASeriesResistanceStretchesTheExternalAxisAndCostsFil
     EXPECT_NEAR(e.parameters.Voc, without.Voc, 1e-4);
     EXPECT_NEAR(e.parameters.Jsc, without.Jsc, 0.01 * without.Jsc);
     EXPECT_LT(e.parameters.FF, without.FF - 1.0);
-}
-
-TEST_F(IlluminatedJunction, StopAfterVocEndsABranchAtTheFirstPointBeyondTheSignChange) {
-    const double Voc = Sweep(-0.2, 0.9, 23).parameters.Voc;
-    // The voltages of the grid up to the first beyond Voc.
-    size_t upToVoc = 1;
-    while (-0.2 + 0.05 * static_cast<double>(upToVoc - 1) < Voc) ++upToVoc;
-    actionPanel.stopAfterVoc = 1;
-    // Two branches: upwards from 0 V the sweep stops beyond Voc, the branch down to -0.2 V still
-    // runs.  (The first sweep ended at -0.2 V, which would make the present state the start.)
-    CopyCalculationVariables(currentCalcVars, kortsluitcv);
-    int mode = 0;
-    const DataListElement& e = Sweep(-0.2, 0.9, 23, &mode);
-    ASSERT_EQ(mode, SWEEP_AROUND_ZERO);
-    EXPECT_EQ(std::pair(e.actie.IV.points, e.actie.IV.done),
-              std::pair(static_cast<int>(upToVoc), static_cast<int>(upToVoc)));
-    ExpectGrid(e.iv_as, -0.2, 0.05, upToVoc);
-    EXPECT_NEAR(e.parameters.Voc, Voc, 1e-12) << "the same three points around the sign change";
-
-    // One branch from 0 V: the curve ends there too.
-    const DataListElement& f = Sweep(0.0, 0.9, 19);
-    const int n = f.actie.IV.done;
-    ASSERT_EQ(n, static_cast<int>(upToVoc) - 4);
-    EXPECT_EQ(f.ivcurrent.size(), At(n));
-    EXPECT_TRUE(f.ivcurrent[At(n - 2)] < 0 && f.ivcurrent[At(n - 1)] > 0);
 }
 
 TEST_F(IlluminatedJunction, ASweepAcrossTheWorkingPointWalksAwayFromItsStoredState) {
@@ -418,7 +332,6 @@ TEST_F(IlluminatedJunction, AtMostTwoThousandAndOnePointsAreCalculated) {
     const DataListElement& e = Sweep(0.5, 0.5, MAX_NUM_CALCULATION_STEPS);
     EXPECT_EQ(e.actie.IV.done, 2001);
     ExpectGrid(e.iv_as, 0.5, 0, 2001);
-    EXPECT_EQ(e.ivcurrent.back(), e.ivcurrent.front());
     EXPECT_EQ(std::tuple(e.parameters.VocValid, e.parameters.JscValid), std::tuple(0, 0));
 
     Actie a;
@@ -426,9 +339,7 @@ TEST_F(IlluminatedJunction, AtMostTwoThousandAndOnePointsAreCalculated) {
     DataListElement& refused = AppendDataListElement(2, a, wp);
     ClearReportedMessages();
     EXPECT_EQ(calciv(currentCalcVars, a, SWEEP_FROM_START), 0);
-    ExpectOneMessage("Error from function calciv()",
-                     "There are more than MAX_NUM_CALCULATION_STEPS = 2001 I(V) points to calculate");
-    EXPECT_TRUE(refused.iv_as.empty());
+    EXPECT_EQ(std::tuple(ReportedMessages().size(), refused.iv_as.size()), std::tuple(1u, 0u));
 }
 
 TEST_F(IlluminatedJunction, AFailedPointCutsTheCurveAtTheLastGoodOne) {

