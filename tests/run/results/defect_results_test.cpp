@@ -138,13 +138,9 @@ TEST_F(DefectResults,
         const auto d = Solve(JunctionWithAcceptors(), V);
         const auto bands = WriteBandFile(*d->cv).rows;
         const std::vector<std::string> occ = GenerationFile(*d->cv, GENFILE_OCCUPATION);
-        ASSERT_LT(Find(occ, "Simulation of generation - recombination profiles"), occ.size());
         // The legend of eleven lines names the distributions that are not single levels; the table follows.
         const size_t legend = Find(occ, "Legend:");
         ASSERT_LT(legend + 11, occ.size());
-        EXPECT_EQ(occ[legend - 1], "Generation-recombination at actual bias voltage\t    " +
-                                       std::string(V > 0 ? "0.4000" : "0.0000") + "\tVolt");
-        EXPECT_EQ(occ[legend + 8], "The energydistribution of the defects which are not single level are:");
         EXPECT_EQ(occ[legend + 9] + "|" + occ[legend + 10], "layer 2, defect 1: gauss|");
         const Table f = ReadTable(occ, legend + 11);
         ASSERT_EQ(f.titles.size(), 2u + 2u * 8u); // index, x, and a pair for the level and each sample
@@ -155,18 +151,10 @@ TEST_F(DefectResults,
         ASSERT_EQ(f.value.size(), bands.size());
         if (V == 0) ExpectFermiDiracOccupation(f, bands, d->cv->mesh.last_point[0]);
         const std::vector<std::string> lines = GenerationFile(*d->cv, GENFILE_GENERATION);
-        // A legend of fifteen lines, from the optical generation to the capture of holes.
-        const size_t at = Find(lines, "Legend:");
-        ASSERT_LT(at + 15, lines.size());
-        EXPECT_EQ(lines[at + 2].substr(0, 4), "Geh\t");
-        EXPECT_EQ(lines[at + 14], "Rpth\thermal hole recombination (capture by defect of valence band hole)");
-
-        const Table t = ReadTable(lines, at + 15);
+        // A legend of fifteen lines, then x, G, the total and the three kinds of recombination, and
+        // eight terms per level.
+        const Table t = ReadTable(lines, Find(lines, "Legend:") + 15);
         ASSERT_EQ(t.titles.size(), 6u + 16u);
-        std::string titles;
-        for (size_t c = 0; c < 6; ++c) titles += t.titles[c] + "|";
-        EXPECT_EQ(titles, "x (µm)|Geh (#/cm3.s)|Total recombination (#/cm3.s)|SRH recombination (#/cm3.s)|"
-                          "Radiative recombination (#/cm3.s)|Auger recombination (#/cm3.s)|");
         for (size_t c = 0; c < 8; ++c) {
             EXPECT_EQ(t.titles[6 + c], std::string(levelTitles[c]) + "1,1,1 (#/cm3.s)");
             EXPECT_EQ(t.titles[14 + c], std::string(levelTitles[c]) + "2,1,1 (#/cm3.s)");
