@@ -1,9 +1,7 @@
 // What the defects show in the results: the defect levels and the defect charge in the band diagram,
-// the generation-recombination and occupation files against Fermi-Dirac statistics and the
-// capture-emission balance, the interface recombination of a cell run by the main job, and the
-// cumulative recombination of the band file against the terminal current in the dark.
+// and the generation-recombination and occupation files against Fermi-Dirac statistics and the
+// capture-emission balance.
 #include "solved_cells.h"
-#include "support/program_run.h"
 
 namespace tervo::results_test {
 namespace {
@@ -191,123 +189,6 @@ TEST_F(DefectResults,
             EXPECT_NEAR(row[own + 3] / (1e-19 * vth * bands[i][N_] * 1e6 * f.value[i][3] * 1e14), 1.0, 1e-5);
         }
     }
-}
-
-// ---------------------------------------------------------------------------------------------
-// Cells run by the main job.
-
-// A p-n homojunction of 2 µm and 1 µm, p on the left unless `nLeft`, with radiative recombination in
-// the bulk, and optionally a mid-gap interface defect at the junction.
-std::string Junction(bool interfaceDefect, bool nLeft = false) {
-    auto layer = [](const char* d, const char* Nd, const char* Na) {
-        return std::string("layer\n\nname : x\nd : ") + d +
-               "\nv_th_n : 1e5\nv_th_p : 1e5\neps : 12\nchi : 4.0\nEg : 1.2\nNc : 1e25\nNv : 1e25\n"
-               "mu_n : 0.01\nmu_p : 0.005\nK_rad : 1e-16\nc_n_auger : 0\nc_p_auger : 0\nNd(uniform) : " +
-               Nd + "\nNa(uniform) : " + Na + "\n\n";
-    };
-    const std::string p = layer("2e-6", "0", "1e22"), n = layer("1e-6", "1e23", "0");
-    const std::string junction = interfaceDefect ? "interface properties\n\ninterfacename : junction\n\n"
-                                                   "interface recombination\n\ntype : neutral\n"
-                                                   "sigma_nleft : 1e-19\nsigma_nright : 1e-19\n"
-                                                   "sigma_pleft : 1e-19\nsigma_pright : 1e-19\n"
-                                                   "energy distribution : single\n"
-                                                   "Reference for defect energy : 7\nEt : 0.6\nN : 1e16\n\n"
-                                                 : "";
-    return "convergence\n\nback contact\n\nflatband : 1\nSn : 1e5\nSp : 1e5\n\n" + (nLeft ? n : p) +
-           junction + (nLeft ? p : n) +
-           "front contact\n\nflatband : 1\nSn : 1e5\nSp : 1e5\n\nworking point\n\nilluminated from : left\n";
-}
-
-struct CellRun {
-    std::vector<std::vector<double>> iv;        // rows of the I-V file
-    std::vector<std::vector<double>> eb;        // rows of the band file
-    std::vector<std::vector<double>> interface; // rows of its interface block
-};
-
-// A dark sweep from 0 to 0.6 V (to -0.6 V for n on the left) with the working point at 0.5 V.
-CellRun RunCell(const std::string& definition, double sign = 1) {
-    test::ProgramHome home;
-    test::WriteFile(home / "cell.def", definition);
-    test::WriteFile(home / "dark.act",
-                    "Temperature : 300\nVoltage : " + std::to_string(0.5 * sign) +
-                        "\nNumber of points : 5\ndark : 1\nspectrum file :AM1_5G 1 sun.spe\n"
-                        "IV_startV : 0\nIV_stopV : " +
-                        std::to_string(0.6 * sign) + "\nIV_points : 7\nIV_calculate : 1\n");
-    ErrorMessageMode = 0;
-    EXPECT_EQ(test::RunProgram({"--home", home.path.string(), home / "cell.def", home / "dark.act"}), 0);
-    CellRun r;
-    // Each block: its title or column line, a blank, and the rows.
-    const auto iv = ReadLines(home.path / "results/cell.iv");
-    const size_t columns =
-        Find(iv, "    v(V)\tjtot(mA/cm2)\t   jbulk(mA/cm2)\tjifr(mA/cm2)\tjminor_left(mA/cm2)\t"
-                 "jminor_right(mA/cm2)\tj_SRH(mA/cm2)\tj_Radiative(mA/cm2)\tj_Auger(mA/cm2)");
-    if (columns < iv.size()) r.iv = ReadTable(iv, columns + 1).value;
-    const auto eb = ReadLines(home.path / "results/cell.eb");
-    const size_t bulk = Find(eb, "bulk"), iface = Find(eb, "interface", bulk);
-    if (bulk < eb.size()) r.eb = ReadTable(eb, bulk + 3).value;
-    if (iface < eb.size()) r.interface = ReadTable(eb, iface + 3).value;
-    wis_alles();
-    return r;
-}
-
-// The current is what is lost: bulk, interface and the minority carriers at the contacts, each a
-// loss whatever the sign of the forward current.
-void ExpectLossesMakeTheCurrent(const CellRun& r) {
-    ASSERT_EQ(r.iv.size(), 7u);
-    for (size_t k = 1; k < 7; ++k) {
-        SCOPED_TRACE(r.iv[k][0]);
-        EXPECT_GE(r.iv[k][4], 0.0);
-        EXPECT_GE(r.iv[k][5], 0.0);
-        EXPECT_NEAR((r.iv[k][2] + r.iv[k][3] + r.iv[k][4] + r.iv[k][5]) / std::fabs(r.iv[k][1]), 1.0, 0.01);
-    }
-}
-
-// The cumulative recombination of the working point's band file: from the left it gathers the
-// interface's recombination where it enters the second layer, and both ways it ends at the
-// terminal current.
-void ExpectCumulativeRecombinationEndsAtTheCurrent(const CellRun& r) {
-    ASSERT_GT(r.eb.size(), 10u);
-    ASSERT_EQ(r.interface.size(), 1u);
-    const size_t n = r.eb.size();
-    std::vector<double> jtot;
-    for (const auto& row : r.eb) jtot.push_back(row[JTOT]);
-    std::nth_element(jtot.begin(), jtot.begin() + static_cast<long>(n / 2), jtot.end());
-    const double J = jtot[n / 2];
-    ASSERT_GT(std::fabs(J), 1e-4);
-    EXPECT_NEAR(r.eb[n - 1][RLR] / J, 1.0, 0.002);
-    EXPECT_NEAR(r.eb[0][RRL] / J, 1.0, 0.002);
-    // Every step of the sums is a loss, of the sign of the current in forward bias.
-    const double sign = J > 0 ? 1 : -1, js = r.interface[0][10];
-    ASSERT_GT(js, 0.05 * std::fabs(J));
-    size_t junction = 0;
-    for (size_t i = 1; i < n; ++i) {
-        EXPECT_GE(r.eb[i][RLR] / J, r.eb[i - 1][RLR] / J - 1e-9) << "point " << i;
-        EXPECT_LE(r.eb[i][RRL] / J, r.eb[i - 1][RRL] / J + 1e-9) << "point " << i;
-        if (r.eb[i][X] == r.eb[i - 1][X]) junction = i; // the double point of the interface
-    }
-    ASSERT_GT(junction, 0u);
-    EXPECT_NEAR(sign * (r.eb[junction][RLR] - r.eb[junction - 1][RLR]), js, 0.02 * js);
-    EXPECT_NEAR(sign * (r.eb[junction - 1][RRL] - r.eb[junction][RRL]), js, 0.02 * js);
-}
-
-TEST(DefectResultsOfTheMainJob, AnInterfaceDefectAddsItsRecombinationAndTheLossesMakeTheDarkCurrent) {
-    const CellRun clean = RunCell(Junction(false)), pn = RunCell(Junction(true));
-    ASSERT_EQ(clean.iv.size(), 7u);
-    ExpectLossesMakeTheCurrent(pn);
-    for (size_t k = 1; k < 7; ++k) {
-        EXPECT_EQ(clean.iv[k][3], 0.0);
-        EXPECT_GT(pn.iv[k][3], pn.iv[k - 1][3]);
-    }
-    // At 0.6 V the junction recombines through the defect about as much as the rest of the cell.
-    EXPECT_GT(pn.iv[6][3], 0.3 * clean.iv[6][1]);
-    EXPECT_GT(pn.iv[6][1], clean.iv[6][1] + 0.9 * pn.iv[6][3]);
-    ExpectCumulativeRecombinationEndsAtTheCurrent(pn);
-
-    SCOPED_TRACE("n on the left: a negative forward current");
-    const CellRun np = RunCell(Junction(true, true), -1);
-    ExpectCumulativeRecombinationEndsAtTheCurrent(np);
-    ExpectLossesMakeTheCurrent(np);
-    for (size_t k = 2; k < 7; ++k) EXPECT_LT(np.iv[k][1], 0.0);
 }
 
 } // namespace
