@@ -44,7 +44,9 @@ TEST_F(ScriptCalculation, TheActionsAfterTheLoadedListAreCalculatedAndTheBandDia
     EXPECT_NE(Read(In("results", "sweep.eb")).find(at + "    0.6000\tVolt"), std::string::npos);
     ASSERT_EQ(Run("action iv.doiv 0\ncalculate\nsave result.eb point.eb\n"), 0);
     ASSERT_EQ(lastCalculationResult, 0) << AllMessages();
-    EXPECT_NE(Read(In("results", "point.eb")).find(at + "    0.2000\tVolt"), std::string::npos);
+    const std::string point = Read(In("results", "point.eb"));
+    EXPECT_NE(point.find(at + "    0.2000\tVolt"), std::string::npos);
+    EXPECT_NE(point.find("\nWorkpoint calculation: \t"), std::string::npos); // told by the working point
 }
 
 // The small-signal, QE and defect tables of a calculation, each behind the script's header.
