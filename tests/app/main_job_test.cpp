@@ -62,13 +62,12 @@ double PhotonCurrentAboveGap(double Eg) {
 
 } // namespace
 
-// The cell of `definition` run with the action list under the name `name` in a fresh home; its exit
-// status, with what it printed in `out`.
-int RunCell(const ProgramHome& home, const std::string& name, const std::string& definition,
-            std::string& out) {
-    WriteFile(home / (name + ".def"), definition);
+// The cell of `definition` run with the action list in a fresh home: its exit status, with what it
+// printed in `out`.
+int RunCell(const ProgramHome& home, const std::string& definition, std::string& out) {
+    WriteFile(home / "cell.def", definition);
     WriteFile(home / "light.act", kAction);
-    return RunProgram({"--home", home.path.string(), home / (name + ".def"), home / "light.act"}, &out);
+    return RunProgram({"--home", home.path.string(), home / "cell.def", home / "light.act"}, &out);
 }
 
 TEST(MainJob, EveryPhotonAboveTheGapOfACollectingCellIsTheShortCircuitCurrentThinOrWaferThick) {
@@ -80,7 +79,7 @@ TEST(MainJob, EveryPhotonAboveTheGapOfACollectingCellIsTheShortCircuitCurrentThi
         ProgramHome home;
         ErrorMessageMode = 0;
         std::string out;
-        ASSERT_EQ(RunCell(home, "collect", CollectingCell("", base), out), 0) << out;
+        ASSERT_EQ(RunCell(home, CollectingCell("", base), out), 0) << out;
         const DataListElement* e = pointer_naar_huidige();
         ASSERT_NE(e, nullptr);
         ASSERT_TRUE(e->parameters.JscValid);
@@ -96,12 +95,12 @@ TEST(MainJob, AFailedStageGivesANonZeroExitStatusAndTheReason) {
     ClearReportedMessages();
     std::string out, all;
     // One outer pass cannot reach equilibrium.
-    EXPECT_NE(RunCell(home, "stiff", CollectingCell("maxiter : 1\n"), out), 0);
+    EXPECT_NE(RunCell(home, CollectingCell("maxiter : 1\n"), out), 0);
     bool reported = false;
     for (const auto& m : ReportedMessages()) {
         reported = reported || m.title == "Calculating equilibrium...";
         all += m.title + " | " + m.text + "\n";
     }
     EXPECT_TRUE(reported) << all;
-    EXPECT_FALSE(fs::exists(home.path / "results/stiff.iv"));
+    EXPECT_FALSE(fs::exists(home.path / "results/cell.iv"));
 }
