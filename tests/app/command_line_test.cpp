@@ -73,7 +73,6 @@ TEST(CommandLineScan, CapacitiesOfBufferAndSlots) {
     const std::string buffer = JoinCommandLine(static_cast<int>(argv.size()), argv.data());
     // 13 arguments of 101 characters with their blank fill 1313 > 1300: twelve are kept whole.
     EXPECT_EQ(buffer.size(), 12u * 101u);
-    EXPECT_EQ(buffer.substr(0, 101), words[1] + " ");
     EXPECT_EQ(ReportedMessages().size(), 1u);
     EXPECT_EQ(JoinCommandLine(3, argv.data()), words[1] + " " + words[2] + " ");
 

@@ -84,8 +84,6 @@ TEST(MainJob, EveryPhotonAboveTheGapOfACollectingCellIsTheShortCircuitCurrentThi
         ASSERT_NE(e, nullptr);
         ASSERT_TRUE(e->parameters.JscValid);
         EXPECT_NEAR(e->parameters.Jsc / expected, 1.0, 0.01);
-        EXPECT_TRUE(e->parameters.VocValid);
-        EXPECT_GT(e->parameters.Voc, 0.9);
     }
 }
 

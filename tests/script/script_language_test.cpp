@@ -17,9 +17,6 @@ TEST(ScriptTokenising, LinesArgumentsAndComments) {
     std::string command, argument, value;
     InterpretScriptLine(line, &command, &argument, &value);
     EXPECT_EQ(command + "|" + argument + "|" + value, "action|workingpoint.voltage|0.5   V  ");
-    std::string alone = "calculate";
-    InterpretScriptLine(alone, &command, &argument, &value);
-    EXPECT_EQ(command + "|" + argument + "|" + value, "calculate||");
 
     auto clean = [](std::string v) {
         RemoveCommentsFromValue(v);

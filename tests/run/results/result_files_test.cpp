@@ -128,6 +128,7 @@ TEST_F(ResultFiles, EmptyListsAndMissingStatesAreReportedAndWriteNothing) {
     TextFile f = OpenFile(dir / "empty.iv", FileMode::Write);
     EXPECT_EQ(iv_naar_file(OUTPUT_TO_OPEN_FILE, &f), -1);
     EXPECT_EQ(qe_naar_file(OUTPUT_TO_OPEN_FILE, &f), -1);
+    EXPECT_EQ(SaveResultFile(RESULT_GEN, dir / "empty"), -1);
     Simulation(1).actie.IV.calculate = 0; // a list without I-V or C-V curves has nothing either
     EXPECT_EQ(iv_naar_file(OUTPUT_TO_OPEN_FILE, &f), -1);
     const auto state = std::make_unique<CalculationVariables>();
@@ -143,7 +144,10 @@ TEST_F(ResultFiles, EmptyListsAndMissingStatesAreReportedAndWriteNothing) {
         "Function Save or Show|No IV-calculation is made yet: nothing to save or to show !\n";
     EXPECT_EQ(
         all,
-        iv + "Function Save or Show|No QE calculation is made yet: nothing to save or to show !\n" + iv +
+        iv + "Function Save or Show|No QE calculation is made yet: nothing to save or to show !\n" +
+            "Function Save or Show Genreration/Recombination|No calculation is made yet: nothing to save or "
+            "to show !\n" +
+            iv +
             "Function Save or Show Energy Bands|No calculation is made yet: nothing to save or to show !\n"
             "Function WriteOutputHeader():|No simulation list was found!\n");
 
