@@ -1,9 +1,7 @@
-// What the defects show in the results: the defect levels and the defect charge in the band diagram,
-// the generation-recombination and occupation files against Fermi-Dirac statistics and the
-// capture-emission balance, the interface recombination of a cell run by the main job, and the
-// cumulative recombination of the band file against the terminal current in the dark.
+// What the defects show in the results: the defect charge in the band diagram,
+// and the generation-recombination and occupation files against Fermi-Dirac statistics and the
+// capture-emission balance.
 #include "solved_cells.h"
-#include "support/program_run.h"
 
 namespace tervo::results_test {
 namespace {
@@ -34,36 +32,29 @@ double FermiDirac(double E) {
 class DefectResults : public ResultsTest {
 protected:
     // The generation or occupation file of a state, saved as a simulation of the result list; the
-    // name gets the kind's extension.  Without a simulation nothing is written.
+    // name gets the kind's extension.
     std::vector<std::string> GenerationFile(CalculationVariables& cv, int content) {
         CopyCalculationVariables(currentCalcVars, cv);
         const ResultFileKind kind = content == GENFILE_OCCUPATION ? RESULT_OCC : RESULT_GEN;
-        if (pointer_naar_huidige() == nullptr) {
-            ClearReportedMessages();
-            EXPECT_EQ(SaveResultFile(kind, dir / "state"), -1);
-            EXPECT_EQ(
-                ReportedMessages().at(0).title + "|" + ReportedMessages().at(0).text,
-                "Function Save or Show Genreration/Recombination|No calculation is made yet: nothing to "
-                "save or to show !");
-            AppendDataListElement(1, actie, wp);
-        }
+        if (pointer_naar_huidige() == nullptr) AppendDataListElement(1, actie, wp);
         EXPECT_EQ(SaveResultFile(kind, dir / "state"), 0);
         InitialiseCalculationVariables(currentCalcVars);
         return ReadLines(dir / (content == GENFILE_OCCUPATION ? "state.occ" : "state.gen"));
     }
 };
 
-TEST_F(DefectResults, BandFileShowsTheIonisedDonorChargeAndTheLevelsFollowTheBandsByTheirReference) {
-    // A p layer with a compensating donor near its Fermi level, and two neutral levels given against
-    // the conduction band and against the intrinsic level.
+TEST_F(DefectResults, BandFileOfOneLayerShowsTheIonisedDonorChargeAndNoInterface) {
+    // A p layer with a compensating donor near its Fermi level.
     const double Na = 1e22, Nt = 5e21, Et = 0.2;
     InputParameters in = MakeCell(1, Na);
     AddLevel(in.cellParas.layer[0], DEFECT_DONOR, Nt, Et, 0);
-    AddLevel(in.cellParas.layer[0], DEFECT_NEUTRAL, 1e18, 0.3, 2);
-    AddLevel(in.cellParas.layer[0], DEFECT_NEUTRAL, 1e18, 0.1, 1);
     const auto d = Solve(in, 0);
-    const auto rows = WriteBandFile(*d->cv).rows;
+    const EbFile eb = WriteBandFile(*d->cv);
+    const auto& rows = eb.rows;
     ASSERT_EQ(rows.size(), static_cast<size_t>(d->cv->mesh.n_points));
+    // One layer has no interface: the block holds its title and column line alone.
+    ASSERT_EQ(eb.interfaceLines.size(), 4u);
+    EXPECT_EQ(eb.interfaceLines[2].substr(0, 4), "  IF");
     for (size_t i = 0; i < rows.size(); ++i) {
         const auto& r = rows[i];
         // Equilibrium: the Fermi level at 0, the donor ionised by 1 - f at its level Ev + Et.
@@ -75,18 +66,6 @@ TEST_F(DefectResults, BandFileShowsTheIonisedDonorChargeAndTheLevelsFollowTheBan
     const size_t middle = rows.size() / 2;
     EXPECT_GT(rows[middle][RHO_DEFECT], 0.2 * Nt * 1e-6);
     EXPECT_LT(std::fabs(rows[middle][RHO]), 1e-3 * Na * 1e-6);
-
-    const Material si;
-    ASSERT_EQ(bandenschema.defectLevels.size(), 3u);
-    const double Ei = si.Eg / 2 + kT / 2 * std::log(si.Nv / si.Nc); // above Ev
-    const double expected[] = {Et, si.Eg - 0.3, Ei + 0.1};          // above Ev
-    for (size_t k = 0; k < 3; ++k) {
-        const DefectLevelLine& line = bandenschema.defectLevels[k];
-        EXPECT_EQ(line.defect, static_cast<int>(k));
-        ASSERT_EQ(line.E.size(), rows.size()); // the one layer covers the mesh
-        for (size_t i = 0; i < rows.size(); i += 7)
-            EXPECT_NEAR(line.E[i] - rows[i][EV], expected[k], 2e-8) << "level " << k << " point " << i;
-    }
 }
 
 // A p-n junction with a single acceptor level in the lower half of the gap on the p side and a Gaussian
@@ -105,8 +84,6 @@ void ExpectFermiDiracOccupation(const Table& t, const std::vector<std::vector<do
     for (size_t i = 0; i < t.value.size(); ++i) {
         SCOPED_TRACE(i);
         const auto& row = t.value[i];
-        EXPECT_EQ(row[0], static_cast<double>(i));
-        EXPECT_NEAR(row[1], bands[i][X], 1e-6);
         const double Ev = bands[i][EV];
         if (static_cast<int>(i) <= lastP) {
             EXPECT_NEAR(row[2], FermiDirac(Ev + 0.4), 1e-6);
@@ -129,8 +106,6 @@ void ExpectFermiDiracOccupation(const Table& t, const std::vector<std::vector<do
 
 TEST_F(DefectResults,
        OccupationFollowsFermiDiracInEquilibriumAndCaptureAndEmissionMakeTheShockleyReadHallRate) {
-    const char* const levelTitles[] = {"net Gn", "IPV Gn", "Gnth", "Rnth",
-                                       "net Gp", "IPV Gp", "Gpth", "Rpth"};
     const double vth = 1e5; // m/s
     for (const double V : {0.0, 0.4}) {
         SCOPED_TRACE(V);
@@ -138,13 +113,9 @@ TEST_F(DefectResults,
         const auto d = Solve(JunctionWithAcceptors(), V);
         const auto bands = WriteBandFile(*d->cv).rows;
         const std::vector<std::string> occ = GenerationFile(*d->cv, GENFILE_OCCUPATION);
-        ASSERT_LT(Find(occ, "Simulation of generation - recombination profiles"), occ.size());
         // The legend of eleven lines names the distributions that are not single levels; the table follows.
         const size_t legend = Find(occ, "Legend:");
         ASSERT_LT(legend + 11, occ.size());
-        EXPECT_EQ(occ[legend - 1], "Generation-recombination at actual bias voltage\t    " +
-                                       std::string(V > 0 ? "0.4000" : "0.0000") + "\tVolt");
-        EXPECT_EQ(occ[legend + 8], "The energydistribution of the defects which are not single level are:");
         EXPECT_EQ(occ[legend + 9] + "|" + occ[legend + 10], "layer 2, defect 1: gauss|");
         const Table f = ReadTable(occ, legend + 11);
         ASSERT_EQ(f.titles.size(), 2u + 2u * 8u); // index, x, and a pair for the level and each sample
@@ -155,22 +126,11 @@ TEST_F(DefectResults,
         ASSERT_EQ(f.value.size(), bands.size());
         if (V == 0) ExpectFermiDiracOccupation(f, bands, d->cv->mesh.last_point[0]);
         const std::vector<std::string> lines = GenerationFile(*d->cv, GENFILE_GENERATION);
-        // A legend of fifteen lines, from the optical generation to the capture of holes.
-        const size_t at = Find(lines, "Legend:");
-        ASSERT_LT(at + 15, lines.size());
-        EXPECT_EQ(lines[at + 2].substr(0, 4), "Geh\t");
-        EXPECT_EQ(lines[at + 14], "Rpth\thermal hole recombination (capture by defect of valence band hole)");
-
-        const Table t = ReadTable(lines, at + 15);
+        // A legend of fifteen lines, then x, G, the total and the three kinds of recombination, and
+        // eight terms per level.
+        const Table t = ReadTable(lines, Find(lines, "Legend:") + 15);
         ASSERT_EQ(t.titles.size(), 6u + 16u);
-        std::string titles;
-        for (size_t c = 0; c < 6; ++c) titles += t.titles[c] + "|";
-        EXPECT_EQ(titles, "x (µm)|Geh (#/cm3.s)|Total recombination (#/cm3.s)|SRH recombination (#/cm3.s)|"
-                          "Radiative recombination (#/cm3.s)|Auger recombination (#/cm3.s)|");
-        for (size_t c = 0; c < 8; ++c) {
-            EXPECT_EQ(t.titles[6 + c], std::string(levelTitles[c]) + "1,1,1 (#/cm3.s)");
-            EXPECT_EQ(t.titles[14 + c], std::string(levelTitles[c]) + "2,1,1 (#/cm3.s)");
-        }
+        EXPECT_EQ(t.titles[6] + "|" + t.titles[21], "net Gn1,1,1 (#/cm3.s)|Rpth2,1,1 (#/cm3.s)");
         ASSERT_EQ(t.value.size(), bands.size());
 
         double peak = 0;
@@ -203,123 +163,6 @@ TEST_F(DefectResults,
             EXPECT_NEAR(row[own + 3] / (1e-19 * vth * bands[i][N_] * 1e6 * f.value[i][3] * 1e14), 1.0, 1e-5);
         }
     }
-}
-
-// ---------------------------------------------------------------------------------------------
-// Cells run by the main job.
-
-// A p-n homojunction of 2 µm and 1 µm, p on the left unless `nLeft`, with radiative recombination in
-// the bulk, and optionally a mid-gap interface defect at the junction.
-std::string Junction(bool interfaceDefect, bool nLeft = false) {
-    auto layer = [](const char* d, const char* Nd, const char* Na) {
-        return std::string("layer\n\nname : x\nd : ") + d +
-               "\nv_th_n : 1e5\nv_th_p : 1e5\neps : 12\nchi : 4.0\nEg : 1.2\nNc : 1e25\nNv : 1e25\n"
-               "mu_n : 0.01\nmu_p : 0.005\nK_rad : 1e-16\nc_n_auger : 0\nc_p_auger : 0\nNd(uniform) : " +
-               Nd + "\nNa(uniform) : " + Na + "\n\n";
-    };
-    const std::string p = layer("2e-6", "0", "1e22"), n = layer("1e-6", "1e23", "0");
-    const std::string junction = interfaceDefect ? "interface properties\n\ninterfacename : junction\n\n"
-                                                   "interface recombination\n\ntype : neutral\n"
-                                                   "sigma_nleft : 1e-19\nsigma_nright : 1e-19\n"
-                                                   "sigma_pleft : 1e-19\nsigma_pright : 1e-19\n"
-                                                   "energy distribution : single\n"
-                                                   "Reference for defect energy : 7\nEt : 0.6\nN : 1e16\n\n"
-                                                 : "";
-    return "convergence\n\nback contact\n\nflatband : 1\nSn : 1e5\nSp : 1e5\n\n" + (nLeft ? n : p) +
-           junction + (nLeft ? p : n) +
-           "front contact\n\nflatband : 1\nSn : 1e5\nSp : 1e5\n\nworking point\n\nilluminated from : left\n";
-}
-
-struct CellRun {
-    std::vector<std::vector<double>> iv;        // rows of the I-V file
-    std::vector<std::vector<double>> eb;        // rows of the band file
-    std::vector<std::vector<double>> interface; // rows of its interface block
-};
-
-// A dark sweep from 0 to 0.6 V (to -0.6 V for n on the left) with the working point at 0.5 V.
-CellRun RunCell(const std::string& definition, double sign = 1) {
-    test::ProgramHome home;
-    test::WriteFile(home / "cell.def", definition);
-    test::WriteFile(home / "dark.act",
-                    "Temperature : 300\nVoltage : " + std::to_string(0.5 * sign) +
-                        "\nNumber of points : 5\ndark : 1\nspectrum file :AM1_5G 1 sun.spe\n"
-                        "IV_startV : 0\nIV_stopV : " +
-                        std::to_string(0.6 * sign) + "\nIV_points : 7\nIV_calculate : 1\n");
-    ErrorMessageMode = 0;
-    EXPECT_EQ(test::RunProgram({"--home", home.path.string(), home / "cell.def", home / "dark.act"}), 0);
-    CellRun r;
-    // Each block: its title or column line, a blank, and the rows.
-    const auto iv = ReadLines(home.path / "results/cell.iv");
-    const size_t columns =
-        Find(iv, "    v(V)\tjtot(mA/cm2)\t   jbulk(mA/cm2)\tjifr(mA/cm2)\tjminor_left(mA/cm2)\t"
-                 "jminor_right(mA/cm2)\tj_SRH(mA/cm2)\tj_Radiative(mA/cm2)\tj_Auger(mA/cm2)");
-    if (columns < iv.size()) r.iv = ReadTable(iv, columns + 1).value;
-    const auto eb = ReadLines(home.path / "results/cell.eb");
-    const size_t bulk = Find(eb, "bulk"), iface = Find(eb, "interface", bulk);
-    if (bulk < eb.size()) r.eb = ReadTable(eb, bulk + 3).value;
-    if (iface < eb.size()) r.interface = ReadTable(eb, iface + 3).value;
-    wis_alles();
-    return r;
-}
-
-// The current is what is lost: bulk, interface and the minority carriers at the contacts, each a
-// loss whatever the sign of the forward current.
-void ExpectLossesMakeTheCurrent(const CellRun& r) {
-    ASSERT_EQ(r.iv.size(), 7u);
-    for (size_t k = 1; k < 7; ++k) {
-        SCOPED_TRACE(r.iv[k][0]);
-        EXPECT_GE(r.iv[k][4], 0.0);
-        EXPECT_GE(r.iv[k][5], 0.0);
-        EXPECT_NEAR((r.iv[k][2] + r.iv[k][3] + r.iv[k][4] + r.iv[k][5]) / std::fabs(r.iv[k][1]), 1.0, 0.01);
-    }
-}
-
-// The cumulative recombination of the working point's band file: from the left it gathers the
-// interface's recombination where it enters the second layer, and both ways it ends at the
-// terminal current.
-void ExpectCumulativeRecombinationEndsAtTheCurrent(const CellRun& r) {
-    ASSERT_GT(r.eb.size(), 10u);
-    ASSERT_EQ(r.interface.size(), 1u);
-    const size_t n = r.eb.size();
-    std::vector<double> jtot;
-    for (const auto& row : r.eb) jtot.push_back(row[JTOT]);
-    std::nth_element(jtot.begin(), jtot.begin() + static_cast<long>(n / 2), jtot.end());
-    const double J = jtot[n / 2];
-    ASSERT_GT(std::fabs(J), 1e-4);
-    EXPECT_NEAR(r.eb[n - 1][RLR] / J, 1.0, 0.002);
-    EXPECT_NEAR(r.eb[0][RRL] / J, 1.0, 0.002);
-    // Every step of the sums is a loss, of the sign of the current in forward bias.
-    const double sign = J > 0 ? 1 : -1, js = r.interface[0][10];
-    ASSERT_GT(js, 0.05 * std::fabs(J));
-    size_t junction = 0;
-    for (size_t i = 1; i < n; ++i) {
-        EXPECT_GE(r.eb[i][RLR] / J, r.eb[i - 1][RLR] / J - 1e-9) << "point " << i;
-        EXPECT_LE(r.eb[i][RRL] / J, r.eb[i - 1][RRL] / J + 1e-9) << "point " << i;
-        if (r.eb[i][X] == r.eb[i - 1][X]) junction = i; // the double point of the interface
-    }
-    ASSERT_GT(junction, 0u);
-    EXPECT_NEAR(sign * (r.eb[junction][RLR] - r.eb[junction - 1][RLR]), js, 0.02 * js);
-    EXPECT_NEAR(sign * (r.eb[junction - 1][RRL] - r.eb[junction][RRL]), js, 0.02 * js);
-}
-
-TEST(DefectResultsOfTheMainJob, AnInterfaceDefectAddsItsRecombinationAndTheLossesMakeTheDarkCurrent) {
-    const CellRun clean = RunCell(Junction(false)), pn = RunCell(Junction(true));
-    ASSERT_EQ(clean.iv.size(), 7u);
-    ExpectLossesMakeTheCurrent(pn);
-    for (size_t k = 1; k < 7; ++k) {
-        EXPECT_EQ(clean.iv[k][3], 0.0);
-        EXPECT_GT(pn.iv[k][3], pn.iv[k - 1][3]);
-    }
-    // At 0.6 V the junction recombines through the defect about as much as the rest of the cell.
-    EXPECT_GT(pn.iv[6][3], 0.3 * clean.iv[6][1]);
-    EXPECT_GT(pn.iv[6][1], clean.iv[6][1] + 0.9 * pn.iv[6][3]);
-    ExpectCumulativeRecombinationEndsAtTheCurrent(pn);
-
-    SCOPED_TRACE("n on the left: a negative forward current");
-    const CellRun np = RunCell(Junction(true, true), -1);
-    ExpectCumulativeRecombinationEndsAtTheCurrent(np);
-    ExpectLossesMakeTheCurrent(np);
-    for (size_t k = 2; k < 7; ++k) EXPECT_LT(np.iv[k][1], 0.0);
 }
 
 } // namespace
