@@ -12,51 +12,45 @@
 #include "setup/absorption.h"
 #include "setup/data_file_fixture.h"
 #include "setup/spectrum.h"
+#include "support/test_cells.h"
 
 namespace tervo {
 namespace {
 
 constexpr double kHc = 1239.977; // eV nm
 
-void Uniform(Profile& p, double value) {
-    p.law = LAW_UNIFORM;
-    p.pureA = p.pureB = p.leftValue = p.rightValue = value;
-}
+using defect_test::Uniform;
 
-// A cell in file form, its normalised form, a mesh and a light record.
+// A cell in file form and, once built, its normalised form, mesh and light record.
 struct Cell {
     InputParameters in;
-    std::unique_ptr<CalculationParameters> P = std::make_unique<CalculationParameters>();
-    std::unique_ptr<CalculationVariables> cv = std::make_unique<CalculationVariables>();
-    std::unique_ptr<GenerationParameters> gp = std::make_unique<GenerationParameters>();
-
-    explicit Cell(int layers) {
-        InitialiseConvergenceParameters(in.convergence);
-        InitialiseCellDefinition(in.cellParas);
-        in.cellParas.numberOfLayers = layers;
-    }
-    MaterialParameters& Layer(int i) { return in.cellParas.layer[static_cast<size_t>(i)].material; }
+    std::unique_ptr<defect_test::Device> d;
+    CalculationParameters* P = nullptr;
+    CalculationVariables* cv = nullptr;
+    GenerationParameters* gp = nullptr;
+    explicit Cell(int layers) : in(defect_test::EmptyCell(layers)) {}
+    MaterialParameters& Layer(int i) { return in.cellParas.layer[At(i)].material; }
     void Build() {
         for (int i = 0; i < in.cellParas.numberOfLayers; ++i)
-            UpdateThicknessInProfiles_Layer(in.cellParas.layer[static_cast<size_t>(i)]);
-        parameterset1_to_3(in, *P, 300, nullptr, 0);
-        InitialiseCalculationVariables(*cv);
-        ASSERT_EQ(CreateCalculationVariables(*cv, gp.get(), *P, 1, 0), 0);
+            UpdateThicknessInProfiles_Layer(in.cellParas.layer[At(i)]);
+        d = defect_test::Build(in);
+        P = d->P.get();
+        cv = d->cv.get();
+        gp = d->light.get();
     }
     // Steps that grow by `ratio` from both surfaces of a single layer towards its middle, so that every
     // absorption length is resolved and trapezoid sums of G are accurate to far below 0.1 %.
     void GeometricMesh(double ratio) {
         MeshBlock& m = cv->mesh;
         const int n = 999;
-        std::vector<double> x(n, 0.0);
-        for (int k = 0; k + 1 < n; ++k) x[k + 1] = x[k] + std::pow(ratio, std::min(k, n - 2 - k));
-        for (double& v : x) v /= x[n - 1];
-        m.n_points = n;
+        m.x[0] = 0;
+        for (int k = 0; k + 1 < n; ++k) m.x[At(k + 1)] = m.x[At(k)] + std::pow(ratio, std::min(k, n - 2 - k));
+        const double total = m.x[At(n - 1)];
+        for (int k = 1; k < n; ++k) m.x[At(k)] /= total;
+        m.n_points = m.points_in_layer[0] = n;
         m.number_of_layers = 1;
         m.first_point[0] = 0;
         m.last_point[0] = n - 1;
-        m.points_in_layer[0] = n;
-        for (int j = 0; j < n; ++j) m.x[j] = x[j];
         CompleteMeshBlock(m, P->scale.length);
         Full_x_Dependence(*cv);
     }
@@ -74,25 +68,19 @@ struct Cell {
     }
     int LayerOf(int j) const {
         int i = 0;
-        while (j > cv->mesh.last_point[static_cast<size_t>(i)]) ++i;
+        while (j > cv->mesh.last_point[At(i)]) ++i;
         return i;
     }
-    // Undo the normalisations: photons per m2 s, and pairs per m3 s.
+    // Undo the normalisations: photons per m2 s at wavelength k, and pairs per m3 s, at point j.
     double Flux(int k, int j) const {
-        const ScaleParameters& s = P->scale;
-        return gp->flux[FluxIndex(*gp, k, j)] * s.density[static_cast<size_t>(LayerOf(j))] * s.diffusion /
-               s.length;
+        return gp->flux[FluxIndex(*gp, k, j)] * d->rate(1.0, LayerOf(j)) * P->scale.length;
     }
-    double G(int j) const {
-        const ScaleParameters& s = P->scale;
-        return gp->G[static_cast<size_t>(j)] * s.density[static_cast<size_t>(LayerOf(j))] * s.diffusion /
-               (s.length * s.length);
-    }
+    double G(int j) const { return d->rate(gp->G[At(j)], LayerOf(j)); }
     // Pairs per m2 s generated in the whole cell (trapezoid rule).
     double AbsorbedPhotons() const {
         double sum = 0;
         for (int j = 0; j + 1 < cv->mesh.n_points; ++j)
-            sum += 0.5 * (G(j) + G(j + 1)) * (cv->mesh.x_m[j + 1] - cv->mesh.x_m[j]);
+            sum += 0.5 * (G(j) + G(j + 1)) * (cv->mesh.x_m[At(j + 1)] - cv->mesh.x_m[At(j)]);
         return sum;
     }
 };

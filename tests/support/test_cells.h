@@ -7,6 +7,7 @@
 #include <initializer_list>
 #include <memory>
 
+#include "platform/index.h"
 #include "run/control/driver.h"
 #include "run/sweeps/operating_points.h"
 #include "setup/generation.h"
@@ -16,10 +17,6 @@ namespace tervo::defect_test {
 
 inline constexpr double kT = 0.0259; // V at 300 K
 inline constexpr double q = 1.602e-19;
-
-inline size_t At(int i) {
-    return static_cast<size_t>(i);
-}
 
 inline void Uniform(Profile& p, double value) {
     p.law = LAW_UNIFORM;

@@ -2,10 +2,12 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <memory>
 #include <string>
 #include <tuple>
 
 #include "cell/cell_records.h"
+#include "cell/working_settings.h"
 #include "platform/files.h"
 #include "platform/messages.h"
 #include "run/control/driver.h"
@@ -22,11 +24,32 @@ namespace {
 
 const std::string kSource = TERVO_SOURCE_DIR;
 
+// A home of its own; the session records that loading a cell sets are put back afterwards, so that
+// the cell's mesh, light and contact settings do not leak into the tests that follow.
 struct Home : test::TempFolder {
+    const std::string project = GetProjectDir();
+    const MeshSettings mesh = meshSettings;
+    const MottSchottkySettings mottSchottky = NW;
+    const WorkPoint workPoint = wp;
+    const double front[2] = {Rfront, Tfront};
+    const std::unique_ptr<InputParameters> problem = std::make_unique<InputParameters>(parameterset1);
+    const std::unique_ptr<CellDefinition> cells[2] = {std::make_unique<CellDefinition>(zonnecel),
+                                                      std::make_unique<CellDefinition>(current_cell)};
     Home() {
         for (const char* d : {"def", "absorption", "filter", "grading"}) fs::create_directories(path / d);
         SetProjectDir(path.string());
         ErrorMessageMode = 2;
+    }
+    ~Home() {
+        SetProjectDir(project);
+        meshSettings = mesh;
+        NW = mottSchottky;
+        wp = workPoint;
+        Rfront = front[0];
+        Tfront = front[1];
+        parameterset1 = *problem;
+        zonnecel = *cells[0];
+        current_cell = *cells[1];
     }
 };
 
