@@ -21,11 +21,6 @@ namespace {
 const fs::path kSource = TERVO_SOURCE_DIR;
 const std::string kOldForms = (kSource / "tests/cell/data/old_forms.def").string();
 
-std::string Slurp(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(in), {}};
-}
-
 // Messages reported while running f.
 template <typename F>
 std::vector<ReportedMessage> Reported(F f) {
@@ -85,12 +80,12 @@ TEST(DefinitionFile, RoundTripOfEveryShippedFile) {
         };
         const std::string compact = rewritten(path, DefinitionWriter::Compact, "c.def");
         const std::string interactive = rewritten(path, DefinitionWriter::Interactive, "i.def");
-        EXPECT_EQ(Body(Slurp(rewritten(interactive, DefinitionWriter::Compact, "ic.def"))),
-                  Body(Slurp(compact)));
-        EXPECT_EQ(Body(Slurp(rewritten(compact, DefinitionWriter::Interactive, "ci.def"))),
-                  Body(Slurp(interactive)));
-        if (Slurp(path).starts_with("> TERVO")) {
-            EXPECT_EQ(Body(Slurp(compact)), Body(Slurp(path)));
+        EXPECT_EQ(Body(ReadFile(rewritten(interactive, DefinitionWriter::Compact, "ic.def"))),
+                  Body(ReadFile(compact)));
+        EXPECT_EQ(Body(ReadFile(rewritten(compact, DefinitionWriter::Interactive, "ci.def"))),
+                  Body(ReadFile(interactive)));
+        if (ReadFile(path).starts_with("> TERVO")) {
+            EXPECT_EQ(Body(ReadFile(compact)), Body(ReadFile(path)));
         }
     }
 }
@@ -162,17 +157,17 @@ TEST(DefinitionFile, OldFormsReadAndWrittenByTheInteractiveWriter) {
     EXPECT_EQ(a.material.v_th_p.variableId, VAR_VTHP);
     ExpectWithin(1e-9, a.material.absorption.pureA, 1239.977 / 1.15, a.srh[1][0].energy.peakToTotal,
                  1 / 0.05);
-    const std::string text = Slurp(Write(p, s, DefinitionWriter::Interactive, dir / "w.def"));
+    const std::string text = ReadFile(Write(p, s, DefinitionWriter::Interactive, dir / "w.def"));
     EXPECT_EQ(text.rfind("> TERVO 3.2.01 test banner Problem definition file\n> last saved by TERVO: \t", 0),
               0u);
-    EXPECT_EQ(Body(text), Body(Slurp((kSource / "tests/cell/data/old_forms_interactive.txt").string())));
+    EXPECT_EQ(Body(text), Body(ReadFile((kSource / "tests/cell/data/old_forms_interactive.txt").string())));
 }
 
 // Files the reader refuses (-1) or reads with complaints (1), with the messages it gives, each looked
 // for in "|title|text|".
 TEST(DefinitionFileBadInput, MissingTruncatedIncompleteOverfullAndUnreadableFiles) {
     TempFolder dir;
-    const std::string whole = Slurp(kOldForms), incomplete = "|The def-file is empty or incomplete.|";
+    const std::string whole = ReadFile(kOldForms), incomplete = "|The def-file is empty or incomplete.|";
     const std::string body = "layer\n\nname : x\nd : 1e-6\n\nfront contact\n\nSn : 1e5\n\nworking point\n";
     const std::string tail = "front contact\n\nSn : 1\nworking point\nilluminated from : left\n";
     std::string binary, layers,

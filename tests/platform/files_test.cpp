@@ -55,8 +55,7 @@ TEST(TextFile, WrittenLinesReadBackExactlyWithTheirSizeAndDate) {
     TextFile more = OpenFile(path, FileMode::Append);
     EXPECT_EQ(WriteLine(more, "appended"), 0);
     CloseFile(more);
-    std::ifstream in(path, std::ios::binary);
-    const std::string bytes{std::istreambuf_iterator<char>(in), {}};
+    const std::string bytes = test::ReadFile(path);
     EXPECT_EQ(bytes, "abc\nclamp_psi :  5.00e-01 units kT\nappended\n");
 
     long long size = -1;

@@ -38,9 +38,8 @@ protected:
     }
     // The log with each date and time written as "D T".
     static std::string Log() {
-        std::ifstream in(TERVO_ERROR_LOG_NAME, std::ios::binary);
-        const std::string text{std::istreambuf_iterator<char>(in), {}};
-        return std::regex_replace(text, std::regex("\\d\\d-\\d\\d-\\d{4} at \\d\\d:\\d\\d:\\d\\d"), "D T");
+        return std::regex_replace(test::ReadFile(TERVO_ERROR_LOG_NAME),
+                                  std::regex("\\d\\d-\\d\\d-\\d{4} at \\d\\d:\\d\\d:\\d\\d"), "D T");
     }
     static std::string Entry(int number, const std::string& classLine, const std::string& title,
                              const std::string& text) {

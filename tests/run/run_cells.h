@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "platform/messages.h"
+#include "support/temp_folder.h"
 #include "support/test_cells.h"
 
 namespace tervo::run_test {
@@ -35,20 +36,8 @@ inline InputParameters PN(const Material& m, double dp, double Na, double dn, do
     return in;
 }
 
-inline std::vector<std::string> FileLines(const std::string& path) {
-    std::vector<std::string> lines;
-    std::ifstream in(path);
-    for (std::string line; std::getline(in, line);) lines.push_back(line);
-    return lines;
-}
-
-// The fields of a row, tab-separated unless told otherwise.
-inline std::vector<std::string> Cells(const std::string& row, char separator = '\t') {
-    std::vector<std::string> cells;
-    std::istringstream in(row);
-    for (std::string c; std::getline(in, c, separator);) cells.push_back(c);
-    return cells;
-}
+using test::Cells;
+using test::FileLines;
 
 // Exactly one message reported since the last clear, with this title and text.
 inline void ExpectOneMessage(const std::string& title, const std::string& text) {

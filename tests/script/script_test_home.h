@@ -24,17 +24,9 @@ namespace tervo::testing {
 namespace fs = std::filesystem;
 using test::WriteFile;
 
-inline std::vector<std::string> Lines(const std::string& text) {
-    std::vector<std::string> lines;
-    std::stringstream in(text);
-    for (std::string line; std::getline(in, line);) lines.push_back(line);
-    return lines;
-}
-
+using test::Lines;
 inline std::string Read(const std::string& path) {
-    std::stringstream s;
-    s << std::ifstream(path).rdbuf();
-    return s.str();
+    return test::ReadFile(path);
 }
 
 class ScriptHome : public ::testing::Test {

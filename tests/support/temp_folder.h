@@ -1,11 +1,14 @@
 // A fresh empty folder under the system's temporary folder, removed at the end of the test, and the
-// writing of a small text file into it.
+// writing and reading of small text files.
 #pragma once
 
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <random>
+#include <sstream>
 #include <string>
+#include <vector>
 
 namespace tervo::test {
 
@@ -29,6 +32,26 @@ struct TempFolder {
 inline void WriteFile(const std::string& path, const std::string& text) {
     std::ofstream out(path);
     out << text;
+}
+
+// The bytes of a file; "" for one that cannot be read.
+inline std::string ReadFile(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), {}};
+}
+
+// The lines of a text, or the fields of a line, without their separators.
+inline std::vector<std::string> Lines(const std::string& text, char separator = '\n') {
+    std::vector<std::string> parts;
+    std::istringstream in(text);
+    for (std::string part; std::getline(in, part, separator);) parts.push_back(part);
+    return parts;
+}
+inline std::vector<std::string> FileLines(const std::string& path) {
+    return Lines(ReadFile(path));
+}
+inline std::vector<std::string> Cells(const std::string& row, char separator = '\t') {
+    return Lines(row, separator);
 }
 
 } // namespace tervo::test

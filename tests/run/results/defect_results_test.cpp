@@ -39,7 +39,7 @@ protected:
         if (pointer_naar_huidige() == nullptr) AppendDataListElement(1, actie, wp);
         EXPECT_EQ(SaveResultFile(kind, dir / "state"), 0);
         InitialiseCalculationVariables(currentCalcVars);
-        return ReadLines(dir / (content == GENFILE_OCCUPATION ? "state.occ" : "state.gen"));
+        return test::FileLines(dir / (content == GENFILE_OCCUPATION ? "state.occ" : "state.gen"));
     }
 };
 

@@ -9,12 +9,6 @@
 namespace tervo::results_test {
 namespace {
 
-std::string ReadAll(const std::string& path) {
-    std::ostringstream s;
-    s << std::ifstream(path, std::ios::binary).rdbuf();
-    return s.str();
-}
-
 class ResultFiles : public ResultsTest {
 protected:
     void SetUp() override {
@@ -88,7 +82,7 @@ TEST_F(ResultFiles, EachSimulationGetsAFullBlockInListOrderAndUnreachedRowsFollo
         SCOPED_TRACE(c.mode);
         ActionListMode = c.mode;
         ASSERT_EQ(SaveResultFile(RESULT_IV, dir / "out"), 0);
-        std::vector<std::string> lines = ReadLines(dir / "out.iv");
+        std::vector<std::string> lines = test::FileLines(dir / "out.iv");
         // Each header is whole (16 lines), with the column line and a blank behind it; the rows that
         // were reached, those that were not as the mode has it, and two blank lines.
         const size_t columnLine = 16, firstRow = 18, second = firstRow + 3 + c.filler + 2;
@@ -105,7 +99,7 @@ TEST_F(ResultFiles, EachSimulationGetsAFullBlockInListOrderAndUnreachedRowsFollo
         // The QE file: a block for each QE simulation, two rows reached and the third as the mode has
         // it, three blank lines.
         ASSERT_EQ(SaveResultFile(RESULT_QE, dir / "out"), 0);
-        lines = ReadLines(dir / "out.qe");
+        lines = test::FileLines(dir / "out.qe");
         const size_t next = Find(lines, "Single shot simulation #\t4") - 2;
         ASSERT_LT(next, lines.size());
         EXPECT_EQ(lines[2], "Single shot simulation #\t2");
@@ -121,7 +115,7 @@ TEST_F(ResultFiles, EachSimulationGetsAFullBlockInListOrderAndUnreachedRowsFollo
     // The screen gets the text of the file.
     ::testing::internal::CaptureStdout();
     EXPECT_EQ(qe_naar_file(OUTPUT_TO_SCREEN, nullptr), 0);
-    EXPECT_EQ(::testing::internal::GetCapturedStdout(), ReadAll(dir / "out.qe"));
+    EXPECT_EQ(::testing::internal::GetCapturedStdout(), test::ReadFile(dir / "out.qe"));
 }
 
 TEST_F(ResultFiles, EmptyListsAndMissingStatesAreReportedAndWriteNothing) {
@@ -137,7 +131,7 @@ TEST_F(ResultFiles, EmptyListsAndMissingStatesAreReportedAndWriteNothing) {
     EXPECT_EQ(ComposeOutputHeader(text, nullptr, HEADER_IV, 1, 0), -1);
     EXPECT_EQ(text, "kept");
     CloseFile(f);
-    EXPECT_EQ(ReadAll(dir / "empty.iv"), "");
+    EXPECT_EQ(test::ReadFile(dir / "empty.iv"), "");
     std::string all;
     for (const auto& m : ReportedMessages()) all += m.title + "|" + m.text + "\n";
     const std::string iv =

@@ -27,19 +27,7 @@ namespace tervo::results_test {
 using namespace defect_test;
 namespace fs = std::filesystem;
 
-inline std::vector<std::string> ReadLines(const fs::path& path) {
-    std::ifstream in(path);
-    std::vector<std::string> lines;
-    for (std::string line; std::getline(in, line);) lines.push_back(line);
-    return lines;
-}
-
-inline std::vector<std::string> Cells(const std::string& line) {
-    std::vector<std::string> out;
-    std::istringstream s(line);
-    for (std::string cell; std::getline(s, cell, '\t');) out.push_back(cell);
-    return out;
-}
+using test::Cells;
 
 inline size_t Find(const std::vector<std::string>& lines, const std::string& line, size_t from = 0) {
     return static_cast<size_t>(std::find(lines.begin() + static_cast<long>(from), lines.end(), line) -
@@ -118,7 +106,7 @@ protected:
         TextFile f = OpenFile(dir / "state.eb", FileMode::Write);
         EXPECT_EQ(eb_naar_file(OUTPUT_TO_OPEN_FILE, &f, cv), 0);
         CloseFile(f);
-        const std::vector<std::string> lines = ReadLines(dir / "state.eb");
+        const std::vector<std::string> lines = test::FileLines(dir / "state.eb");
         EbFile eb;
         const size_t k = Find(lines, "bulk");
         if (k + 4 >= lines.size()) return eb;
