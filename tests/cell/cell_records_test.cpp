@@ -1,5 +1,5 @@
-// Operations of the cell records: numbering, profile look-up, peak-to-total factors, thickness,
-// freeing, sign conventions and the short definition.
+// Operations of the cell records: peak-to-total factors, uniform end values, thickness and sign
+// conventions.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -13,18 +13,6 @@
 
 using namespace tervo;
 using tervo::test::ExpectExact;
-
-TEST(CellRecords, LevelsAndInterfacesAreNumberedByTheirPlace) {
-    CellDefinition c;
-    InitialiseCellDefinition(c);
-    const BulkRecombinationParameters& lv = c.layer[3].srh[5][2];
-    ExpectExact(lv.layernumber, 3, lv.defectnumber, 5, lv.levelnumber, 2,
-                c.interface[4].defect[2].interfaceNumber, 4);
-    LayerParameters& L = c.layer[2];
-    EXPECT_EQ(ProfileOfLayer(L, VAR_MUP), &L.material.mu_p);
-    EXPECT_EQ(ProfileOfLayer(L, VAR_COMPOSITION), &L.composition);
-    EXPECT_EQ(ProfileOfLayer(L, 99), nullptr);
-}
 
 TEST(CellRecords, PeakToTotalOfEachDistribution) {
     EDistribution e;
@@ -65,14 +53,9 @@ TEST(CellRecords, ThicknessReachesEveryProfileInUse) {
                 L.meta[0].Nt.thickness, 3e-7);
 }
 
-TEST(CellRecords, FreeingEmptiesTheArraysAndSignsFollowTheConventions) {
+TEST(CellRecords, SignsFollowTheConventions) {
     CellDefinition a;
     InitialiseCellDefinition(a);
-    OpticalCaptureProperties& holes = a.layer[0].srh[0][0].optCaptHoles;
-    AllocateOpticalCaptureProperties(holes, 3);
-    FreeCellDefinition(a);
-    ExpectExact(holes.sigmas.size(), 0, holes.count, 0);
-
     // Side the voltage is applied to, reference system: signs of V and J.
     const int cases[4][4] = {{-1, 1, 1, 1}, {-1, 0, 1, -1}, {1, 1, -1, -1}, {1, 0, -1, 1}};
     for (const auto& k : cases) {
@@ -81,23 +64,4 @@ TEST(CellRecords, FreeingEmptiesTheArraysAndSignsFollowTheConventions) {
         SetSignsFromConventions(a);
         ExpectExact(a.signV, k[2], a.signJ, k[3]);
     }
-}
-
-TEST(CellRecords, ShortDefinitionMirrorsWhatExists) {
-    CellDefinition c;
-    InitialiseCellDefinition(c);
-    c.numberOfLayers = 2;
-    c.layer[1].material.Nd.law = LAW_EXPONENTIAL;
-    c.layer[1].material.Nd.dependence = DEP_POSITION;
-    c.layer[1].srhteller = 1;
-    c.layer[1].srh[0][0].optCaptElectrons.fromFile = 1;
-    c.interface[0].numberOfDefects = 2;
-    c.interface[0].name = "a/b";
-    ShortCellDefinition s;
-    LongToShortCellDefinition(c, s);
-    // Nd is the sixth material pair.
-    ExpectExact(s.numberOfLayers, 2, s.layer[1].material[5].law, LAW_EXPONENTIAL,
-                s.layer[1].material[5].dependence, DEP_POSITION, s.layer[1].srhteller, 1,
-                s.layer[1].srh[0][0].fromFileElectrons, 1, s.interface[0].numberOfDefects, 2,
-                s.interface[0].namePresent, 1);
 }

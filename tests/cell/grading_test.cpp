@@ -351,33 +351,6 @@ TEST_F(GradingFiles, EndValuesOfALayerComeFromTheFilesInUserUnits) {
     EXPECT_EQ(nd.leftValue, 5);
 }
 
-TEST(GradingCopies, CopyScalesValuesAndOnlyUnitParametersAndEgMovesTheCutOff) {
-    Profile from = Pos(LAW_EXPONENTIAL, 2, 4, 1, 0.5, 0.7);
-    from.pureA = 3;
-    SetProfileScaleParameters(from); // law 4: lawPar1 carries the unit, lawPar2 not
-    from.xlist = from.ylist = {3, 4};
-    from.npoints = 2;
-    Profile to;
-    CopyProfile(to, from, 10);
-    ExpectExact(to.leftValue, 20, to.rightValue, 40, to.pureA, 30, to.lawPar1, 10, to.lawPar2, 0.5,
-                to.lawPar3, 0.7);
-    EXPECT_TRUE(to.xlist.empty()); // a table only travels with law 13
-    from.law = LAW_TABLE;
-    CopyProfile(to, from, 2);
-    EXPECT_EQ(to.ylist, (std::vector<double>{6, 8}));
-    EXPECT_EQ(to.npoints, 2);
-
-    // Writing Eg into a layer moves the cut-off wavelengths of the absorption with it.
-    LayerParameters layer;
-    InitialiseLayerParameters(layer, 0, 1);
-    Profile eg = layer.material.Eg;
-    eg.pureA = 1.24;
-    eg.pureB = 2.48;
-    ASSERT_EQ(WriteGradingInfoToMaterial(layer, VAR_EG, eg), 0);
-    const Profile& cutOff = layer.material.absorption;
-    ExpectWithin(1e-9, cutOff.pureA, 1239.977 / 1.24, cutOff.pureB, 1239.977 / 2.48);
-}
-
 // The description of defect densities from before version 2.7: a spatial form with Nleft, Nright
 // and Lkar, in peak densities.  An exponential rises from the background at the lower end, whose
 // flank is made a thousand times longer.

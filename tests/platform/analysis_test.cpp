@@ -1,7 +1,6 @@
-// Least squares, median, extremes and complex arithmetic.
+// Least squares and the median.
 #include <gtest/gtest.h>
 
-#include <numbers>
 #include <vector>
 
 #include "cell/expect_values.h"
@@ -39,22 +38,9 @@ TEST(PolyFit, ExactOnAParabolaLeastSquaresOnALineAndSmallScales) {
     ExpectExact(PolyFit(same, yl, 2, 2, nullptr, c, mse), -1, PolyFit(same, yl, 3, 1, nullptr, c, mse), -1);
 }
 
-TEST(Statistics, MedianSortExtremesAndPolarForm) {
+TEST(Statistics, MedianOfOddAndEvenCounts) {
     double odd[] = {5.0, 1.0, 3.0};
     const double even[] = {4.0, 1.0, 10.0, 2.0};
     const double median = Median(odd, 3);
     ExpectExact(median, 3.0, odd[0], 5.0, Median(even, 4), 3.0); // the input keeps its order
-
-    double v[] = {3.0, -1.0, 7.0, 7.0, -1.0, 2.0};
-    double max = 0.0, min = 0.0;
-    int imax = -5, imin = -5;
-    MaxMin1D(v, 6, max, imax, min, imin);
-    // The first of equal extremes.
-    ExpectExact(max, 7, imax, 2, min, -1, imin, 1);
-    Sort(v, 6);
-    EXPECT_EQ((std::vector<double>(v, v + 6)), (std::vector<double>{-1.0, -1.0, 2.0, 3.0, 7.0, 7.0}));
-
-    double magnitude = 0.0, phase = 0.0;
-    ToPolar(-1.0, 0.0, magnitude, phase);
-    ExpectDoubles(magnitude, 1.0, phase, std::numbers::pi);
 }

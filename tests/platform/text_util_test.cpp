@@ -36,12 +36,4 @@ TEST(TextUtil, NumbersInLines) {
     EXPECT_DOUBLE_EQ(v, 3.5);
     EXPECT_EQ(TextBehindColon("name :  CdS window  \r"), "CdS window");
     EXPECT_EQ(TextBehindColon("no colon"), "");
-
-    double values[4] = {0, 0, 0, 0};
-    EXPECT_EQ(ReadNumbers("Nd : 1e25\t2e25\t[/m^3]", values, 4), 2); // the unit's 3 is not read
-    EXPECT_DOUBLE_EQ(values[1], 2e25);
-    EXPECT_EQ(ReadNumbers("300 1.5 -2 7 8", values, 3), 3);
-    EXPECT_DOUBLE_EQ(values[2], -2.0);
-    EXPECT_EQ(ReadNumbers("1 2V 3", values, 4), 2);
-    EXPECT_EQ(ReadNumbers("none", values, 4), 0);
 }
