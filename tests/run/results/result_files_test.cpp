@@ -1,6 +1,11 @@
 // The I-V and QE result files for simulations filled by hand: a block per simulation in list order,
-// the rows of cut curves as the mode has them, empty lists, and the convention lines of the header.
+// the rows of cut curves as the mode has them, empty lists, and the date and convention lines of the
+// header.
 #include "run/results/result_files.h"
+
+#include <chrono>
+#include <ctime>
+#include <iomanip>
 
 #include "platform/files.h"
 #include "run/control/startup.h"
@@ -20,11 +25,17 @@ protected:
         ActionListMode = ACTIONLIST_TRUNCATE;
     }
 
-    // A dark single shot at 0.25 V, 300 K, 1 MHz, with its I-V sweep on.
+    // A dark single shot at 0.25 V, 300 K, 1 MHz, with its I-V sweep on, of a definition file last
+    // saved on 1 February 2024 at 10:05:07 local time.
     DataListElement& Simulation(int number) {
         WorkPoint w;
         w.definitionFile = dir / "cell.def";
         test::WriteFile(w.definitionFile, "x\n");
+        std::tm t{};
+        std::istringstream("01-02-2024 10:05:07") >> std::get_time(&t, "%d-%m-%Y %H:%M:%S");
+        t.tm_isdst = -1;
+        const auto stamp = std::chrono::system_clock::from_time_t(std::mktime(&t));
+        fs::last_write_time(w.definitionFile, std::chrono::file_clock::from_sys(stamp));
         w.voltage = 0.25;
         Actie a;
         a.IV.calculate = 1;
@@ -152,10 +163,11 @@ TEST_F(ResultFiles, EmptyListsAndMissingStatesAreReportedAndWriteNothing) {
     EXPECT_EQ(ReportedMessages().size(), 1u);
 }
 
-TEST_F(ResultFiles, HeaderConventionLinesFollowTheVoltageAndCurrentReference) {
+TEST_F(ResultFiles, HeaderDateAndConventionLinesFollowTheVoltageAndCurrentReference) {
     DataListElement& e = Simulation(1);
     std::vector<std::string> h = Header(&e);
     ASSERT_EQ(h.size(), 16u); // without conventions the working point is followed by two blank lines
+    EXPECT_EQ(h[6], "last saved: \t01-02-2024 at 10:05:07"); // padded, day first
     EXPECT_EQ(h[12], "Workpoint bias voltage\t    0.2500\tVolt");
     EXPECT_EQ(h[14] + h[15], "");
     e.wp.conventionsShown = 1;
