@@ -187,8 +187,7 @@ TEST_F(SpectrumTest, FiltersGiveTransmissionInFrontAndReflectionBehind) {
     right.filterFile = Write("t.ftr", "filter\n350 10\n550 30\n650 90\n");
     ASSERT_EQ(BerekenFilterSpectra(gp, in), 1);
     for (double v : gp.leftFilter) EXPECT_DOUBLE_EQ(v, 0.7);
-    for (size_t k = 0; k < 3; ++k)
-        EXPECT_NEAR(gp.rightFilter[k], 1 - (std::array{0.15, 0.25, 0.6}[k]), 1e-12);
+    for (size_t k = 0; k < 3; ++k) EXPECT_NEAR(gp.rightFilter[k], 1 - (std::array{0.15, 0.25, 0.6}[k]), 1e-12);
     EXPECT_TRUE(ReportedMessages().empty());
 
     // The front transmission scales the incoming flux.
