@@ -28,7 +28,7 @@ protected:
 // tables of a calculation, each behind the script's header.
 TEST_F(ScriptCalculation, TheActionsAfterTheLoadedListAreCalculatedAndEveryKindOfResultCanBeSaved) {
     const int before = SingleShotSimulationNumber;
-    ASSERT_EQ(Run("load definition cigs.def\nload action run.act\naction workingpoint.temperature 310\n"
+    ASSERT_EQ(Run("load definition cigs.def\nload action run.act\n"
                   "action workingpoint.voltage 0.2\naction light\naction iv.doiv\naction cv.docv 0\n"
                   "action iv.points 4\ncalculate xyz\nsave result.eb sweep.eb\n"),
               0);
@@ -38,7 +38,6 @@ TEST_F(ScriptCalculation, TheActionsAfterTheLoadedListAreCalculatedAndEveryKindO
     ASSERT_NE(e, nullptr);
     EXPECT_EQ(e->actie.IV.done, 4);
     EXPECT_EQ(e->actie.CV.calculate, 0);
-    EXPECT_EQ(e->wp.temperature, 310);
     EXPECT_EQ(e->wp.dark, 0);
     // The band diagram of a script is that of the last calculated state: the last point of the I-V
     // sweep, 0.6 V, or with the sweep switched off the working point.
