@@ -70,30 +70,28 @@ int RunCell(const ProgramHome& home, const std::string& definition, std::string&
     return RunProgram({"--home", home.path.string(), home / "cell.def", home / "light.act"}, &out);
 }
 
-TEST(MainJob, EveryPhotonAboveTheGapOfACollectingCellIsTheShortCircuitCurrentThinOrWaferThick) {
+TEST(MainJob, EveryPhotonAboveTheGapOfACollectingCellIsTheShortCircuitCurrentAndAFailedStageIsReported) {
     const double expected = PhotonCurrentAboveGap(1.5);
     EXPECT_NEAR(expected, 28.97, 0.2); // the public table's integral above 1.50 eV
+    std::string out;
     // A wafer-thick base (200 µm) reaches equilibrium on the default numerical settings too.
     for (const char* base : {"5e-6", "200e-6"}) {
         SCOPED_TRACE(base);
         ProgramHome home;
         ErrorMessageMode = 0;
-        std::string out;
         ASSERT_EQ(RunCell(home, CollectingCell("", base), out), 0) << out;
         const DataListElement* e = pointer_naar_huidige();
         ASSERT_NE(e, nullptr);
         ASSERT_TRUE(e->parameters.JscValid);
         EXPECT_NEAR(e->parameters.Jsc / expected, 1.0, 0.01);
     }
-}
 
-TEST(MainJob, AFailedStageGivesANonZeroExitStatusAndTheReason) {
+    // One outer pass cannot reach equilibrium: a non-zero exit status, the reason, and no result.
     ProgramHome home;
     ErrorMessageMode = 2;
     ClearReportedMessages();
-    std::string out, all;
-    // One outer pass cannot reach equilibrium.
     EXPECT_NE(RunCell(home, CollectingCell("maxiter : 1\n"), out), 0);
+    std::string all;
     bool reported = false;
     for (const auto& m : ReportedMessages()) {
         reported = reported || m.title == "Calculating equilibrium...";

@@ -22,12 +22,9 @@
 namespace tervo::testing {
 
 namespace fs = std::filesystem;
+using test::FileLines;
+using test::ReadFile;
 using test::WriteFile;
-
-using test::Lines;
-inline std::string Read(const std::string& path) {
-    return test::ReadFile(path);
-}
 
 class ScriptHome : public ::testing::Test {
 protected:

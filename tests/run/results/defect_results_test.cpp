@@ -1,28 +1,9 @@
-// What the defects show in the results: the defect charge in the band diagram,
-// and the generation-recombination and occupation files against Fermi-Dirac statistics and the
-// capture-emission balance.
+// What the defects show in the results: the generation-recombination and occupation files against
+// Fermi-Dirac statistics and the capture-emission balance.
 #include "solved_cells.h"
 
 namespace tervo::results_test {
 namespace {
-
-// A one-level defect of `type` with total density Nt (/m^3) and energy E (eV) in `reference`, or a
-// distribution of width W around it.
-void AddLevel(LayerParameters& layer, int type, double Nt, double E, int reference,
-              int distribution = EDIST_SINGLE, double W = 0.1) {
-    AddDefect(layer, type, 1, Nt, 1e-19, 1e-19, {E, 0, 0, 0}, reference, distribution, W);
-}
-
-// A silicon-like p-type layer Na of 1 µm, with two layers followed by an n-type layer Nd of 1 µm,
-// between contacts at the flat-band work functions of the doping alone.
-InputParameters MakeCell(int layers, double Na, double Nd = 0) {
-    const Material si;
-    InputParameters in =
-        layers == 2 ? Stack({{si, 1e-6, 0, Na}, {si, 1e-6, Nd, 0}}) : Stack({{si, 1e-6, 0, Na}});
-    in.cellParas.leftContact.contactType = 1;
-    in.cellParas.rightContact.contactType = layers == 2 ? -1 : 1;
-    return in;
-}
 
 // Fermi-Dirac occupation of a level at E with the Fermi level at 0 (both eV on the band scale).
 double FermiDirac(double E) {
@@ -43,37 +24,18 @@ protected:
     }
 };
 
-TEST_F(DefectResults, BandFileOfOneLayerShowsTheIonisedDonorChargeAndNoInterface) {
-    // A p layer with a compensating donor near its Fermi level.
-    const double Na = 1e22, Nt = 5e21, Et = 0.2;
-    InputParameters in = MakeCell(1, Na);
-    AddLevel(in.cellParas.layer[0], DEFECT_DONOR, Nt, Et, 0);
-    const auto d = Solve(in, 0);
-    const EbFile eb = WriteBandFile(*d->cv);
-    const auto& rows = eb.rows;
-    ASSERT_EQ(rows.size(), static_cast<size_t>(d->cv->mesh.n_points));
-    // One layer has no interface: the block holds its title and column line alone.
-    ASSERT_EQ(eb.interfaceLines.size(), 4u);
-    EXPECT_EQ(eb.interfaceLines[2].substr(0, 4), "  IF");
-    for (size_t i = 0; i < rows.size(); ++i) {
-        const auto& r = rows[i];
-        // Equilibrium: the Fermi level at 0, the donor ionised by 1 - f at its level Ev + Et.
-        ASSERT_EQ(r[FN], 0.0);
-        EXPECT_NEAR(r[RHO_DEFECT] / (Nt * 1e-6 * (1 - FermiDirac(r[EV] + Et))), 1.0, 1e-5) << "point " << i;
-        EXPECT_NEAR(r[RHO], r[RHO_DEFECT] + r[DOPING] + r[P_] - r[N_], 1e-6 * Na * 1e-6) << "point " << i;
-    }
-    // Between the contacts the layer is neutral: the holes and the ionised donors balance Na.
-    const size_t middle = rows.size() / 2;
-    EXPECT_GT(rows[middle][RHO_DEFECT], 0.2 * Nt * 1e-6);
-    EXPECT_LT(std::fabs(rows[middle][RHO]), 1e-3 * Na * 1e-6);
-}
-
-// A p-n junction with a single acceptor level in the lower half of the gap on the p side and a Gaussian
-// acceptor band on the n side.
+// A silicon-like p-n junction, 1 µm of each doped 1e22 /m^3, between contacts at the flat-band work
+// functions of the doping alone, with a single acceptor level in the lower half of the gap on the p
+// side and a Gaussian acceptor band on the n side.
 InputParameters JunctionWithAcceptors() {
-    InputParameters in = MakeCell(2, 1e22, 1e22);
-    AddLevel(in.cellParas.layer[0], DEFECT_ACCEPTOR, 1e20, 0.4, 0);
-    AddLevel(in.cellParas.layer[1], DEFECT_ACCEPTOR, 1e20, 0.7, 0, EDIST_GAUSS, 0.05);
+    const Material si;
+    InputParameters in = Stack({{si, 1e-6, 0, 1e22}, {si, 1e-6, 1e22, 0}});
+    in.cellParas.leftContact.contactType = 1;
+    in.cellParas.rightContact.contactType = -1;
+    // Capture cross-sections of 1e-19 m^2 for both carriers.
+    AddDefect(in.cellParas.layer[0], DEFECT_ACCEPTOR, 1, 1e20, 1e-19, 1e-19, {0.4, 0, 0, 0});
+    AddDefect(in.cellParas.layer[1], DEFECT_ACCEPTOR, 1, 1e20, 1e-19, 1e-19, {0.7, 0, 0, 0}, 0, EDIST_GAUSS,
+              0.05);
     return in;
 }
 

@@ -7,7 +7,6 @@
 #include <algorithm>
 #include <cmath>
 #include <filesystem>
-#include <fstream>
 #include <memory>
 #include <sstream>
 #include <string>
@@ -29,9 +28,8 @@ namespace fs = std::filesystem;
 
 using test::Cells;
 
-inline size_t Find(const std::vector<std::string>& lines, const std::string& line, size_t from = 0) {
-    return static_cast<size_t>(std::find(lines.begin() + static_cast<long>(from), lines.end(), line) -
-                               lines.begin());
+inline size_t Find(const std::vector<std::string>& lines, const std::string& line) {
+    return static_cast<size_t>(std::find(lines.begin(), lines.end(), line) - lines.begin());
 }
 
 // A table of numbers from `firstRow` (by default right below the title row) up to the first blank
