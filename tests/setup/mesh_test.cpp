@@ -260,16 +260,5 @@ TEST(MeshHelpers, InterpolationIsLinearPerLayerAndEndsOnTheLastOldValue) {
     for (size_t k = 0; k < 9; ++k) EXPECT_NEAR(fn[k], expected[k], 1e-14) << k;
 }
 
-TEST(MeshHelpers, RatioSettingsGivenTheWrongWayRoundAreSwappedAndClipped) {
-    for (const auto [max, min, sortedMax, sortedMin] :
-         {std::array{1.05, 2.0, 2.0, 1.05}, {5.0, 0.5, 3.0, 1.0}}) {
-        MeshSettings s;
-        s.maximumRatio = max;
-        s.minimumRatio = min;
-        GovernMaxMinMesh(s);
-        EXPECT_EQ(std::pair(s.maximumRatio, s.minimumRatio), std::pair(sortedMax, sortedMin));
-    }
-}
-
 } // namespace
 } // namespace tervo

@@ -119,12 +119,6 @@ TEST_F(SpectrumTest, DataFilesSkipTextAndLimitThePoints) {
     ASSERT_EQ(lees_file(file, x, y, DATAFILE_GENERATION), 3);
     for (size_t i = 0; i < 3; ++i) EXPECT_DOUBLE_EQ(x[i], (0.5 + double(i)) * 1e-6); // µm to m
     EXPECT_EQ(y, (std::vector<double>{1e27, 2e27, 3e27}));
-    EXPECT_EQ(tel_lijnen_in_file(file, DATAFILE_BATCHLIST), 4); // and "7" alone
-    const std::string list = Write("names.bdf", "header\nfile: a.def\nFILE:  b c.def \nfiles: no\n");
-    std::vector<std::string> names;
-    EXPECT_EQ(tel_lijnen_in_file(list, DATAFILE_FILELIST), 2);
-    ASSERT_EQ(lees_char_file(list, names, DATAFILE_FILELIST), 2);
-    EXPECT_EQ(names, (std::vector<std::string>{"a.def", "b c.def"}));
 
     std::string many;
     for (int i = 0; i < 2600; ++i) many += std::to_string(300 + i) + " 1\n";
