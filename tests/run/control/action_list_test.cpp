@@ -8,7 +8,6 @@
 #include <filesystem>
 #include <string>
 #include <tuple>
-#include <vector>
 
 #include "cell/cell_records.h"
 #include "platform/files.h"
@@ -160,7 +159,7 @@ std::pair<int, double> Log(SweepSettings s, SweepEdit edit) {
 
 // Settings that the panel keeps consistent: the points and step of a sweep after an edit, within
 // 2001 points; cut-off wavelengths of at least 1 nm; the shunt as resistance or conductance; the
-// light as transmission or neutral density.
+// light of no transmission as a finite neutral density.
 TEST_F(ActionList, EditsKeepTheSettingsConsistent) {
     using E = SweepEdit;
     EXPECT_EQ(Lin({1, 0, 1, 5, 0.1}, E::Increment), std::pair(11, 0.1));
@@ -184,11 +183,6 @@ TEST_F(ActionList, EditsKeepTheSettingsConsistent) {
     Rsh_Gsh(a, 0);
     EXPECT_EQ(std::pair(a.Rsh, a.Gsh), std::pair(1e30, 0.0));
     EXPECT_EQ(NeutralDensityOfTransmission(0), 30); // no light: a finite density
-    wp.power_cutoff = 1000;
-    actionPanel.first.transmission = 25;
-    UpdateIllumination(1, IntensityView::Transmission);
-    EXPECT_NEAR(wp.ND, -std::log10(0.25), 1e-12);
-    EXPECT_NEAR(wp.power_incident, 250, 1e-9);
 }
 
 TEST_F(ActionList, WorkingPointInTheCellsConventionAndSIUnits) {
@@ -213,7 +207,7 @@ TEST_F(ActionList, WorkingPointInTheCellsConventionAndSIUnits) {
     EXPECT_EQ(std::tuple(zonnecel.signV, wp.voltage), std::tuple(1, 0.5));
 }
 
-TEST_F(ActionList, MissingFilesAreCountedOrReplacedByTheirModels) {
+TEST_F(ActionList, MissingFilesAreCountedOrReplacedByTheirModelsAndAFreshWorkingPointDropsThem) {
     WriteFile(In("spectrum", "lamp.spe"), "400 1\n");
     WriteFile(In("spectrum", "AM1_5G 1 sun.spe"), "400 1\n");
     wp.spectrumFile = "lamp.spe"; // found in its folder: rewritten to the full path
@@ -281,11 +275,10 @@ TEST_F(ActionList, MissingFilesAreCountedOrReplacedByTheirModels) {
     wp.generationFromFile = 1;
     wp.generationFile = "gone.gen";
     EXPECT_EQ(std::tuple(CanAllFilesBeFound(1), wp.generationFromFile), std::tuple(1, 0));
-}
 
-TEST_F(ActionList, InitialWorkPointKeepsOnlyFilesThatExist) {
+    // A fresh working point keeps the files that exist, completed in their folders, and falls back
+    // to the standard spectrum and no problem for those that do not.
     WriteFile(In("def", "cell.def"), "layer\n");
-    WriteFile(In("spectrum", "lamp.spe"), "400 1\n");
     WorkPoint w;
     w.definitionFile = "cell.def";
     w.spectrumFile = "lamp.spe";

@@ -1,7 +1,7 @@
 // The I-V characteristic: the cell parameters of hand-made curves outside the common case (points
 // beyond the sweep, degenerate fits, equal powers, two points, the user's signs), and whole sweeps of an
 // illuminated p-n junction: the order of a two-branch sweep, the zero of the current at Voc, the balance of
-// generation and losses, the series resistance, the stop after Voc and the limits of a sweep.
+// generation and losses, the stop after Voc and the limits of a sweep.
 #include "run/sweeps/iv_sweep.h"
 
 #include <gtest/gtest.h>
@@ -287,28 +287,6 @@ TEST_F(DefectiveJunction, TheLossChannelsBalanceTheGenerationAtEveryPoint) {
     }
     // Beyond Voc the losses exceed the generation.
     EXPECT_GT((e.ivbulk[8] * 0.1 + e.ivifr[8] * 0.1 + e.ivleftcontact[8] + e.ivrightcontact[8]) / Jgen, 1.0);
-}
-
-TEST_F(IlluminatedJunction, ASeriesResistanceStretchesTheExternalAxisAndCostsFillFactorButNotVoc) {
-    const SolarCellParameters without = Sweep(0.0, 0.8, 33).parameters;
-    wp.RsPresent = 1;
-    wp.Rs = 1e-4; // 1 ohm cm2
-    const DataListElement& e = Sweep(0.0, 0.8, 33);
-    ASSERT_EQ(e.actie.IV.done, 33);
-    ExpectGrid(e.rec_v_as, 0, 0.025, 33);
-    for (size_t I = 0; I < 33; ++I)
-        EXPECT_NEAR(e.iv_as[I], e.rec_v_as[I] + 1e-4 * e.ivcurrent[I] * 10, 1e-12);
-    // The parameters are those of the external curve.
-    SolarCellParameters external;
-    const MeasuredIllumination light{1000, 0};
-    ASSERT_EQ(IVParameters(e.iv_as.data(), e.ivcurrent.data(), 33, IV_MEASUREMENT, &external, &light), 1);
-    EXPECT_NEAR(e.parameters.Voc, external.Voc, 1e-12);
-    EXPECT_NEAR(e.parameters.FF, external.FF, 1e-9);
-    // At open circuit no current flows through Rs; at the maximum power point it drops
-    // Rs J_MPP of the voltage.
-    EXPECT_NEAR(e.parameters.Voc, without.Voc, 1e-4);
-    EXPECT_NEAR(e.parameters.Jsc, without.Jsc, 0.01 * without.Jsc);
-    EXPECT_LT(e.parameters.FF, without.FF - 1.0);
 }
 
 TEST_F(IlluminatedJunction, ASweepAcrossTheWorkingPointWalksAwayFromItsStoredState) {

@@ -11,7 +11,6 @@
 #include <cmath>
 #include <memory>
 #include <tuple>
-#include <vector>
 
 #include "cell/working_settings.h"
 #include "run/control/work_point.h"
