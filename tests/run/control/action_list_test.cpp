@@ -159,7 +159,7 @@ std::pair<int, double> Log(SweepSettings s, SweepEdit edit) {
 
 // Settings that the panel keeps consistent: the points and step of a sweep after an edit, within
 // 2001 points; cut-off wavelengths of at least 1 nm; the shunt as resistance or conductance; the
-// light of no transmission as a finite neutral density.
+// light as transmission or neutral density.
 TEST_F(ActionList, EditsKeepTheSettingsConsistent) {
     using E = SweepEdit;
     EXPECT_EQ(Lin({1, 0, 1, 5, 0.1}, E::Increment), std::pair(11, 0.1));
@@ -183,6 +183,10 @@ TEST_F(ActionList, EditsKeepTheSettingsConsistent) {
     Rsh_Gsh(a, 0);
     EXPECT_EQ(std::pair(a.Rsh, a.Gsh), std::pair(1e30, 0.0));
     EXPECT_EQ(NeutralDensityOfTransmission(0), 30); // no light: a finite density
+    wp.power_cutoff = 1000;
+    actionPanel.first.transmission = 25;
+    UpdateIllumination(1, IntensityView::Transmission);
+    EXPECT_NEAR(wp.power_incident, 250, 1e-9);
 }
 
 TEST_F(ActionList, WorkingPointInTheCellsConventionAndSIUnits) {

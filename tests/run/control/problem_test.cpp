@@ -52,15 +52,18 @@ size_t MessagesHolding(size_t from, const std::string& text) {
 
 } // namespace
 
-TEST(Problem, LoadBringsTheCellInUserFormAndTheSettingsIntoTheSessionOrReportsWhyNot) {
+TEST(Problem, LoadBringsTheCellAndItsSettingsIntoTheSessionOrReportsWhyNot) {
     Home home;
     fs::copy_file(kSource + "/examples/cells/cdte.def", home / "def/cdte.def");
+    wp.Rs = 0;
     ASSERT_EQ(Laad_data_uit_file("cdte.def"), 0); // a bare name is looked for in def
-    // The cell reaches the editors as well; what it holds and its working settings are checked by
-    // the runs of the shipped examples.
     EXPECT_EQ(std::tuple(parameterset1.name, zonnecel.numberOfLayers, zonnecel.layer[0].name,
-                         current_cell.layer[2].name, current_layers[1].name, equiberekend),
-              std::tuple("cdte.def", 3, "CdTe", "SnO2", "CdS", 0));
+                         current_cell.layer[2].name, current_layers[1].name),
+              std::tuple("cdte.def", 3, "CdTe", "SnO2", "CdS"));
+    // The working settings of the file; Tfront, written after Rfront, sets it again as 1 - Tfront.
+    EXPECT_NEAR(Rfront, 0.05, 1e-12);
+    EXPECT_EQ(std::tuple(Tfront, wp.RsPresent, wp.Rs, wp.side, equiberekend),
+              std::tuple(0.95, 1, 1e-4, 1, 0));
 
     // A missing file and one that is no definition are reported and leave the cell alone.
     const size_t before = ReportedMessages().size();
