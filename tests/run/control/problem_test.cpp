@@ -74,22 +74,3 @@ TEST(Problem, LoadBringsTheCellAndItsSettingsIntoTheSessionOrReportsWhyNot) {
     EXPECT_EQ(MessagesHolding(before, "holds no layer"), 1u);
     EXPECT_EQ(std::tuple(zonnecel.numberOfLayers, zonnecel.layer[0].name), std::tuple(3, "CdTe"));
 }
-
-TEST(Problem, SavedCellLoadsBackTheSame) {
-    Home home;
-    ASSERT_EQ(Laad_data_uit_file(kSource + "/examples/cells/graded_cigs.def"), 0);
-    const CellDefinition before = zonnecel;
-    ASSERT_EQ(SaveDefinitionFileToPath("copy.def"), 0);
-    CreateNewProblem();
-    EXPECT_EQ(zonnecel.numberOfLayers, 0);
-    ASSERT_EQ(Laad_data_uit_file("copy.def"), 0);
-    ASSERT_EQ(zonnecel.numberOfLayers, before.numberOfLayers);
-    const MaterialParameters &a = before.layer[0].material, &b = zonnecel.layer[0].material;
-    EXPECT_EQ(b.Eg.law, LAW_PARABOLIC);
-    EXPECT_NEAR(b.Eg.lawPar1, a.Eg.lawPar1, 1e-9);
-    EXPECT_NEAR(b.Na.rightValue, a.Na.rightValue, 1e-6 * a.Na.rightValue);
-    EXPECT_NEAR(zonnecel.layer[0].srh[1][0].sigma_p, before.layer[0].srh[1][0].sigma_p, 1e-30);
-    EXPECT_EQ(std::tuple(zonnecel.layer[0].srhteller, zonnecel.interface[0].defect[0].energy.reference,
-                         zonnecel.voltageAppliedTo),
-              std::tuple(2, 4, -1));
-}

@@ -181,7 +181,7 @@ TEST(MottSchottky, ApparentDopingOfAnIdealOneSidedJunctionAndNoneWithoutAWindow)
 }
 
 TEST_F(Sweeps, CvSweepGivesTheDopingOfTheLightSideMergesIntoTheIVCurveAndKeepsThePointsBeforeACut) {
-    const double Na = 1e22, Nd = 1e24;
+    const double Na = 1e22;
     auto d = Junction(-1.0);
     wp.frequency = 1e4;
     Actie a;
@@ -193,19 +193,6 @@ TEST_F(Sweeps, CvSweepGivesTheDopingOfTheLightSideMergesIntoTheIVCurveAndKeepsTh
         EXPECT_NEAR(e.cvN[k] / (Na * 1e-6), 1.0, 0.03) << "V = " << e.cv_as[k];
         EXPECT_NEAR(e.iv_as[k], e.cv_as[k], 1e-12);
     }
-    // The intercept of the least-squares line of 1/C^2 against V.
-    double sx = 0, sy = 0, sxx = 0, sxy = 0;
-    for (size_t k = 0; k < 11; ++k) {
-        const double y = 1 / (e.cvcap[k] * e.cvcap[k]);
-        std::tie(sx, sy, sxx, sxy) =
-            std::tuple(sx + e.cv_as[k], sy + y, sxx + e.cv_as[k] * e.cv_as[k], sxy + e.cv_as[k] * y);
-    }
-    const double slope = (11 * sxy - sx * sy) / (11 * sxx - sx * sx), V0 = -(sy - slope * sx) / 11 / slope;
-    const double Vbi = kT * std::log(Na * Nd / Material{}.ni2());
-    // Depletion theory puts the intercept at Vbi - 2kT/q (the majority-carrier tails at the edges of
-    // the depleted region); the Debye tail of the n+ side makes the slope about 2 % steeper, which
-    // moves the extrapolation over 1.5 V down by a few kT more.
-    EXPECT_TRUE(V0 < Vbi - kT && V0 > Vbi - 4 * kT) << V0 << " against Vbi " << Vbi;
     EXPECT_LT(e.ivcurrent[0], 0.0) << "a reverse-biased diode draws a small negative current";
 
     // A state that fails from the next step on: C-f refuses it, C-V keeps the points before the cut.
