@@ -64,7 +64,6 @@ protected:
         a.CV = {1, start, stop, points, 0};
         AppendDataListElement(1, a, wp);
         EXPECT_EQ(calccv(cv, a, mode), 1);
-        EXPECT_EQ(a.CV.done, pointer_naar_huidige()->actie.CV.done);
         return *pointer_naar_huidige();
     }
     std::vector<std::string> Written(const std::function<int(int, TextFile*)>& writer) {

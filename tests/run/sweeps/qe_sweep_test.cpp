@@ -153,9 +153,6 @@ TEST_F(QESweep, ALinearCellsQEIsItsCurrentWhateverTheLightAndIsCutAtAFailedWavel
     const DataListElement& e = Sweep(280, stop, points);
     ASSERT_EQ(std::tuple(e.actie.QE.done, e.qe_as.size()), std::tuple(points, At(points)));
     EXPECT_EQ(std::tuple(e.qe_as.front(), e.qe_as.back()), std::tuple(280.0, stop));
-    // Partial absorption: the QE falls towards the gap.
-    EXPECT_TRUE(e.qe[At(points / 4)] > 60 && e.qe.back() < 10) << e.qe[At(points / 4)] << " " << e.qe.back();
-    EXPECT_GT(e.qe[At(points / 4)], e.qe[At(3 * points / 4)] + 20);
 
     // q times the photons of every line of the shipped spectrum below the gap times the QE there.
     std::ifstream in(kSpectrum);
