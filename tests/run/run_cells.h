@@ -4,10 +4,7 @@
 
 #include <gtest/gtest.h>
 
-#include <fstream>
-#include <sstream>
 #include <string>
-#include <vector>
 
 #include "platform/messages.h"
 #include "support/temp_folder.h"

@@ -2,7 +2,6 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <memory>
 #include <string>
 #include <tuple>
 
@@ -13,12 +12,14 @@
 #include "run/control/driver.h"
 #include "run/control/problem.h"
 #include "run/control/work_point.h"
+#include "run/run_cells.h"
 #include "setup/generation.h"
 #include "setup/parameter_sets.h"
 #include "support/temp_folder.h"
 
 namespace fs = std::filesystem;
 using namespace tervo;
+using tervo::run_test::Keep;
 
 namespace {
 
@@ -28,29 +29,18 @@ const std::string kSource = TERVO_SOURCE_DIR;
 // the cell's mesh, light and contact settings do not leak into the tests that follow.
 struct Home : test::TempFolder {
     const std::string project = GetProjectDir();
-    const MeshSettings mesh = meshSettings;
-    const MottSchottkySettings mottSchottky = NW;
-    const WorkPoint workPoint = wp;
-    const double front[2] = {Rfront, Tfront};
-    const std::unique_ptr<InputParameters> problem = std::make_unique<InputParameters>(parameterset1);
-    const std::unique_ptr<CellDefinition> cells[2] = {std::make_unique<CellDefinition>(zonnecel),
-                                                      std::make_unique<CellDefinition>(current_cell)};
+    Keep<MeshSettings> mesh{meshSettings};
+    Keep<MottSchottkySettings> mottSchottky{NW};
+    Keep<WorkPoint> workPoint{wp};
+    Keep<double> reflection{Rfront}, transmission{Tfront};
+    Keep<InputParameters> problem{parameterset1};
+    Keep<CellDefinition> cell{zonnecel}, editorCell{current_cell};
     Home() {
         for (const char* d : {"def", "absorption", "filter", "grading"}) fs::create_directories(path / d);
         SetProjectDir(path.string());
         ErrorMessageMode = 2;
     }
-    ~Home() {
-        SetProjectDir(project);
-        meshSettings = mesh;
-        NW = mottSchottky;
-        wp = workPoint;
-        Rfront = front[0];
-        Tfront = front[1];
-        parameterset1 = *problem;
-        zonnecel = *cells[0];
-        current_cell = *cells[1];
-    }
+    ~Home() { SetProjectDir(project); }
 };
 
 size_t MessagesHolding(size_t from, const std::string& text) {
@@ -62,19 +52,14 @@ size_t MessagesHolding(size_t from, const std::string& text) {
 
 } // namespace
 
-TEST(Problem, LoadBringsTheCellInUserFormAndTheSettingsIntoTheSessionOrReportsWhyNot) {
+TEST(Problem, LoadBringsTheCellAndItsSettingsIntoTheSessionOrReportsWhyNot) {
     Home home;
     fs::copy_file(kSource + "/examples/cells/cdte.def", home / "def/cdte.def");
     wp.Rs = 0;
     ASSERT_EQ(Laad_data_uit_file("cdte.def"), 0); // a bare name is looked for in def
-    const LayerParameters& cdte = zonnecel.layer[0];
-    EXPECT_EQ(std::tuple(parameterset1.name, zonnecel.numberOfLayers, cdte.name, current_cell.layer[2].name,
-                         current_layers[1].name),
+    EXPECT_EQ(std::tuple(parameterset1.name, zonnecel.numberOfLayers, zonnecel.layer[0].name,
+                         current_cell.layer[2].name, current_layers[1].name),
               std::tuple("cdte.def", 3, "CdTe", "SnO2", "CdS"));
-    // In user units: µm, /cm^3, cm^2/Vs, cm^2, cm/s.
-    EXPECT_EQ(std::tuple(cdte.material.d, cdte.material.Na.leftValue, cdte.material.mu_n.leftValue,
-                         cdte.srh[0][0].sigma_n, zonnecel.leftContact.Sn),
-              std::tuple(4.0, 2e14, 320.0, 1e-13, 1e7));
     // The working settings of the file; Tfront, written after Rfront, sets it again as 1 - Tfront.
     EXPECT_NEAR(Rfront, 0.05, 1e-12);
     EXPECT_EQ(std::tuple(Tfront, wp.RsPresent, wp.Rs, wp.side, equiberekend),
@@ -88,23 +73,4 @@ TEST(Problem, LoadBringsTheCellInUserFormAndTheSettingsIntoTheSessionOrReportsWh
     EXPECT_EQ(Laad_data_uit_file("garbage.def"), -1);
     EXPECT_EQ(MessagesHolding(before, "holds no layer"), 1u);
     EXPECT_EQ(std::tuple(zonnecel.numberOfLayers, zonnecel.layer[0].name), std::tuple(3, "CdTe"));
-}
-
-TEST(Problem, SavedCellLoadsBackTheSame) {
-    Home home;
-    ASSERT_EQ(Laad_data_uit_file(kSource + "/examples/cells/graded_cigs.def"), 0);
-    const CellDefinition before = zonnecel;
-    ASSERT_EQ(SaveDefinitionFileToPath("copy.def"), 0);
-    CreateNewProblem();
-    EXPECT_EQ(zonnecel.numberOfLayers, 0);
-    ASSERT_EQ(Laad_data_uit_file("copy.def"), 0);
-    ASSERT_EQ(zonnecel.numberOfLayers, before.numberOfLayers);
-    const MaterialParameters &a = before.layer[0].material, &b = zonnecel.layer[0].material;
-    EXPECT_EQ(b.Eg.law, LAW_PARABOLIC);
-    EXPECT_NEAR(b.Eg.lawPar1, a.Eg.lawPar1, 1e-9);
-    EXPECT_NEAR(b.Na.rightValue, a.Na.rightValue, 1e-6 * a.Na.rightValue);
-    EXPECT_NEAR(zonnecel.layer[0].srh[1][0].sigma_p, before.layer[0].srh[1][0].sigma_p, 1e-30);
-    EXPECT_EQ(std::tuple(zonnecel.layer[0].srhteller, zonnecel.interface[0].defect[0].energy.reference,
-                         zonnecel.voltageAppliedTo),
-              std::tuple(2, 4, -1));
 }

@@ -9,8 +9,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cmath>
-#include <filesystem>
 #include <fstream>
 #include <memory>
 #include <sstream>
@@ -141,7 +139,9 @@ protected:
     }
 };
 
-TEST_F(QESweep, TheFluxWeightedQEOfALinearCellIsItsShortCircuitCurrent) {
+// One run of a linear cell: its QE adds up to the short-circuit current, does not change with the bias
+// light, the probe or a generation file, and is cut where a wavelength does not converge.
+TEST_F(QESweep, ALinearCellsQEIsItsCurrentWhateverTheLightAndIsCutAtAFailedWavelength) {
     Run(kLinearCell, Action(false));
     const double Jsc = pointer_naar_huidige()->parameters.Jsc;
     ASSERT_GT(Jsc, 5.0);
@@ -153,9 +153,6 @@ TEST_F(QESweep, TheFluxWeightedQEOfALinearCellIsItsShortCircuitCurrent) {
     const DataListElement& e = Sweep(280, stop, points);
     ASSERT_EQ(std::tuple(e.actie.QE.done, e.qe_as.size()), std::tuple(points, At(points)));
     EXPECT_EQ(std::tuple(e.qe_as.front(), e.qe_as.back()), std::tuple(280.0, stop));
-    // Partial absorption: the QE falls towards the gap.
-    EXPECT_TRUE(e.qe[At(points / 4)] > 60 && e.qe.back() < 10) << e.qe[At(points / 4)] << " " << e.qe.back();
-    EXPECT_GT(e.qe[At(points / 4)], e.qe[At(3 * points / 4)] + 20);
 
     // q times the photons of every line of the shipped spectrum below the gap times the QE there.
     std::ifstream in(kSpectrum);
@@ -172,18 +169,7 @@ TEST_F(QESweep, TheFluxWeightedQEOfALinearCellIsItsShortCircuitCurrent) {
     EXPECT_NEAR(J / Jsc, 1.0, 0.01) << "J from QE " << J << ", Jsc " << Jsc;
 
     EXPECT_TRUE(ReportedMessages().empty());
-}
 
-TEST_F(QESweep, AThickAbsorberCollectsEveryPhotonAboveTheGapAndNoneBelow) {
-    Run(Cell("5e-6", "1e-6", "1e9"), Action(false));
-    const std::vector<double> above = QEAt(400, kGapWavelength - 0.5, 8);
-    for (size_t i = 0; i < above.size(); ++i) EXPECT_NEAR(above[i], 100, 1) << i;
-    const std::vector<double> below = QEAt(kGapWavelength + 1, 1200, 2);
-    for (const double qe : below) EXPECT_NEAR(qe, 0, 1e-3);
-}
-
-TEST_F(QESweep, ForALinearCellNeitherTheBiasLightNorTheProbeNorAGenerationFileChangesTheQE) {
-    Run(kLinearCell, Action(false));
     const std::vector<double> reference = QEAt(450, 750, 2);
     auto expectSame = [&](const std::vector<double>& qe) {
         for (size_t i = 0; i < 2; ++i) EXPECT_NEAR(qe[i] / reference[i], 1, 1e-3) << i;
@@ -199,37 +185,13 @@ TEST_F(QESweep, ForALinearCellNeitherTheBiasLightNorTheProbeNorAGenerationFileCh
     expectSame(QEAt(450, 750, 2));
     generatieparameters.numberOfPhotons = 1e19;
 
-    // The same QE around the dark state, where the probe is the only light.
-    wis_alles();
-    Run(kLinearCell, Action(true));
-    EXPECT_EQ(JWorkingPoint, 0);
-    expectSame(QEAt(450, 750, 2));
-
-    // Under a generation file the probe is added and taken away again.
-    wis_alles();
-    test::WriteFile(home / "generation/uniform.gen", "x (um)\tG (/m3s)\n0\t6e26\n5\t6e26\n");
-    Run(kLinearCell, Action(false, "uniform.gen"));
-    ASSERT_EQ(Generation_Mode, 1);
-    expectSame(QEAt(450, 750, 2));
-    // The bias record holds the file's profile on the final mesh, without any probe in it; the state
-    // reads the bias light again.
-    CalculationVariables& cv = currentCalcVars;
-    EXPECT_EQ(std::tuple(cv.generation, cv.monochromatic, cv.illumination),
-              std::tuple(&generatieparameters, nullptr, nullptr));
-    auto fresh = std::make_unique<GenerationParameters>();
-    ASSERT_EQ(bereken_generatie_uit_file(cv, *fresh, 0, wp.generationFile, wp.attenuation), 1);
-    for (int j = 0; j < cv.mesh.n_points; ++j)
-        EXPECT_NEAR(generatieparameters.G[At(j)], fresh->G[At(j)], 1e-12 * fresh->G[At(j)]) << j;
-}
-
-TEST_F(QESweep, AWavelengthThatDoesNotConvergeCutsTheCurve) {
-    Run(kLinearCell, Action(false));
     ConvergenceParameters& c = currentCalcVars.parameters->convergence;
     const int maxiter = c.maxiter;
-    auto expectEmpty = [](const DataListElement& e) {
+    auto expectEmpty = [](const DataListElement& none) {
         const std::vector<double> zeros(3, 0.0);
-        EXPECT_EQ(std::tuple(QEConvergenceFailure, e.actie.QE.done, e.actie.QE.points, e.qe_as, e.qe),
-                  std::tuple(1, 0, 3, zeros, zeros));
+        EXPECT_EQ(
+            std::tuple(QEConvergenceFailure, none.actie.QE.done, none.actie.QE.points, none.qe_as, none.qe),
+            std::tuple(1, 0, 3, zeros, zeros));
     };
 
     // No solve can end within one pass: the first wavelength fails and there is no curve.
@@ -262,6 +224,36 @@ TEST_F(QESweep, AWavelengthThatDoesNotConvergeCutsTheCurve) {
     ClearReportedMessages();
     expectEmpty(Sweep(500, 600, 3));
     EXPECT_TRUE(ReportedMessages().empty());
+
+    // The same QE around the dark state, where the probe is the only light.
+    wis_alles();
+    Run(kLinearCell, Action(true));
+    EXPECT_EQ(JWorkingPoint, 0);
+    expectSame(QEAt(450, 750, 2));
+
+    // Under a generation file the probe is added and taken away again.
+    wis_alles();
+    test::WriteFile(home / "generation/uniform.gen", "x (um)\tG (/m3s)\n0\t6e26\n5\t6e26\n");
+    Run(kLinearCell, Action(false, "uniform.gen"));
+    ASSERT_EQ(Generation_Mode, 1);
+    expectSame(QEAt(450, 750, 2));
+    // The bias record holds the file's profile on the final mesh, without any probe in it; the state
+    // reads the bias light again.
+    CalculationVariables& cv = currentCalcVars;
+    EXPECT_EQ(std::tuple(cv.generation, cv.monochromatic, cv.illumination),
+              std::tuple(&generatieparameters, nullptr, nullptr));
+    auto fresh = std::make_unique<GenerationParameters>();
+    ASSERT_EQ(bereken_generatie_uit_file(cv, *fresh, 0, wp.generationFile, wp.attenuation), 1);
+    for (int j = 0; j < cv.mesh.n_points; ++j)
+        EXPECT_NEAR(generatieparameters.G[At(j)], fresh->G[At(j)], 1e-12 * fresh->G[At(j)]) << j;
+}
+
+TEST_F(QESweep, AThickAbsorberCollectsEveryPhotonAboveTheGapAndNoneBelow) {
+    Run(Cell("5e-6", "1e-6", "1e9"), Action(false));
+    const std::vector<double> above = QEAt(400, kGapWavelength - 0.5, 8);
+    for (size_t i = 0; i < above.size(); ++i) EXPECT_NEAR(above[i], 100, 1) << i;
+    const std::vector<double> below = QEAt(kGapWavelength + 1, 1200, 2);
+    for (const double qe : below) EXPECT_NEAR(qe, 0, 1e-3);
 }
 
 } // namespace
