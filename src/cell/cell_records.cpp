@@ -4,6 +4,7 @@
 #include <numbers>
 
 #include "cell/definition_file.h"
+#include "platform/messages.h"
 
 namespace tervo {
 
@@ -217,6 +218,21 @@ void InitialiseLayerParameters(LayerParameters& p, int layer, int isNew) {
         InitialiseMetaStableDefectParameters(meta);
         meta.layer = layer;
     }
+}
+
+int LimitDefectDiscretisations(int value) {
+    if (value > MAX_DEFECT_DISCRETISATIONS) {
+        TERVOErrorMessage(
+            "Warning", "The maximum number of discretisationlevels for distributed defects is limited to " +
+                           std::to_string(MAX_DEFECT_DISCRETISATIONS) + " levels.");
+        return MAX_DEFECT_DISCRETISATIONS;
+    }
+    if (value < 2) {
+        TERVOErrorMessage("Warning",
+                          "The number of discretisationlevels for distributed defects should higher than 1.");
+        return 1;
+    }
+    return value;
 }
 
 void InitialiseConvergenceParameters(ConvergenceParameters& p) {

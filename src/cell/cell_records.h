@@ -479,6 +479,13 @@ void InitialiseMetaStableDefectParameters(MetaStableDefectParameters& p);
 void InitialiseContactParameters(ContactParameters& p, int side); // side -1 left, +1 right
 void InitialiseLayerParameters(LayerParameters& p, int layer, int isNew);
 void InitialiseConvergenceParameters(ConvergenceParameters& p);
+
+// Samples of the energy axis of a distributed defect: at most 100.
+inline constexpr int MAX_DEFECT_DISCRETISATIONS = 100;
+
+// The setting `defectdiscretisations` as it is entered: above 100 samples it becomes 100, below 2 it
+// becomes 1, each with a warning.
+int LimitDefectDiscretisations(int value);
 void InitialiseCellDefinition(CellDefinition& p);
 void InitialiseInputParameters(InputParameters& p); // also resets the remarks to "new problem"
 

@@ -57,7 +57,10 @@ constexpr auto kConvergenceKeys = std::to_array<Entry>({
              c.maxiter_psi_start = c.maxiter_psi = c.maxiter_u = c.maxiter_v = c.maxiter;
      }},
     {"defectdiscretisations", NoCase,
-     [](DefReader& r, DefReader&) { r.Integer(r.P.convergence.defectdiscretisations); }},
+     [](DefReader& r, DefReader&) {
+         int& n = r.P.convergence.defectdiscretisations;
+         if (r.Integer(n)) n = LimitDefectDiscretisations(n);
+     }},
     {"widthtail", NoCase, [](DefReader& r, DefReader&) { r.Number(r.P.convergence.widthtail); }},
     {"widthgauss", NoCase, [](DefReader& r, DefReader&) { r.Number(r.P.convergence.widthgauss); }},
     {"TunnelMassChoice", NoCase,

@@ -358,6 +358,9 @@ void EvaluateInUserUnits(Profile& p, const double* abscissae, double* results, i
     if (p.law == LAW_FROM_FILE) Convert_m_To_cm_Units(p, results, n);
 }
 
+// The end values are kept on the user form of the cell, whose d is in µm like the positions of a
+// grading file: 0, d/2 and d are the front, middle and back of the layer in the file's own unit, and
+// relative positions are scaled by the same µm.
 void UpdateEndValues(Profile& p, const LayerParameters& layer) {
     const double d = layer.material.d;
     p.thickness = d;

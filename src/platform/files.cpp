@@ -33,14 +33,34 @@ DateTime FromTimeT(std::time_t t) {
 
 } // namespace
 
+namespace {
+
+int FileSizeStatusOf(const std::error_code& ec) {
+    if (ec == std::errc::no_such_file_or_directory || ec == std::errc::not_a_directory)
+        return FILESIZE_NOT_FOUND;
+    if (ec == std::errc::permission_denied || ec == std::errc::operation_not_permitted)
+        return FILESIZE_ACCESS_DENIED;
+    if (ec == std::errc::not_enough_memory) return FILESIZE_NO_MEMORY;
+    if (ec == std::errc::filename_too_long || ec == std::errc::invalid_argument ||
+        ec == std::errc::is_a_directory)
+        return FILESIZE_INVALID_PATH;
+    return FILESIZE_IO_ERROR;
+}
+
+} // namespace
+
 int GetFileSize(const std::string& path, long long& size) {
     size = 0;
+    if (path.empty()) return FILESIZE_INVALID_PATH;
     std::error_code ec;
-    if (!fs::is_regular_file(path, ec)) return -1;
+    const fs::file_status status = fs::status(path, ec);
+    if (ec) return FileSizeStatusOf(ec);
+    if (!fs::exists(status)) return FILESIZE_NOT_FOUND;
+    if (!fs::is_regular_file(status)) return FILESIZE_INVALID_PATH;
     const auto bytes = fs::file_size(path, ec);
-    if (ec) return -1;
+    if (ec) return FileSizeStatusOf(ec);
     size = static_cast<long long>(bytes);
-    return 0;
+    return FILESIZE_OK;
 }
 
 bool FileExists(const std::string& path) {

@@ -10,7 +10,17 @@ struct DateTime {
     int hours = 0, minutes = 0, seconds = 0;
 };
 
-// 0 and the size in bytes when the file exists; -1 when it does not (size then 0).
+// Why the size of a file could not be had.
+enum FileSizeStatus : int {
+    FILESIZE_OK = 0,
+    FILESIZE_NOT_FOUND = -1,     // no such file, or a folder of the path missing
+    FILESIZE_IO_ERROR = -2,      // the system could not read what it found
+    FILESIZE_NO_MEMORY = -3,     // the system ran out of memory on the way
+    FILESIZE_INVALID_PATH = -4,  // a path no file can have: a folder, an empty or overlong name
+    FILESIZE_ACCESS_DENIED = -5, // the file or a folder of the path may not be read
+};
+
+// FILESIZE_OK and the size in bytes when the file exists, else one of the statuses above (size 0).
 int GetFileSize(const std::string& path, long long& size);
 bool FileExists(const std::string& path);
 

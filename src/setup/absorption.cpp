@@ -472,10 +472,18 @@ int GetGenerationFromFile(const std::string& file, double attenuation, std::vect
     }
     const std::string path = MakeFullPath(file, DATAFILE_GENERATION);
     long long size = 0;
-    if (GetFileSize(path, size) != 0) {
-        TERVOErrorMessage("Error trying to get the filesize of the generation file G(x)",
-                          "Path of the generation file: " + path +
-                              "\nFile not found or directory in path not found");
+    if (const int status = GetFileSize(path, size); status != FILESIZE_OK) {
+        static const std::pair<int, const char*> reasons[] = {
+            {FILESIZE_NOT_FOUND, "File not found or directory in path not found"},
+            {FILESIZE_IO_ERROR, "General I/O error occurred"},
+            {FILESIZE_NO_MEMORY, "Insufficient memory to complete the operation"},
+            {FILESIZE_INVALID_PATH, "Invalid path; for example, c:filename"},
+            {FILESIZE_ACCESS_DENIED, "Access denied"}};
+        std::string text =
+            FmtStr("%s<Path of the generation file: %s\nReturn status from GetFileSize(): %i", path, status);
+        for (const auto& [code, reason] : reasons)
+            if (status == code) text = FmtStr("%s<Path of the generation file: %s\n%s", path, reason);
+        TERVOErrorMessage("Error trying to get the filesize of the generation file G(x)", text);
         return -1;
     }
     const std::string title = "Error trying to read the generation file G(x)";
@@ -549,7 +557,8 @@ namespace tervo {
 // ---------------------------------------------------------------------------------------------------
 // Optical capture of defects.
 
-void ReadOpticalCaptureParameters(InputParameters& input) {
+void ReadOpticalCaptureParameters(InputParameters& input, double temperature) {
+    const double kT = KT_300 * temperature / 300;
     CellDefinition& cell = input.cellParas;
     const int layers = std::clamp(cell.numberOfLayers, 0, MAX_LAYERS);
     for (int j = 0; j < layers; ++j) {
@@ -560,12 +569,13 @@ void ReadOpticalCaptureParameters(InputParameters& input) {
             const int K = std::clamp(levels[0].numberOfLevels, 1, MAX_LEVELS);
             for (int k = 0; k < K; ++k) {
                 BulkRecombinationParameters& level = levels[At(k)];
-                // Distance of the level to the valence band, at the left edge of the layer.
+                // Distance of the level to the valence band, at the left edge of the layer, from the
+                // level's own energy reference; the intrinsic level at the working temperature.
                 const double Eg = m.Eg.leftValue;
                 double Et = level.energy.Et;
-                if (levels[0].energy.reference == 1)
-                    Et += 0.5 * Eg + 0.5 * KT_300 * std::log(m.Nv.leftValue / m.Nc.leftValue);
-                else if (levels[0].energy.reference == 2)
+                if (level.energy.reference == 1)
+                    Et += 0.5 * Eg + 0.5 * kT * std::log(m.Nv.leftValue / m.Nc.leftValue);
+                else if (level.energy.reference == 2)
                     Et = Eg - Et;
                 for (const bool electrons : {true, false}) {
                     OpticalCaptureProperties& o = electrons ? level.optCaptElectrons : level.optCaptHoles;
@@ -616,11 +626,12 @@ void InterpolateOpticalCaptureProperties(OpticalCaptureProperties& o, const doub
         o.firstWavelength = 0;
         return;
     }
+    // On the logarithm of sigma, but linear on an interval with an end at 0: a table that ends in 0
+    // at the threshold falls to 0 there instead of to 1e-10 of its neighbour.
     std::vector<double> sigmas(At(last - first + 1)), grid(At(last - first + 1));
     for (int k = first; k <= last; ++k) {
         grid[At(k - first)] = wavelengths[k];
-        sigmas[At(k - first)] =
-            LogInterpolateFromTable(wavelengths[k], o.wavelengths.data(), o.sigmas.data(), count);
+        LogInterp(o.wavelengths.data(), o.sigmas.data(), count, wavelengths[k], sigmas[At(k - first)]);
     }
     o.wavelengths = std::move(grid);
     o.sigmas = std::move(sigmas);

@@ -99,8 +99,9 @@ int bereken_generatie_uit_file(CalculationVariables& cv, GenerationParameters& g
 // wavelength.  The model gives for a level E0 from its band (the conduction band for electrons, the
 // valence band for holes) 50 wavelengths up to the threshold 1239.977/E0 with
 // sigma = 9.3e-21 (Eeff/E0)^2 / (E0 m*/m0 n) (x - 1)^(3/2) / x^3, x = hv/E0.  Carriers whose optical
-// capture is off lose their table.  A file that cannot be read is reported and leaves no table.
-void ReadOpticalCaptureParameters(InputParameters& input);
+// capture is off lose their table.  A file that cannot be read is reported and leaves no table.  A
+// level given above the intrinsic level is placed with kT at `temperature` (K).
+void ReadOpticalCaptureParameters(InputParameters& input, double temperature);
 
 // Reduces a table of optical cross sections to the wavelengths of the spectrum (n values, rising)
 // that lie within it, interpolated on the logarithm; `firstWavelength` becomes the index in the

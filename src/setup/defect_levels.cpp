@@ -68,19 +68,6 @@ void CarryOver(const std::vector<double>& oldValues, const MeshArray& oldX, int 
     }
 }
 
-// The share of a level's total density that the trapezoid sum over its samples holds: the sum of the
-// sample weights times the peak density of a total of one at each sample energy.  The exact
-// distribution integrates to one, but coarse steps over a steep tail overshoot it (seven samples over
-// seven widths give about 1.11), and a truncated Gaussian falls slightly short.
-double DiscretisedShare(const BulkRecombinationParameters& level, const EnergyAxis& axis, int n) {
-    const int type = DistributionTypeOnScale(level.energy.type, level.energy.reference, false);
-    double share = 0;
-    for (int m = 0; m < n; ++m)
-        share += TrapezoidWeight(axis, n, m, level.energy.type) * level.energy.peakToTotal *
-                 EnergyDistributionWeight(type, axis.E[At(m)], level.energy.Et, level.energy.Ekar);
-    return share;
-}
-
 void MarkBuilt(CalculationVariables& cv) {
     RecombinationData& r = cv.recombination;
     r.builtPoints = MeshPoints(cv);
@@ -126,21 +113,6 @@ EnergyAxis bereken_energie_as(int type, double W, double Et, int n, double width
         axis.dE[At(k)] = k + 1 < n ? dE : 0.0;
     }
     return axis;
-}
-
-int LimitDefectDiscretisations(int value) {
-    if (value > MAX_ENERGY_POINTS) {
-        TERVOErrorMessage(
-            "Warning", "The maximum number of discretisationlevels for distributed defects is limited to " +
-                           std::to_string(MAX_ENERGY_POINTS) + " levels.");
-        return MAX_ENERGY_POINTS;
-    }
-    if (value < 2) {
-        TERVOErrorMessage("Warning",
-                          "The number of discretisationlevels for distributed defects should higher than 1.");
-        return 1;
-    }
-    return value;
 }
 
 double EnergyDistributionWeight(int type, double E, double Ec, double W) {
@@ -272,15 +244,12 @@ void CreateRecdataStructures(CalculationVariables& cv, const RecombinationData* 
                     CarryOver(o.g_n_max, old->builtX, o.first, data.g_n_max, cv.mesh.x, first);
                     CarryOver(o.g_p_max, old->builtX, o.first, data.g_p_max, cv.mesh.x, first);
                 }
-                // The user gives the total density of a distributed level: the sampled densities are
-                // scaled so that their trapezoid sum over the axis is exactly that total, whatever
-                // the number of samples.  One sample spans no interval and holds nothing to scale.
-                if (type != EDIST_SINGLE && n >= 2) {
-                    const double share = DiscretisedShare(level, axis, n);
-                    if (share > 0)
-                        for (RecLevelData& data : samples)
-                            for (double& Nt : data.Nt) Nt /= share;
-                }
+                // Each sample holds the density of the distribution at its energy, Ntotal times the
+                // peak-to-total factor times w(E), and the recombination sums the samples by the
+                // trapezoid rule.  That sum is the total the user gave only as far as the sampling
+                // resolves the distribution: seven samples over the seven widths of a tail hold about
+                // 1.11 times it (the steps of 7/6 of a width overshoot the exponential), a Gaussian
+                // over six widths within 1e-4 of it, a uniform band exactly the total.
             }
         }
     }

@@ -21,10 +21,6 @@ namespace tervo {
 // with no step.
 EnergyAxis bereken_energie_as(int type, double W, double Et, int n, double widthtail, double widthgauss);
 
-// The setting `defectdiscretisations` as it may be entered: above 100 samples it becomes 100, below 2
-// it becomes 1, each with a warning.
-int LimitDefectDiscretisations(int value);
-
 // Relative density of a distribution at energy E for centre or edge Ec and width W: 1 for a single
 // level and a uniform band, exp(-(E - Ec)^2 / W^2) for a Gaussian, exp((E - Ec)/W) for a
 // conduction-band tail, exp(-(E - Ec)/W) for a valence-band tail.

@@ -175,7 +175,7 @@ struct IfrDcTerms {
 };
 
 // Points of the energy axis of one distributed level.
-inline constexpr int MAX_ENERGY_POINTS = 100;
+inline constexpr int MAX_ENERGY_POINTS = MAX_DEFECT_DISCRETISATIONS;
 
 // The sampling of a level's energy distribution: energies E[k] (eV, in the reference of the level)
 // and the steps dE[k] = |E[k+1] - E[k]| of the trapezoid rule.  A single level has one point and no

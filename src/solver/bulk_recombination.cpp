@@ -167,6 +167,10 @@ void CalculateGnpMax(CalculationVariables& cv, int count, int first, RecLevelDat
             continue;
         // A photon absorbed by an occupied level lifts its electron into the conduction band; one
         // absorbed by an empty level lifts an electron from the valence band into it, a hole emitted.
+        // So the electron cross section, whose model threshold is the distance Eg - Et to the
+        // conduction band, drives the optical emission of electrons g_n from the occupied share, and
+        // the hole cross section (threshold Et) that of holes g_p from the empty share: paired the
+        // other way round, a level would emit electrons under photons below its electron threshold.
         const bool e = HasData(electrons) && l >= electrons.firstWavelength &&
                        l < electrons.firstWavelength + electrons.count;
         const bool h =

@@ -171,7 +171,9 @@ void ifrdcbijdrage_een_niveau_tunnel(CalculationVariables& cv, IfrLevelData& dat
     out.dRp_left_dv_left[J] = FL * (1 - tpL * cpL / D) * f * Nt * cpL * kL;
     out.dRp_left_dv_right[J] = -FR * (cpR / D) * tpL * f * Nt * cpL * kL;
     // More electrons fill the trap and so raise its hole capture: these cross derivatives are
-    // positive, like those of the electron rates by v.
+    // positive, like those of the electron rates by v.  They are the derivatives of Rp_left and
+    // Rp_right as written above; with a minus sign the Jacobian would disagree with its own residual
+    // and the Newton steps at a trapped interface would go astray.
     out.dRp_left_du_left[J] = EL * tpL * g * Nt * cnL * cpL * kL / D;
     out.dRp_left_du_right[J] = ER * tpL * g * Nt * cnR * cpL * kL / D;
     out.dRp_right_dv_right[J] = FR * (1 - tpR * cpR / D) * f * Nt * cpR * kR;

@@ -214,6 +214,14 @@ TEST(DefinitionFileBadInput, MissingTruncatedIncompleteOverfullAndUnreadableFile
     ExpectExact(p.convergence.maxiter, 99, p.convergence.maxiter_v, 99);
     // Binary garbage: refused, no crash; what it says is free.
     Reported([&] { EXPECT_EQ(Read(Put(dir, "bin.def", binary), p, s), -1); });
+    // Energy samples of distributed defects beyond their limit are clamped where they are read.
+    const std::string samples =
+        "convergence\n\ndefectdiscretisations : 250\n\n" + body + "internal Rfront : 0";
+    const auto clamped = Reported([&] { EXPECT_EQ(Read(Put(dir, "samples.def", samples), p, s), 1); });
+    ASSERT_EQ(clamped.size(), 1u);
+    EXPECT_EQ(clamped[0].text,
+              "The maximum number of discretisationlevels for distributed defects is limited to 100 levels.");
+    EXPECT_EQ(p.convergence.defectdiscretisations, 100);
 }
 
 // The readers for batch use give the same cell and leave the session's remarks alone.

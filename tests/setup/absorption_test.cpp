@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <filesystem>
 #include <memory>
 #include <string>
 #include <utility>
@@ -342,6 +343,17 @@ TEST_F(AbsorptionTest, GenerationFileIsPutOnTheMesh) {
     const std::string big = Write("big.gen", many);
     EXPECT_EQ(bereken_generatie_uit_file(*cell.cv, *cell.gp, 0, big, 100), 0);
     EXPECT_TRUE(Reported("The generation file '" + big + "' contains too many 1001(>1000) points."));
+    // A file that cannot be sized says why: one that is not there, and a folder in its place.
+    std::filesystem::create_directories(dir / "folder.gen");
+    for (const auto& [name, reason] : {std::pair{"gone.gen", "File not found or directory in path not found"},
+                                       std::pair{"folder.gen", "Invalid path; for example, c:filename"}}) {
+        ClearReportedMessages();
+        EXPECT_EQ(bereken_generatie_uit_file(*cell.cv, *cell.gp, 0, dir / name, 100), 0);
+        EXPECT_TRUE(Reported("Error trying to get the filesize of the generation file G(x)\nPath of the "
+                             "generation file: " +
+                             (dir / name) + "\n" + reason))
+            << name;
+    }
 }
 
 } // namespace

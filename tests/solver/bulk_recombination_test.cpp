@@ -42,7 +42,7 @@ TEST(OpticalCapture, TablesComeFromFilesOrFromTheModelWithTheThresholdOfTheRight
     OpticalCaptureProperties& e = level.optCaptElectrons;
     e.fromFile = e.fromModel = 1;
     e.Emax = 2;
-    ReadOpticalCaptureParameters(in);
+    ReadOpticalCaptureParameters(in, 300);
     std::filesystem::remove_all(folder);
     EXPECT_EQ(level.optCaptHoles.wavelengths, (std::vector<double>{1000, 2000})) << "sorted";
     EXPECT_EQ(level.optCaptHoles.sigmas, (std::vector<double>{1e-21, 3e-21}));
@@ -60,9 +60,49 @@ TEST(OpticalCapture, TablesComeFromFilesOrFromTheModelWithTheThresholdOfTheRight
     level.optCaptHoles.fromModel = 1;
     level.optCaptHoles.Emax = 2;
     e.fromFile = 0;
-    ReadOpticalCaptureParameters(in);
+    ReadOpticalCaptureParameters(in, 300);
     EXPECT_NEAR(level.optCaptHoles.wavelengths.back(), kHc / 0.8, 1e-9);
     EXPECT_EQ(e.count, 0);
+}
+
+TEST(OpticalCapture, EachLevelIsPlacedByItsOwnReferenceAndTheIntrinsicLevelByTheTemperature) {
+    // Two levels of one defect: the first 0.8 eV above the valence band, the second 0.3 eV below the
+    // conduction band, so its holes need 1.12 - 0.3 eV.  A level 0.1 eV above the intrinsic level has
+    // its hole threshold at Eg/2 + kT/2 ln(Nv/Nc) + 0.1, with kT of the temperature asked for.
+    InputParameters in = Stack({{Material{}, 2e-6, 0, 1e22}});
+    AddDefect(in.cellParas.layer[0], DEFECT_DOUBLEACCEPTOR, 2, 1e21, 1e-19, 1e-19, {0.8, 0.3, 0, 0});
+    DefectLevels& levels = in.cellParas.layer[0].srh[0];
+    levels[1].energy.reference = 2;
+    for (BulkRecombinationParameters& level : levels) {
+        level.optCaptHoles.fromFile = level.optCaptHoles.fromModel = 1;
+        level.optCaptHoles.Emax = 2;
+    }
+    ReadOpticalCaptureParameters(in, 300);
+    EXPECT_NEAR(levels[0].optCaptHoles.wavelengths.back(), kHc / 0.8, 1e-9);
+    EXPECT_NEAR(levels[1].optCaptHoles.wavelengths.back(), kHc / (1.12 - 0.3), 1e-9);
+    const Material m;
+    for (const double T : {300.0, 350.0}) {
+        levels[0].energy.reference = levels[1].energy.reference = 1;
+        levels[0].energy.Et = 0.1;
+        ReadOpticalCaptureParameters(in, T);
+        const double kT_T = 0.0259 * T / 300, E0 = m.Eg / 2 + kT_T / 2 * std::log(m.Nv / m.Nc) + 0.1;
+        EXPECT_NEAR(levels[0].optCaptHoles.wavelengths.back(), kHc / E0, 1e-9) << T << " K";
+    }
+}
+
+TEST(OpticalCapture, ATableThatEndsInZeroFallsLinearlyToItOnTheSpectrumGrid) {
+    // On the logarithm the last interval of a table that ends in 0 at its threshold would give
+    // 1e-10 of its neighbour half-way; linear there it gives half of it.
+    OpticalCaptureProperties o;
+    AllocateOpticalCaptureProperties(o, 3);
+    o.wavelengths = {1000, 1500, 2000};
+    o.sigmas = {4e-21, 1e-21, 0};
+    const double grid[] = {900, 1250, 1750, 2100};
+    InterpolateOpticalCaptureProperties(o, grid, 4);
+    ASSERT_EQ(o.count, 2);
+    EXPECT_EQ(o.firstWavelength, 1);
+    EXPECT_NEAR(o.sigmas[0], 2e-21, 1e-30) << "the logarithmic mean of 4e-21 and 1e-21";
+    EXPECT_NEAR(o.sigmas[1], 0.5e-21, 1e-30);
 }
 
 // The cell under light of 1500 nm (below the gap, above the 1550 nm threshold of the hole transition)
@@ -104,6 +144,38 @@ TEST(OpticalCapture, EmptyLevelsAttenuateSubGapLightByTheirHoleCrossSection) {
     const double alpha = s.sigma * s.Nt * s.Level().een_min_f_t[0];
     for (const int i : {s.d->points() / 3, s.d->points() - 1})
         EXPECT_NEAR(s.Flux(i) / s.Flux(0), std::exp(-alpha * s.d->cv->mesh.x_m[At(i)]), 1e-6);
+}
+
+TEST(OpticalCapture, EachCarrierIsEmittedOnlyByPhotonsAboveItsOwnThreshold) {
+    // The level 0.8 eV above the valence band: an electron leaves it for the conduction band with
+    // 0.32 eV (3875 nm), a hole for the valence band with 0.8 eV (1550 nm).  At 2500 nm only the
+    // electron emission runs, at 1500 nm both; with the cross sections paired the other way round the
+    // holes would be emitted at 2500 nm.
+    InputParameters in = IpvCell(1e21);
+    BulkRecombinationParameters& level = in.cellParas.layer[0].srh[0][0];
+    for (OpticalCaptureProperties* o : {&level.optCaptElectrons, &level.optCaptHoles}) {
+        o->fromFile = o->fromModel = 1;
+        o->Emax = 2;
+    }
+    ReadOpticalCaptureParameters(in, 300);
+    std::vector<double> lambda{1500, 2500};
+    const auto d = Build(in, lambda.data(), 2);
+    GenerationParameters& gp = *d->light;
+    gp.numberOfWavelengths = 2;
+    gp.lambda = lambda;
+    gp.incomingFlux_us = {1e3, 1e3};
+    gp.leftFilter = gp.rightFilter = {0, 0};
+    ASSERT_EQ(bepaal_alfa(*d->cv, gp), 1);
+    equilibrium(*d->cv);
+    CalculateFluxes(*d->cv, gp, 0, 0.0);
+    RecLevelData& data = d->cv->recombination.rec_levels[0][0][0][0];
+    const size_t mid = data.g_n_max.size() / 2;
+    CalculateGnpMax(*d->cv, 1, 1, data); // 2500 nm alone
+    EXPECT_GT(data.g_n_max[mid], 0.0);
+    EXPECT_EQ(data.g_p_max[mid], 0.0);
+    CalculateGnpMax(*d->cv, 1, 0, data); // 1500 nm alone
+    EXPECT_GT(data.g_n_max[mid], 0.0);
+    EXPECT_GT(data.g_p_max[mid], 0.0);
 }
 
 // The impurity photovoltaic mode with the internal optical model, for the life of a test.

@@ -224,7 +224,7 @@ void ReadWorkPointAndAction(int metaPass) {
 // The problem on its mesh, with the light of the working point; the state starts without light.
 bool SetUpProblemOnMesh(CalculationVariables& cv, GenerationParameters& gp, int metaPass) {
     if (!PrepareIllumination(gp, wp)) return false;
-    if (IPV_Mode) ReadOpticalCaptureParameters(parameterset1);
+    if (IPV_Mode) ReadOpticalCaptureParameters(parameterset1, wp.temperature);
     parameterset1_to_3(parameterset1, parameterset3, wp.temperature, gp.lambda.data(),
                        gp.numberOfWavelengths);
     InitialiseCalculationVariables(cv);
