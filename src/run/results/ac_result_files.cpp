@@ -1,6 +1,7 @@
 #include "run/results/ac_result_files.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <vector>
 
@@ -37,8 +38,17 @@ void CFBlock(std::string& text, const DataListElement& e) {
     AppendBlank(text);
 }
 
-// C-V blocks: the curve with the currents of its points, which the element's I-V curve holds at the
-// same index once the two were merged.
+// The point of the element's I-V curve at the voltage v of a C-V point.  After a C-V sweep the I-V
+// curve holds the merged points of both sweeps, sorted by voltage, so the same index would name
+// another voltage; the merge keeps one point within 1e-5 V of every C-V voltage.  Without such a
+// point (a C-V curve that was never merged) the index of the C-V point itself.
+int CurrentIndexAt(const DataListElement& e, double v, int i) {
+    for (size_t k = 0; k < e.iv_as.size(); ++k)
+        if (std::fabs(e.iv_as[k] - v) <= 1e-5) return static_cast<int>(k);
+    return i;
+}
+
+// C-V blocks: the curve with the currents of its points, taken from the I-V curve at the same voltage.
 void CVBlock(std::string& text, const DataListElement& e) {
     ComposeOutputHeader(text, &e, HEADER_CV, 1, 0);
     const int points = std::max(e.actie.CV.points, 0);
@@ -65,18 +75,19 @@ void CVBlock(std::string& text, const DataListElement& e) {
     // The bulk and interface losses of the I-V part are kept in A/m2, like those of the .iv file:
     // 0.1 brings them to the mA/cm2 of their columns.
     AppendCurveRows(text, points, done, e.cv_as.size(), mott ? 10 : 8, [&](int i) {
+        const int j = CurrentIndexAt(e, CurveValue(e.cv_as, i), i);
         if (mott)
             return FmtStr("%s< %f[w12p6]\t %f[w16p8e2]\t %f[w16p8e2]\t %f[w16p8e2]\t %f[w16p8e2]\t "
                           "%f[w16p8e2]\t %f[w16p8e2]\t %f[w16p8e2]\t %f[w16p8e2]\t %f[w16p8e2]",
                           CurveValue(e.cv_as, i), CurveValue(e.cvcap, i), CurveValue(e.cvcon, i),
-                          CurveValue(e.cvW, i), CurveValue(e.cvN, i), CurveValue(e.ivcurrent, i),
-                          0.1 * CurveValue(e.ivbulk, i), 0.1 * CurveValue(e.ivifr, i),
-                          CurveValue(e.ivleftcontact, i), CurveValue(e.ivrightcontact, i));
+                          CurveValue(e.cvW, i), CurveValue(e.cvN, i), CurveValue(e.ivcurrent, j),
+                          0.1 * CurveValue(e.ivbulk, j), 0.1 * CurveValue(e.ivifr, j),
+                          CurveValue(e.ivleftcontact, j), CurveValue(e.ivrightcontact, j));
         return FmtStr("%s< %f[w12p6]\t %f[w16p8e2]\t %f[w16p8e2]\t %f[w16p8e2]\t %f[w16p8e2]\t "
                       "%f[w16p8e2]\t %f[w16p8e2]\t %f[w16p8e2]",
                       CurveValue(e.cv_as, i), CurveValue(e.cvcap, i), CurveValue(e.cvcon, i),
-                      CurveValue(e.ivcurrent, i), 0.1 * CurveValue(e.ivbulk, i), 0.1 * CurveValue(e.ivifr, i),
-                      CurveValue(e.ivleftcontact, i), CurveValue(e.ivrightcontact, i));
+                      CurveValue(e.ivcurrent, j), 0.1 * CurveValue(e.ivbulk, j), 0.1 * CurveValue(e.ivifr, j),
+                      CurveValue(e.ivleftcontact, j), CurveValue(e.ivrightcontact, j));
     });
     AppendBlank(text);
     AppendBlank(text);

@@ -8,6 +8,7 @@
 #include "platform/index.h"
 #include "platform/messages.h"
 #include "run/control/driver.h"
+#include "run/control/startup.h"
 #include "run/results/result_list.h"
 #include "run/sweeps/small_signal_current.h"
 #include "solver/ac_system.h"
@@ -71,7 +72,17 @@ int calccf(CalculationVariables& cv, Actie& action) {
             const int answer = Pause(0);
             if (answer != 1) return answer;
         }
-        if (bereken_klein_signaal(cv) != 1) break;
+        statusLine.text =
+            FmtStr("%s<Calculating C(f) at %f[p3] V from %f[w8p2e2] Hz to %f[w8p2e2] Hz: f = %f[w8p2e2] Hz",
+                   wp.voltage * zonnecel.signV, cf.start, cf.stop, f[At(i)]);
+        if (bereken_klein_signaal(cv) != 1) {
+            CfConvergenceFailure = 1;
+            TERVOErrorMessage(
+                "While calculating C(f)...",
+                FmtStr("%s<Small-signal solution failed at f = %f[w8p2e2] Hz\nC(f) calculation cut",
+                       f[At(i)]));
+            break;
+        }
         extraheer_kleinsignaalstroom(cv);
         done = i + 1;
         const Admittance y = WithShuntAndSeries(SmallSignalAdmittance(cv), wp.RshPresent != 0, wp.Gsh,

@@ -9,6 +9,7 @@
 #include "platform/index.h"
 #include "platform/messages.h"
 #include "run/control/driver.h"
+#include "run/control/startup.h"
 #include "run/results/extraction.h"
 #include "run/results/result_list.h"
 #include "run/sweeps/iv_sweep.h"
@@ -157,6 +158,9 @@ int calccv(CalculationVariables& cv, Actie& action, int mode) {
             const int answer = Pause(0);
             if (answer != 1) return answer;
         }
+        statusLine.text =
+            FmtStr("%s<Calculating C(V) at %f[w8p2e2] Hz from %f[p3] V to %f[p3] V: V = %f[p3] Volt",
+                   wp.frequency, req.start * signV, req.stop * signV, w.v_cell[At(i)] * signV);
         if (i > 0) StepToSweepPoint(cv, walk, w.v_cell, i);
         if (CONVERGENTIEFALING == 1) {
             CVConvergenceFailure = 1;
@@ -172,8 +176,16 @@ int calccv(CalculationVariables& cv, Actie& action, int mode) {
         const size_t I = At(i);
 
         // The small-signal solve at the same state; the admittance is the mean of the total current.
+        // A small-signal system that cannot be formed cuts the curve before this point, as a failed DC
+        // point does, with a log entry of its own.
         if (bereken_klein_signaal(cv) != 1) {
+            CVConvergenceFailure = 1;
             done = i;
+            TERVOErrorMessage(
+                "While calculating C(V)...",
+                FmtStr("%s<Small-signal solution failed at V = %f[p6] Volt\nC(V) calculation cut "
+                       "at V = %f[p6] Volt",
+                       w.v_cell[I] * signV, VoltageBeforeSweepPoint(walk, w.v_cell, i) * signV));
             break;
         }
         extraheer_kleinsignaalstroom(cv);

@@ -246,8 +246,12 @@ void calcqe(CalculationVariables& cv, Actie& action) {
         done = i + 1;
         update_eb_panel(cv, 0);
         // The extracted current is the conventional current from the left contact to the right one,
-        // mA/cm2; times 10 it is A/m2, and per photon current q F, times 100, a percentage.
-        qe[At(i)] = std::fabs(cv.J_median - J0) * 1000.0 / (F * Q_ELEM);
+        // mA/cm2; times 10 it is A/m2, and per photon current q F, times 100, a percentage.  In a cell
+        // with its p side on the left the collected photo-current flows from right to left, so the
+        // sign is kept with a minus: such a cell's QE is positive, and a probe that raises the current
+        // instead shows as a negative efficiency rather than passing for a collected one.  A cell with
+        // its n side on the left drives its photo-current the other way and has its QE negative.
+        qe[At(i)] = -(cv.J_median - J0) * 1000.0 / (F * Q_ELEM);
     }
 
     request.done = done;

@@ -11,7 +11,11 @@
 #include <utility>
 #include <vector>
 
+#include "platform/format.h"
+#include "platform/format.h"
 #include "run/control/driver.h"
+#include "run/control/startup.h"
+#include "run/control/startup.h"
 #include "run/results/ac_result_files.h"
 #include "run/results/result_files.h"
 #include "run/results/result_list.h"
@@ -97,6 +101,9 @@ TEST_F(Sweeps, CfSweepStoresTheSmallSignalSolveWithTheExternalCircuitAndTheAcFil
     AppendDataListElement(1, a, wp);
     ASSERT_EQ(calccf(cv, a), 1);
     EXPECT_EQ(std::tuple(CfConvergenceFailure, a.Cf.done), std::tuple(0, 5));
+    // The status line follows the sweep to its last frequency.
+    EXPECT_EQ(statusLine.text, "Calculating C(f) at " + FmtStr("%s<%f[p3]", wp.voltage) +
+                                   " V from 1.00e+06 Hz to 1.00e+02 Hz: f = 1.00e+02 Hz");
     const DataListElement& e = *pointer_naar_huidige();
     ASSERT_EQ(e.cf_as.size(), 5u);
     // Logarithmic steps from start to stop, here downwards.  Without traps the depletion capacitance
@@ -188,6 +195,7 @@ TEST_F(Sweeps, CvSweepGivesTheDopingOfTheLightSideMergesIntoTheIVCurveAndKeepsTh
     // C-V without an I-V curve: the element has an I-V curve of the same points.
     ASSERT_EQ(std::tuple(CVConvergenceFailure, a.CV.done, e.cvN.size(), e.actie.IV.done, e.iv_as.size()),
               std::tuple(0, 11, 11u, 11, 11u));
+    EXPECT_EQ(statusLine.text, "Calculating C(V) at 1.00e+04 Hz from -1.000 V to -0.500 V: V = -0.500 Volt");
     for (size_t k = 0; k < 11; ++k) {
         EXPECT_NEAR(e.cvN[k] / (Na * 1e-6), 1.0, 0.03) << "V = " << e.cv_as[k];
         EXPECT_NEAR(e.iv_as[k], e.cv_as[k], 1e-12);

@@ -270,6 +270,46 @@ TEST_F(DefectiveJunction, TheLossChannelsBalanceTheGenerationAtEveryPoint) {
     }
 }
 
+// The minority currents at the two contacts count as losses, positive whatever the carrier and the
+// side: electrons leaving to the left and holes leaving to the right carry a positive conventional
+// current, the other two a negative one, so at an n-type left contact the holes' current and at a
+// p-type right contact the electrons' current enter with a minus.  With these signs the losses add
+// up to the current in all four cases: a junction with its p side on the left and one turned round,
+// each in the dark and under uniform light.
+TEST(ContactMinorityCurrents, WithTheGenerationTheLossesAddUpToTheCurrentForEitherSideOfEitherType) {
+    const Material m{.Krad = 1e-18};
+    const double G = 6e26, d = 1e-6, Jlight = q * G * 2 * d * 0.1; // mA/cm2
+    for (const bool pLeft : {true, false}) {
+        const Slab p{m, d, 0, 1e23}, n{m, d, 1e23, 0};
+        InputParameters in = Stack({pLeft ? p : n, pLeft ? n : p}, 1e7);
+        // Minority carriers are taken at 100 m/s: enough to make their contact losses count.
+        CellDefinition& c = in.cellParas;
+        (pLeft ? c.leftContact.Sn : c.leftContact.Sp) = 100;
+        (pLeft ? c.rightContact.Sp : c.rightContact.Sn) = 100;
+        c.leftContact.contactType = pLeft ? 1 : -1; // the majority carriers: +1 holes, -1 electrons
+        c.rightContact.contactType = -c.leftContact.contactType;
+        for (LayerParameters* layer : {&c.layer[0], &c.layer[1]})
+            AddDefect(*layer, DEFECT_NEUTRAL, 1, 1e20, 1e-19, 1e-19, {0.56, 0, 0, 0});
+        AddInterfaceDefect(in, DEFECT_NEUTRAL, 1e14, 0.56);
+        const double s = pLeft ? 1 : -1; // forward bias and the direction of the diode current
+        for (const double g : {0.0, G}) {
+            SCOPED_TRACE(::testing::Message() << (pLeft ? "p" : "n") << " on the left, G = " << g);
+            const auto dev = Build(in);
+            CalculationVariables& cv = *dev->cv;
+            equilibrium(cv);
+            dev->Illuminate(g);
+            ASSERT_EQ(onder_belichting(cv), 0);
+            WalkTo(cv, s * 0.45);
+            extraheer_stroom(cv, 0);
+            const LossChannelValues loss = LossChannelsOfState(cv);
+            EXPECT_GT(loss.leftMinority * loss.rightMinority, 0.0) << "both contacts lose carriers";
+            const double losses =
+                (loss.bulk + loss.interfaces) * 0.1 + loss.leftMinority + loss.rightMinority;
+            EXPECT_NEAR(s * cv.J_median, losses - (g > 0 ? Jlight : 0.0), 1e-3 * std::max(losses, Jlight));
+        }
+    }
+}
+
 TEST_F(IlluminatedJunction, ASeriesResistanceStretchesTheExternalAxisAndCostsFillFactorButNotVoc) {
     const SolarCellParameters without = Sweep(0.0, 0.8, 33).parameters;
     wp.RsPresent = 1;

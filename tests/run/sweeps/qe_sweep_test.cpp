@@ -56,6 +56,16 @@ std::string Cell(const char* base, const char* emitter, const char* A) {
            "internal Rfront : 0\n";
 }
 
+// The same cell turned round: the emitter on the left, lit from the left.
+std::string TurnedRound(std::string cell) {
+    const size_t base = cell.find("layer\n\nname : base"), emitter = cell.find("layer\n\nname : emitter"),
+                 front = cell.find("front contact");
+    const std::string layers = cell.substr(emitter, front - emitter) + cell.substr(base, emitter - base);
+    return "back contact\n\nflatband : 1\nSn : 1e5\nSp : 1e-3\n\n" + layers +
+           "front contact\n\nflatband : 1\nSn : 1e-3\nSp : 1e5\n\nworking point\n\nilluminated from : left\n"
+           "internal Rfront : 0\n";
+}
+
 // 2 µm that absorb part of the light: the QE falls from about 90 % in the blue to 0 at the gap.
 const std::string kLinearCell = Cell("1.5e-6", "0.5e-6", "1e6");
 
@@ -254,6 +264,22 @@ TEST_F(QESweep, AThickAbsorberCollectsEveryPhotonAboveTheGapAndNoneBelow) {
     for (size_t i = 0; i < above.size(); ++i) EXPECT_NEAR(above[i], 100, 1) << i;
     const std::vector<double> below = QEAt(kGapWavelength + 1, 1200, 2);
     for (const double qe : below) EXPECT_NEAR(qe, 0, 1e-3);
+}
+
+// The QE is the probe's change of the current from the left to the right contact per photon, with the
+// minus that makes the collected photo-current of a cell with its p side on the left positive.  The
+// sign is kept: the cell turned round collects the same share of the probe as a current of the other
+// direction, and its QE is the same number with the other sign.
+TEST_F(QESweep, TheQEKeepsTheSignOfTheCurrentThatTheProbeAdds) {
+    Run(kLinearCell, Action(false));
+    const std::vector<double> asBuilt = QEAt(450, 750, 2);
+    wis_alles();
+    Run(TurnedRound(kLinearCell), Action(false));
+    const std::vector<double> turned = QEAt(450, 750, 2);
+    for (size_t i = 0; i < 2; ++i) {
+        EXPECT_GT(asBuilt[i], 10.0) << i;
+        EXPECT_NEAR(turned[i] / asBuilt[i], -1.0, 1e-3) << i;
+    }
 }
 
 } // namespace
