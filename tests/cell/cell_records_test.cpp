@@ -30,16 +30,6 @@ TEST(CellRecords, PeakToTotalOfEachDistribution) {
     }
 }
 
-TEST(CellRecords, MakeUniformTakesTheChosenEnd) {
-    Profile p{.pureA = 1, .pureB = 2, .leftValue = 7, .rightValue = 8};
-    MakeUniform(p, 2);
-    EXPECT_EQ(p.leftValue, 7);
-    MakeUniform(p, 1);
-    ExpectExact(p.leftValue, 2, p.rightValue, 2);
-    MakeUniform(p, 0);
-    EXPECT_EQ(p.rightValue, 1);
-}
-
 TEST(CellRecords, ThicknessReachesEveryProfileInUse) {
     LayerParameters L;
     InitialiseLayerParameters(L, 0, 1);

@@ -1,4 +1,4 @@
-// Helpers on sampled curves: interpolation in either direction, the closest index, the running
+// Helpers on sampled curves: interpolation in either direction, the running
 // integral and the derivative by local parabolas (exact for parabolas on any spacing), and the two
 // Chi-square measures.  No command of the program calls them yet but interpolation: the few-point
 // corners of the others wait for their callers.
@@ -40,13 +40,6 @@ TEST(MathInterpolate, LinearInsideEitherDirectionExactOnPointsAndTheFirstOrdinat
     for (const Row& r : rows)
         EXPECT_DOUBLE_EQ(MathInterpolate(r.y.data(), r.x0, r.x.data(), N(r.x)), r.expected) << r.x0;
     EXPECT_EQ(MathInterpolate(y.data(), 1.5, x.data(), 0), 0);
-}
-
-TEST(MathClosestIndex, TheFirstOfTheClosestValues) {
-    const Vec v{5, 1, 3, 1, 2.5};
-    EXPECT_EQ(MathClosestIndex(1.2, v.data(), N(v)), 1);
-    EXPECT_EQ(MathClosestIndex(2.75, v.data(), N(v)), 2) << "a tie goes to the first";
-    EXPECT_EQ(MathClosestIndex(1, v.data(), 0), -1);
 }
 
 TEST(MathIntegrate, ExactForAParabolaTheRuleOnACubicAndSteps) {

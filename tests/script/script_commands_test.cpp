@@ -198,7 +198,6 @@ TEST_F(ScriptCommands, ClearForms) {
     ASSERT_EQ(Run("clear action\nclear scriptgraph\nclear simulations\n"), 0);
     EXPECT_EQ(actionPanel.QE.calculate, 0);
     EXPECT_EQ(actionPanel.first.voltage, 0);
-    EXPECT_EQ(actionPanel.first.numberofpoints, 5);
     EXPECT_TRUE(theScript.plotlist.empty());
     EXPECT_EQ(pointer_naar_eerste(), nullptr);
     EXPECT_EQ(theScript.svalue[0], 0);
