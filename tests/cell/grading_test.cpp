@@ -8,7 +8,6 @@
 #include <cmath>
 #include <filesystem>
 #include <functional>
-#include <numbers>
 #include <string>
 #include <tuple>
 #include <vector>
@@ -180,8 +179,6 @@ TEST(IncompleteBeta, KnownValuesAndSymmetry) {
                      std::pow(x, 3.5), IncompleteBeta(1, 4, x), 1 - std::pow(1 - x, 4),
                      IncompleteBeta(2.7, 0.6, x), 1 - IncompleteBeta(0.6, 2.7, 1 - x));
     ExpectExact(IncompleteBeta(2, 3, 0), 0, IncompleteBeta(2, 3, -1), 0, IncompleteBeta(2, 3, 1), 1);
-    ExpectWithin(1e-10, gammaln(5), std::log(24.0), gammaln(0.5), 0.5 * std::log(std::numbers::pi));
-    EXPECT_NEAR(gammaln(10.3), std::lgamma(10.3), 1e-9);
 }
 
 TEST(TableInterpolation, LinearAndLogarithmicCodesAndExtrapolation) {

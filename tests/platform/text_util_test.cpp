@@ -7,7 +7,7 @@
 
 using namespace tervo;
 
-TEST(TextUtil, FindPatternCaseAndTrim) {
+TEST(TextUtil, FindPatternCaseTrimAndTheFirstNumber) {
     const std::string text = "Error whilst reading the def file; reading again";
     // Start index, end of the window (-1: the whole text), pattern, case sensitive, last match; place.
     const std::tuple<int, int, const char*, bool, bool, int> cases[] = {
@@ -23,17 +23,11 @@ TEST(TextUtil, FindPatternCaseAndTrim) {
     EXPECT_TRUE(ContainsNoCase("Calculating the Working Point", "working point"));
     EXPECT_EQ(Trim(" \t a b \r\n") + "|" + TrimRight("  a  ") + "|" + Trim("   ") + "|" + ToLower("AbC-1"),
               "a b|  a||abc-1");
-}
 
-TEST(TextUtil, NumbersInLines) {
     double v = 0.0;
     EXPECT_TRUE(FirstNumber("Nc : 1.0e25 [/m^3]", v));
     EXPECT_DOUBLE_EQ(v, 1e25);
     EXPECT_TRUE(FirstNumber("Et-level : -.25 eV", v));
     EXPECT_DOUBLE_EQ(v, -0.25);
     EXPECT_FALSE(FirstNumber("no number", v));
-    EXPECT_TRUE(NumberBehindColon("layer 2 : 3.5", v)); // not the 2 of the label
-    EXPECT_DOUBLE_EQ(v, 3.5);
-    EXPECT_EQ(TextBehindColon("name :  CdS window  \r"), "CdS window");
-    EXPECT_EQ(TextBehindColon("no colon"), "");
 }
