@@ -153,7 +153,7 @@ TEST(NtOnTheMesh, DensityOfALevelTimesPeakFactorOnItsLayerOnly) {
     EXPECT_NEAR(target[5] * N0 / 1e20, 1.0, 1e-12) << "default pair density, no peak factor";
 }
 
-TEST(AdaptiveMesh, RatioAtTheMaximumRefinesAndJustBelowDoesNot) {
+TEST(AdaptiveMesh, RatioAtTheMaximumRefinesJustBelowDoesNotAndPastTheLimitNothingMoves) {
     Problem p(ThreeLayerCell());
     CalculationVariables& cv = *p.cv;
     MeshSettings s;
@@ -172,6 +172,15 @@ TEST(AdaptiveMesh, RatioAtTheMaximumRefinesAndJustBelowDoesNot) {
     // u follows the new mesh: the new point lies half way in the jump.
     EXPECT_DOUBLE_EQ(cv.u[At(j)], 1.25);
     EXPECT_DOUBLE_EQ(cv.u[At(j + 1)], 1.5);
+
+    // A potential that jumps by 10 kT between neighbours asks for 5 new points in every interval.
+    for (int i = 0; i < cv.mesh.n_points; ++i) cv.psi[At(i)] = (i % 2) * 10.0;
+    const MeshBlock before = cv.mesh;
+    const MeshArray psiBefore = cv.psi;
+    EXPECT_EQ(RecalculateIntervals(cv, MeshSettings{}, {}), -1);
+    EXPECT_EQ(cv.mesh.n_points, before.n_points);
+    EXPECT_TRUE(std::equal(before.x.begin(), before.x.end(), cv.mesh.x.begin()));
+    EXPECT_TRUE(std::equal(psiBefore.begin(), psiBefore.end(), cv.psi.begin()));
 }
 
 TEST(AdaptiveMesh, SteepPotentialRefinesAndFlatSolutionThinsButKeepsTheFirstMesh) {
@@ -205,19 +214,6 @@ TEST(AdaptiveMesh, SteepPotentialRefinesAndFlatSolutionThinsButKeepsTheFirstMesh
     while (RecalculateIntervals(cv, s, {}) == 1) {
     }
     EXPECT_EQ(cv.mesh.n_points, first.n_points);
-}
-
-TEST(AdaptiveMesh, RefusesToPassTheLimitAndLeavesMeshAndSolutionAlone) {
-    Problem p(ThreeLayerCell());
-    CalculationVariables& cv = *p.cv;
-    // A potential that jumps by 10 kT between neighbours asks for 5 new points in every interval.
-    for (int j = 0; j < cv.mesh.n_points; ++j) cv.psi[At(j)] = (j % 2) * 10.0;
-    const MeshBlock before = cv.mesh;
-    const MeshArray psiBefore = cv.psi;
-    EXPECT_EQ(RecalculateIntervals(cv, MeshSettings{}, {}), -1);
-    EXPECT_EQ(cv.mesh.n_points, before.n_points);
-    EXPECT_TRUE(std::equal(before.x.begin(), before.x.end(), cv.mesh.x.begin()));
-    EXPECT_TRUE(std::equal(psiBefore.begin(), psiBefore.end(), cv.psi.begin()));
 }
 
 TEST(AdaptiveMesh, GenerationCountsOnlyAboveItsLimitAndNotOverASignChange) {

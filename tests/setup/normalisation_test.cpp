@@ -104,22 +104,12 @@ TEST_P(NormalisationAtTemperature, ScalesDebyeLengthsNiAndInterfaceVelocitiesMat
 
 INSTANTIATE_TEST_SUITE_P(At300And350K, NormalisationAtTemperature, ::testing::Values(300.0, 350.0));
 
-TEST(Normalisation, CompensatedLayerTakesNiAsDopingScale) {
+TEST(Normalisation, CompensatedLayerTakesNiAsDopingScaleAndItsDefectsGoByIt) {
     LayerData compensated = kLayer1;
     compensated.Nd = compensated.Na = 1e22;
-    const InputParameters in = TwoLayerCell(kLayer0, compensated);
-    auto P = std::make_unique<CalculationParameters>();
-    parameterset1_to_3(in, *P, 300, nullptr, 0);
-    const Side s = HandSide(compensated, 300);
-    EXPECT_TRUE(std::isfinite(P->debyeLeft[1]));
-    test::ExpectRelative(1e-12, schaal.density[1], s.ni, P->debyeLeft[1],
-                         std::sqrt(0.0259 * 12 * 8.854e-12 / (s.ni * 1.602e-19)) / 3e-6);
-    EXPECT_DOUBLE_EQ(P->niLeft[1], 1.0);
-    EXPECT_EQ(P->dopingSignLeft[1], 0);
-}
-
-TEST(Normalisation, DefectCrossSectionsAndDensitiesGoByTheLayerScales) {
-    InputParameters in = TwoLayerCell(kLayer0, kLayer1);
+    InputParameters in = TwoLayerCell(kLayer0, compensated);
+    // Cross sections and densities of a bulk defect go by the scales of their layer, those of an
+    // interface defect by the scale of the side they face.
     LayerParameters& layer = in.cellParas.layer[1];
     layer.srhteller = 1;
     BulkRecombinationParameters& level = layer.srh[0][0];
@@ -131,6 +121,12 @@ TEST(Normalisation, DefectCrossSectionsAndDensitiesGoByTheLayerScales) {
     in.cellParas.interface[0].defect[0].sigma_nright = 5e-19;
     auto P = std::make_unique<CalculationParameters>();
     parameterset1_to_3(in, *P, 300, nullptr, 0);
+    const Side s = HandSide(compensated, 300);
+    EXPECT_TRUE(std::isfinite(P->debyeLeft[1]));
+    test::ExpectRelative(1e-12, schaal.density[1], s.ni, P->debyeLeft[1],
+                         std::sqrt(0.0259 * 12 * 8.854e-12 / (s.ni * 1.602e-19)) / 3e-6);
+    EXPECT_DOUBLE_EQ(P->niLeft[1], 1.0);
+    EXPECT_EQ(P->dopingSignLeft[1], 0);
     const double L = 3e-6, N0 = schaal.density[0], N1 = schaal.density[1];
     const BulkRecombinationParameters& t = P->srh[1][0][0];
     test::ExpectRelative(1e-12, t.sigma_n, 2e-19 * L * N1, t.sigma_p, 3e-20 * L * N1, t.Nt.leftValue,

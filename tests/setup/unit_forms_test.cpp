@@ -85,36 +85,6 @@ CellDefinition UserCell() {
     return cell;
 }
 
-TEST(UnitForms, UserToFileFormConvertsEachKindOfQuantity) {
-    const MottSchottkySettings saved = NW;
-    parameterset2_to_1(UserCell());
-    const CellDefinition& f = parameterset1.cellParas;
-    const MaterialParameters& m = f.layer[1].material;
-    // Energies keep their unit; the background density of the exponential law and the extreme value
-    // of the law with an inner extremum take the unit of the property, a length or a position does
-    // not; the parameters of the linear law carry no unit.
-    ExpectDoubles(m.d, 1.5e-6, m.Eg.pureB, 1.6, m.Nc.pureA, 2e24, m.Nc.lawPar1, 1e23, m.Nc.lawPar2, 5e22,
-                  m.Nd.rightValue, 1e24, m.Nd.lawPar1, 1e21, m.Nd.lawPar2, 0.2, m.Na.lawPar1, 0.3,
-                  m.Na.lawPar2, 5e21, m.mu_n.leftValue, 0.01, m.mu_n.lawPar1, 0.3, m.v_th_p.leftValue, 1e5,
-                  m.K_rad.rightValue, 1e-16, m.c_p_auger.pureA, 1e-42, m.A_pureA, 1e7, m.B_pureB, 2e6,
-                  m.Nc.thickness, 1.5e-6);
-
-    const DefectLevels& multi = f.layer[1].srh[1];
-    // Table positions stay in µm; a fourth level that is not in use keeps its default.
-    ExpectDoubles(multi[1].sigma_n, 2e-19, multi[2].Nt.ylist[2], 5e20, multi[2].Nt.xlist[2], 1.5,
-                  multi[0].Nt.leftValue, 1e20, multi[0].Lkar, 5e-8, multi[0].Nright, 3e20,
-                  multi[0].optCaptElectrons.sigmas[1], 2e-21, multi[0].optCaptElectrons.wavelengths[1], 1000,
-                  multi[3].sigma_n, 1e-19, f.layer[1].meta[0].sigma_acc_n, 4e-19, f.layer[1].meta[0].Nt.pureA,
-                  7e21);
-
-    // The third interface defect is not in use: untouched.
-    ExpectDoubles(f.interface[0].defect[1].sigma_pright, 3e-18, f.interface[0].defect[1].N, 2e15,
-                  f.interface[0].defect[1].Ntotal, 4e15, f.interface[0].defect[2].N, 1e10);
-
-    ExpectDoubles(f.leftContact.Sn, 1e5, f.rightContact.Sn, 5);
-    NW = saved;
-}
-
 // Every number that the unit conversions touch, in one list: thickness, profiles and absorption of
 // each layer, its defect levels and metastable defects, the interface defects and the contacts.
 std::vector<double> Numbers(const CellDefinition& c) {
@@ -151,15 +121,39 @@ void ExpectSameCell(const CellDefinition& a, const CellDefinition& b) {
     for (size_t k = 0; k < x.size(); ++k) EXPECT_NEAR(x[k], y[k], 1e-12 * std::fabs(y[k])) << "number " << k;
 }
 
-TEST(UnitForms, UserFormToFileFormAndBackLeavesTheCellUnchanged) {
+TEST(UnitForms, UserToFileFormConvertsEachKindOfQuantityAndTheRoundTripsLeaveTheCellUnchanged) {
     const MottSchottkySettings saved = NW;
     const CellDefinition original = UserCell();
     parameterset2_to_1(original);
+    const CellDefinition& f = parameterset1.cellParas;
+    const MaterialParameters& m = f.layer[1].material;
+    // Energies keep their unit; the background density of the exponential law and the extreme value
+    // of the law with an inner extremum take the unit of the property, a length or a position does
+    // not; the parameters of the linear law carry no unit.
+    ExpectDoubles(m.d, 1.5e-6, m.Eg.pureB, 1.6, m.Nc.pureA, 2e24, m.Nc.lawPar1, 1e23, m.Nc.lawPar2, 5e22,
+                  m.Nd.rightValue, 1e24, m.Nd.lawPar1, 1e21, m.Nd.lawPar2, 0.2, m.Na.lawPar1, 0.3,
+                  m.Na.lawPar2, 5e21, m.mu_n.leftValue, 0.01, m.mu_n.lawPar1, 0.3, m.v_th_p.leftValue, 1e5,
+                  m.K_rad.rightValue, 1e-16, m.c_p_auger.pureA, 1e-42, m.A_pureA, 1e7, m.B_pureB, 2e6,
+                  m.Nc.thickness, 1.5e-6);
+
+    const DefectLevels& multi = f.layer[1].srh[1];
+    // Table positions stay in µm; a fourth level that is not in use keeps its default.
+    ExpectDoubles(multi[1].sigma_n, 2e-19, multi[2].Nt.ylist[2], 5e20, multi[2].Nt.xlist[2], 1.5,
+                  multi[0].Nt.leftValue, 1e20, multi[0].Lkar, 5e-8, multi[0].Nright, 3e20,
+                  multi[0].optCaptElectrons.sigmas[1], 2e-21, multi[0].optCaptElectrons.wavelengths[1], 1000,
+                  multi[3].sigma_n, 1e-19, f.layer[1].meta[0].sigma_acc_n, 4e-19, f.layer[1].meta[0].Nt.pureA,
+                  7e21);
+
+    // The third interface defect is not in use: untouched.
+    ExpectDoubles(f.interface[0].defect[1].sigma_pright, 3e-18, f.interface[0].defect[1].N, 2e15,
+                  f.interface[0].defect[1].Ntotal, 4e15, f.interface[0].defect[2].N, 1e10);
+
+    ExpectDoubles(f.leftContact.Sn, 1e5, f.rightContact.Sn, 5);
+
+    // User form -> file form -> user form, and file form -> user form -> file form.
     CellDefinition back;
     parameterset1_to_2(back, parameterset1);
     ExpectSameCell(back, original);
-
-    // And file form -> user form -> file form.
     const InputParameters fileForm = parameterset1;
     parameterset2_to_1(back);
     ExpectSameCell(parameterset1.cellParas, fileForm.cellParas);

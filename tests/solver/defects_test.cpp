@@ -219,8 +219,6 @@ TEST(DefectDistributions, TheNumberOfSamplesIsLimitedWithAWarning) {
     ASSERT_EQ(ReportedMessages().size(), 2u);
     EXPECT_EQ(ReportedMessages()[0].text,
               "The maximum number of discretisationlevels for distributed defects is limited to 100 levels.");
-    EXPECT_EQ(ReportedMessages()[1].text,
-              "The number of discretisationlevels for distributed defects should higher than 1.");
 }
 
 TEST(DefectCells, ACompensatingDonorShiftsTheBulkBandsByTheChargeItHolds) {

@@ -251,7 +251,7 @@ Residual WithRates(void (*f)(CalculationVariables&, std::span<double>)) {
     };
 }
 
-TEST(Jacobians, PoissonAndBothContinuityEquationsMatchFiniteDifferences) {
+TEST(Jacobians, PoissonContinuityAndBandToBandRatesMatchFiniteDifferences) {
     auto s = Make(Stack({kAbsorber, kWindow}));
     CalculationVariables& cv = *s->cv;
     GenericState(cv);
@@ -288,11 +288,8 @@ TEST(Jacobians, PoissonAndBothContinuityEquationsMatchFiniteDifferences) {
             c.EFp[At(k)] = -std::log(c.a_p + c.v[At(k)]);
         },
         [](const CalculationVariables& c, int k) { return 1e-3 * (c.a_p + c.v[At(k)]); }, "v");
-}
 
-TEST(BulkRecombination, RadiativeAndAugerDerivativesMatchFiniteDifferences) {
-    auto s = Make(Stack({kAbsorber, kWindow}));
-    CalculationVariables& cv = *s->cv;
+    // The radiative and Auger rates, point by point, against their own derivatives.
     GenericState(cv);
     auto base = std::make_unique<RecDcTerms>(), plus = std::make_unique<RecDcTerms>(),
          minus = std::make_unique<RecDcTerms>();

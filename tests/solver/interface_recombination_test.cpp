@@ -77,10 +77,30 @@ struct Probe {
     }
 };
 
-TEST(InterfaceDefects, RatesAndChargeFollowTwoSidedStatistics) {
+TEST(InterfaceDefects, RatesChargeAndTheirDerivativesFollowTwoSidedStatistics) {
+    using F = IfrDcTerms::PerInterface IfrDcTerms::*;
+    enum { PSI, UL, VL, UR, VR };
+    const std::tuple<F, F, int> checks[] = {{&IfrDcTerms::sigma, &IfrDcTerms::dsigma_dpsi, PSI},
+                                            {&IfrDcTerms::Rn_left, &IfrDcTerms::dRn_left_du_left, UL},
+                                            {&IfrDcTerms::Rn_left, &IfrDcTerms::dRn_left_du_right, UR},
+                                            {&IfrDcTerms::Rn_left, &IfrDcTerms::dRn_left_dv_left, VL},
+                                            {&IfrDcTerms::Rn_left, &IfrDcTerms::dRn_left_dv_right, VR},
+                                            {&IfrDcTerms::Rn_right, &IfrDcTerms::dRn_right_du_left, UL},
+                                            {&IfrDcTerms::Rn_right, &IfrDcTerms::dRn_right_du_right, UR},
+                                            {&IfrDcTerms::Rn_right, &IfrDcTerms::dRn_right_dv_left, VL},
+                                            {&IfrDcTerms::Rn_right, &IfrDcTerms::dRn_right_dv_right, VR},
+                                            {&IfrDcTerms::Rp_left, &IfrDcTerms::dRp_left_dv_left, VL},
+                                            {&IfrDcTerms::Rp_left, &IfrDcTerms::dRp_left_dv_right, VR},
+                                            {&IfrDcTerms::Rp_left, &IfrDcTerms::dRp_left_du_left, UL},
+                                            {&IfrDcTerms::Rp_left, &IfrDcTerms::dRp_left_du_right, UR},
+                                            {&IfrDcTerms::Rp_right, &IfrDcTerms::dRp_right_dv_left, VL},
+                                            {&IfrDcTerms::Rp_right, &IfrDcTerms::dRp_right_dv_right, VR},
+                                            {&IfrDcTerms::Rp_right, &IfrDcTerms::dRp_right_du_left, UL},
+                                            {&IfrDcTerms::Rp_right, &IfrDcTerms::dRp_right_du_right, UR}};
     for (const int type : {DEFECT_ACCEPTOR, DEFECT_DONOR, DEFECT_NEUTRAL}) {
         Probe p(Hetero{}, type, 3e15, 0.7, 7);
-        const IfrDcTerms t = p.Terms({20.0, 30.0, 2.0, 45.0, 0.5});
+        const std::array<double, 5> x{20.0, 30.0, 2.0, 45.0, 0.5};
+        const IfrDcTerms t = p.Terms(x);
         const auto [f, Un, Up] = p.Physics(0.7);
         const auto [n, h] = p.Rates(t);
         EXPECT_NEAR(Up / Un, 1.0, 1e-9) << "a steady trap passes as many holes as electrons";
@@ -89,6 +109,18 @@ TEST(InterfaceDefects, RatesAndChargeFollowTwoSidedStatistics) {
         const double sigma = type == DEFECT_ACCEPTOR ? -f : type == DEFECT_DONOR ? 1 - f : 0.0;
         EXPECT_NEAR(t.sigma[0], q * p.defect.N * sigma, 1e-9 * q * p.defect.N);
         EXPECT_EQ(t.Rn_left_tunnel[0], t.Rn_left[0]) << "no tunnelling, no enhancement";
+        // The derivatives against central differences.
+        for (size_t c = 0; c < std::size(checks); ++c) {
+            const auto& [value, derivative, v] = checks[c];
+            std::array<double, 5> up = x, down = x;
+            const double step = 1e-6 * x[At(v)];
+            up[At(v)] += step;
+            down[At(v)] -= step;
+            const double numeric = ((p.Terms(up).*value)[0] - (p.Terms(down).*value)[0]) / (2 * step);
+            // As the change of the field over a relative change of its variable.
+            EXPECT_NEAR((t.*derivative)[0] * x[At(v)], numeric * x[At(v)], 1e-6 * std::fabs((t.*value)[0]))
+                << "check " << c;
+        }
     }
     // In equilibrium no side gains or loses carriers: the terms cancel to rounding.
     Probe p(Hetero{}, DEFECT_ACCEPTOR, 3e15, 0.5, 7);
@@ -122,42 +154,6 @@ TEST(InterfaceDefects, EveryEnergyReferencePlacesTheSameLevelAtTheSameEnergy) {
         EXPECT_NEAR(L.n1_right * p.d->N(1) / (h.right.Nc * std::exp(-(h.left.Eg - dchi - E) / kT)), 1.0,
                     1e-10);
         EXPECT_NEAR(L.p1_right * p.d->N(1) / (h.right.Nv * std::exp(-(E - dEv) / kT)), 1.0, 1e-10);
-    }
-}
-
-TEST(InterfaceDefects, DerivativesAgreeWithFiniteDifferences) {
-    Probe p(Hetero{}, DEFECT_DONOR, 3e15, 0.75, 7);
-    const std::array<double, 5> x{21.0, 30.0, 2.0, 45.0, 0.5};
-    const IfrDcTerms t = p.Terms(x);
-    using F = IfrDcTerms::PerInterface IfrDcTerms::*;
-    enum { PSI, UL, VL, UR, VR };
-    const std::tuple<F, F, int> checks[] = {{&IfrDcTerms::sigma, &IfrDcTerms::dsigma_dpsi, PSI},
-                                            {&IfrDcTerms::Rn_left, &IfrDcTerms::dRn_left_du_left, UL},
-                                            {&IfrDcTerms::Rn_left, &IfrDcTerms::dRn_left_du_right, UR},
-                                            {&IfrDcTerms::Rn_left, &IfrDcTerms::dRn_left_dv_left, VL},
-                                            {&IfrDcTerms::Rn_left, &IfrDcTerms::dRn_left_dv_right, VR},
-                                            {&IfrDcTerms::Rn_right, &IfrDcTerms::dRn_right_du_left, UL},
-                                            {&IfrDcTerms::Rn_right, &IfrDcTerms::dRn_right_du_right, UR},
-                                            {&IfrDcTerms::Rn_right, &IfrDcTerms::dRn_right_dv_left, VL},
-                                            {&IfrDcTerms::Rn_right, &IfrDcTerms::dRn_right_dv_right, VR},
-                                            {&IfrDcTerms::Rp_left, &IfrDcTerms::dRp_left_dv_left, VL},
-                                            {&IfrDcTerms::Rp_left, &IfrDcTerms::dRp_left_dv_right, VR},
-                                            {&IfrDcTerms::Rp_left, &IfrDcTerms::dRp_left_du_left, UL},
-                                            {&IfrDcTerms::Rp_left, &IfrDcTerms::dRp_left_du_right, UR},
-                                            {&IfrDcTerms::Rp_right, &IfrDcTerms::dRp_right_dv_left, VL},
-                                            {&IfrDcTerms::Rp_right, &IfrDcTerms::dRp_right_dv_right, VR},
-                                            {&IfrDcTerms::Rp_right, &IfrDcTerms::dRp_right_du_left, UL},
-                                            {&IfrDcTerms::Rp_right, &IfrDcTerms::dRp_right_du_right, UR}};
-    for (size_t c = 0; c < std::size(checks); ++c) {
-        const auto& [value, derivative, v] = checks[c];
-        std::array<double, 5> up = x, down = x;
-        const double h = 1e-6 * x[At(v)];
-        up[At(v)] += h;
-        down[At(v)] -= h;
-        const double numeric = ((p.Terms(up).*value)[0] - (p.Terms(down).*value)[0]) / (2 * h);
-        // As the change of the field over a relative change of its variable.
-        EXPECT_NEAR((t.*derivative)[0] * x[At(v)], numeric * x[At(v)], 1e-6 * std::fabs((t.*value)[0]))
-            << "check " << c;
     }
 }
 
