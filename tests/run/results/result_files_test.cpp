@@ -29,20 +29,18 @@ TEST_F(ResultsTest, ListElementsStayWhereTheyAreAsOthersAreAppendedAndAreCleared
     EXPECT_EQ(first.iv_as.size(), 17u);
     EXPECT_TRUE(pointer_naar_huidige()->iv_as.empty());
 
+    wis_alles();
+    EXPECT_TRUE(resultList.empty());
+    EXPECT_EQ(pointer_naar_huidige(), nullptr);
+    // The counters are cleared with the list, even with an empty one.
     kleurindex = 7;
     SingleShotSimulationNumber = 4;
     BatchSimulationNumber = 2;
     CurveFitSimulationNumber = 3;
     wis_alles();
-    EXPECT_TRUE(resultList.empty());
-    EXPECT_EQ(pointer_naar_eerste(), nullptr);
-    EXPECT_EQ(pointer_naar_huidige(), nullptr);
     EXPECT_EQ((std::vector{kleurindex, SingleShotSimulationNumber, BatchSimulationNumber,
                            CurveFitSimulationNumber}),
               std::vector(4, 0));
-    SingleShotSimulationNumber = 1;
-    wis_alles(); // an empty list: only the counters
-    EXPECT_EQ(SingleShotSimulationNumber, 0);
 }
 
 class ResultFiles : public ResultsTest {
