@@ -23,8 +23,6 @@ using tervo::run_test::Keep;
 
 namespace {
 
-const std::string kSource = TERVO_SOURCE_DIR;
-
 // A home of its own; the session records that loading a cell sets are put back afterwards, so that
 // the cell's mesh, light and contact settings do not leak into the tests that follow.
 struct Home : test::TempFolder {
@@ -47,7 +45,7 @@ struct Home : test::TempFolder {
 
 TEST(Problem, LoadBringsTheCellAndItsSettingsIntoTheSessionOrReportsWhyNot) {
     Home home;
-    fs::copy_file(kSource + "/examples/cells/cdte.def", home / "def/cdte.def");
+    fs::copy_file(std::string(TERVO_SOURCE_DIR) + "/examples/cells/cdte.def", home / "def/cdte.def");
     wp.Rs = 0;
     ASSERT_EQ(Laad_data_uit_file("cdte.def"), 0); // a bare name is looked for in def
     EXPECT_EQ(std::tuple(parameterset1.name, zonnecel.numberOfLayers, zonnecel.layer[0].name,

@@ -45,15 +45,6 @@ TEST_F(ResultsTest, ListElementsStayWhereTheyAreAsOthersAreAppendedAndAreCleared
 
 class ResultFiles : public ResultsTest {
 protected:
-    void SetUp() override {
-        ResultsTest::SetUp();
-        ActionListMode = ACTIONLIST_TRUNCATE;
-    }
-    void TearDown() override {
-        ResultsTest::TearDown();
-        ActionListMode = ACTIONLIST_TRUNCATE;
-    }
-
     // A dark single shot at 0.25 V, 300 K, 1 MHz, with its I-V sweep on, of a definition file last
     // saved on 1 February 2024 at 10:05:07 local time.
     DataListElement& Simulation(int number) {
@@ -140,9 +131,7 @@ TEST_F(ResultFiles, EachSimulationGetsAFullBlockInListOrderAndUnreachedRowsFollo
         const size_t filled = c.qeRow.empty() ? 0 : 1;
         for (const size_t end : {next, lines.size()}) {
             EXPECT_EQ(lines[end - 4 - filled].substr(0, 13), "   826.500000");
-            if (filled) {
-                EXPECT_EQ(lines[end - 4], c.qeRow);
-            }
+            EXPECT_EQ(filled ? lines[end - 4] : "", c.qeRow);
             EXPECT_EQ(lines[end - 3] + lines[end - 2] + lines[end - 1], "");
         }
     }

@@ -183,7 +183,8 @@ protected:
     const std::string generationFile = folder / "uniform.gen";
     std::unique_ptr<Device> d;
 };
-TEST_F(IlluminatedJunction, ASweepAcrossZeroIsStoredAscendingCrossesZeroAtVocAndCanStopThere) {
+TEST_F(IlluminatedJunction,
+       ASweepAcrossZeroIsStoredAscendingASeriesResistanceCostsFillFactorAndASweepCanStopAtVoc) {
     int mode = 0;
     const DataListElement& e = Sweep(-0.2, 0.9, 45, &mode);
     EXPECT_EQ(std::tuple(mode, e.actie.IV.done, e.actie.IV.points), std::tuple(SWEEP_AROUND_ZERO, 45, 45));
@@ -201,12 +202,26 @@ TEST_F(IlluminatedJunction, ASweepAcrossZeroIsStoredAscendingCrossesZeroAtVocAnd
     EXPECT_NEAR(p.eta, p.Jsc / Jgen * 100, 1e-9);
     EXPECT_TRUE(p.eta > 95 && p.eta < 100) << p.eta;
 
+    // A series resistance stretches the external axis and costs fill factor but not Voc: the parameters
+    // are those of the external curve; at open circuit no current flows through Rs, at the maximum
+    // power point it drops Rs J_MPP of the voltage.
+    wp.RsPresent = 1;
+    wp.Rs = 1e-4; // 1 ohm cm2
+    const DataListElement& r = Sweep(0.0, 0.8, 33);
+    wp.RsPresent = 0;
+    ASSERT_EQ(r.actie.IV.done, 33);
+    ExpectGrid(r.rec_v_as, 0, 0.025, 33);
+    for (size_t I = 0; I < 33; ++I)
+        EXPECT_NEAR(r.iv_as[I], r.rec_v_as[I] + 1e-4 * r.ivcurrent[I] * 10, 1e-12);
+    EXPECT_NEAR(r.parameters.Voc, p.Voc, 1e-4);
+    EXPECT_NEAR(r.parameters.Jsc, p.Jsc, 0.01 * p.Jsc);
+    EXPECT_LT(r.parameters.FF, p.FF - 1.0);
+
     // Stop after Voc: the branch up from 0 V ends at the first point beyond the sign change, the
-    // branch down to -0.2 V still runs.  (The sweep ended at -0.2 V, which would make the present
-    // state the start.)
-    const double Voc = p.Voc;
+    // branch down to -0.2 V still runs.  (The short circuit is made the present state again, so that
+    // the sweep starts from it.)
     size_t upToVoc = 1;
-    while (-0.2 + 0.025 * static_cast<double>(upToVoc - 1) < Voc) ++upToVoc;
+    while (-0.2 + 0.025 * static_cast<double>(upToVoc - 1) < p.Voc) ++upToVoc;
     actionPanel.stopAfterVoc = 1;
     CopyCalculationVariables(currentCalcVars, kortsluitcv);
     const DataListElement& stopped = Sweep(-0.2, 0.9, 45, &mode);
@@ -214,7 +229,7 @@ TEST_F(IlluminatedJunction, ASweepAcrossZeroIsStoredAscendingCrossesZeroAtVocAnd
     EXPECT_EQ(std::pair(stopped.actie.IV.points, stopped.actie.IV.done),
               std::pair(static_cast<int>(upToVoc), static_cast<int>(upToVoc)));
     ExpectGrid(stopped.iv_as, -0.2, 0.025, upToVoc);
-    EXPECT_NEAR(stopped.parameters.Voc, Voc, 1e-12) << "the same three points around the sign change";
+    EXPECT_NEAR(stopped.parameters.Voc, p.Voc, 1e-12) << "the same three points around the sign change";
     // One branch from 0 V: the curve ends there too.
     const DataListElement& f = Sweep(0.0, 0.9, 37);
     const int n = f.actie.IV.done;
@@ -263,22 +278,6 @@ TEST(ContactMinorityCurrents, WithTheGenerationTheLossesAddUpToTheCurrentForEith
             EXPECT_NEAR(s * cv.J_median, losses - (g > 0 ? Jlight : 0.0), 1e-3 * std::max(losses, Jlight));
         }
     }
-}
-
-TEST_F(IlluminatedJunction, ASeriesResistanceStretchesTheExternalAxisAndCostsFillFactorButNotVoc) {
-    const SolarCellParameters without = Sweep(0.0, 0.8, 33).parameters;
-    wp.RsPresent = 1;
-    wp.Rs = 1e-4; // 1 ohm cm2
-    const DataListElement& e = Sweep(0.0, 0.8, 33);
-    ASSERT_EQ(e.actie.IV.done, 33);
-    ExpectGrid(e.rec_v_as, 0, 0.025, 33);
-    for (size_t I = 0; I < 33; ++I)
-        EXPECT_NEAR(e.iv_as[I], e.rec_v_as[I] + 1e-4 * e.ivcurrent[I] * 10, 1e-12);
-    // The parameters are those of the external curve: at open circuit no current flows through Rs;
-    // at the maximum power point it drops Rs J_MPP of the voltage.
-    EXPECT_NEAR(e.parameters.Voc, without.Voc, 1e-4);
-    EXPECT_NEAR(e.parameters.Jsc, without.Jsc, 0.01 * without.Jsc);
-    EXPECT_LT(e.parameters.FF, without.FF - 1.0);
 }
 
 // A sweep across the working point walks away from its stored state; at most 2001 points are

@@ -162,9 +162,7 @@ TEST(DarkCurrent, ShortBaseDiodeOnBothMeshesAndRadiativeRecombinationInAThickJun
             EXPECT_NEAR(J / (J0 * std::expm1(V / kT) * 0.1), 1.0, 0.05); // A/m2 -> mA/cm2
             EXPECT_TRUE(cv.J_converged) << "current not constant through the cell";
         }
-        if (adaptive) {
-            EXPECT_GT(cv.mesh.n_points, firstMeshPoints) << "the junction region is refined";
-        }
+        EXPECT_TRUE(!adaptive || cv.mesh.n_points > firstMeshPoints) << "the junction region is refined";
     }
 
     // Minority carriers are reflected at the contacts: all recombination is radiative, in the bulk.
