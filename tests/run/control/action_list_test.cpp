@@ -158,8 +158,8 @@ std::pair<int, double> Log(SweepSettings s, SweepEdit edit) {
 
 // Settings that the panel keeps consistent: the points and step of a sweep after an edit, within
 // 2001 points; cut-off wavelengths of at least 1 nm; the shunt as resistance or conductance; the
-// light as transmission or neutral density.
-TEST_F(ActionList, EditsKeepTheSettingsConsistent) {
+// light as transmission or neutral density.  The working point that is read from them.
+TEST_F(ActionList, EditsKeepTheSettingsConsistentAndTheWorkingPointIsReadInTheCellsConventionAndSIUnits) {
     using E = SweepEdit;
     EXPECT_EQ(Lin({1, 0, 1, 5, 0.1}, E::Increment), std::pair(11, 0.1));
     EXPECT_EQ(Lin({1, 0, 1, 5, 0.35}, E::Range), std::pair(4, 1.0 / 3)); // 2.86 steps round to 3
@@ -177,18 +177,17 @@ TEST_F(ActionList, EditsKeepTheSettingsConsistent) {
     w.lambda_long = -3;
     CheckCutoffWavelengths(w);
     EXPECT_EQ(std::pair(w.lambda_short, w.lambda_long), std::pair(1.0, 2.0));
-    ActionPanelSettings a;
-    a.Gsh = 0; // no shunt conductance: an infinite resistance
-    Rsh_Gsh(a, 0);
-    EXPECT_EQ(std::pair(a.Rsh, a.Gsh), std::pair(1e30, 0.0));
+    ActionPanelSettings shunt;
+    shunt.Gsh = 0; // no shunt conductance: an infinite resistance
+    Rsh_Gsh(shunt, 0);
+    EXPECT_EQ(std::pair(shunt.Rsh, shunt.Gsh), std::pair(1e30, 0.0));
     EXPECT_EQ(NeutralDensityOfTransmission(0), 30); // no light: a finite density
     wp.power_cutoff = 1000;
     actionPanel.first.transmission = 25;
     UpdateIllumination(1, IntensityView::Transmission);
     EXPECT_NEAR(wp.power_incident, 250, 1e-9);
-}
 
-TEST_F(ActionList, WorkingPointInTheCellsConventionAndSIUnits) {
+    // The working point in the cell's convention and in SI units.
     zonnecel.voltageAppliedTo = 1; // voltage at the right contact: the calculation's voltage is minus it
     zonnecel.referenceSystem = 1;
     wp.conventionsShown = 1;

@@ -30,15 +30,14 @@ TEST_F(CvFile, EachRowCarriesTheCurrentsOfItsOwnVoltage) {
     ASSERT_EQ(cv_naar_file(OUTPUT_TO_OPEN_FILE, &f), 0);
     CloseFile(f);
     const std::vector<std::string> lines = test::FileLines(dir / "out.cv");
-    const auto title = std::find_if(lines.begin(), lines.end(), [](const std::string& l) {
-        return l.find("jtot(mA/cm2)") != std::string::npos;
-    });
-    ASSERT_NE(title, lines.end());
-    const size_t first = static_cast<size_t>(title - lines.begin()) + 2;
-    ASSERT_GE(lines.size(), first + 2);
+    // The rows follow the column titles and a blank line.
+    const size_t title =
+        Find(lines, "    v(V)\t   C(nF/cm2)\t    G(S/cm2)\t  jtot(mA/cm2)\t   jbulk(mA/cm2)\t    "
+                    "jifr(mA/cm2)\t  jminor_left(mA/cm2)\t  jminor_right(mA/cm2)");
+    ASSERT_LE(title + 4, lines.size());
     for (size_t k = 0; k < 2; ++k) {
-        const std::vector<std::string> cells = Cells(lines[first + k]);
-        ASSERT_EQ(cells.size(), 8u) << lines[first + k];
+        const std::vector<std::string> cells = Cells(lines[title + 2 + k]);
+        ASSERT_EQ(cells.size(), 8u) << lines[title + 2 + k];
         const double v = std::stod(cells[0]);
         EXPECT_DOUBLE_EQ(v, e.cv_as[k]);
         EXPECT_NEAR(std::stod(cells[3]), 100 * v, 1e-9) << "jtot at " << v << " V";

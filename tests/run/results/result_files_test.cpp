@@ -29,33 +29,22 @@ TEST_F(ResultsTest, ListElementsStayWhereTheyAreAsOthersAreAppendedAndAreCleared
     EXPECT_EQ(first.iv_as.size(), 17u);
     EXPECT_TRUE(pointer_naar_huidige()->iv_as.empty());
 
+    wis_alles();
+    EXPECT_TRUE(resultList.empty());
+    EXPECT_EQ(pointer_naar_huidige(), nullptr);
+    // The counters are cleared with the list, even with an empty one.
     kleurindex = 7;
     SingleShotSimulationNumber = 4;
     BatchSimulationNumber = 2;
     CurveFitSimulationNumber = 3;
     wis_alles();
-    EXPECT_TRUE(resultList.empty());
-    EXPECT_EQ(pointer_naar_eerste(), nullptr);
-    EXPECT_EQ(pointer_naar_huidige(), nullptr);
     EXPECT_EQ((std::vector{kleurindex, SingleShotSimulationNumber, BatchSimulationNumber,
                            CurveFitSimulationNumber}),
               std::vector(4, 0));
-    SingleShotSimulationNumber = 1;
-    wis_alles(); // an empty list: only the counters
-    EXPECT_EQ(SingleShotSimulationNumber, 0);
 }
 
 class ResultFiles : public ResultsTest {
 protected:
-    void SetUp() override {
-        ResultsTest::SetUp();
-        ActionListMode = ACTIONLIST_TRUNCATE;
-    }
-    void TearDown() override {
-        ResultsTest::TearDown();
-        ActionListMode = ACTIONLIST_TRUNCATE;
-    }
-
     // A dark single shot at 0.25 V, 300 K, 1 MHz, with its I-V sweep on, of a definition file last
     // saved on 1 February 2024 at 10:05:07 local time.
     DataListElement& Simulation(int number) {
@@ -142,9 +131,7 @@ TEST_F(ResultFiles, EachSimulationGetsAFullBlockInListOrderAndUnreachedRowsFollo
         const size_t filled = c.qeRow.empty() ? 0 : 1;
         for (const size_t end : {next, lines.size()}) {
             EXPECT_EQ(lines[end - 4 - filled].substr(0, 13), "   826.500000");
-            if (filled) {
-                EXPECT_EQ(lines[end - 4], c.qeRow);
-            }
+            EXPECT_EQ(filled ? lines[end - 4] : "", c.qeRow);
             EXPECT_EQ(lines[end - 3] + lines[end - 2] + lines[end - 1], "");
         }
     }
