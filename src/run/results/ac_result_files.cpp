@@ -40,11 +40,11 @@ void CFBlock(std::string& text, const DataListElement& e) {
 
 // The point of the element's I-V curve at the voltage v of a C-V point.  After a C-V sweep the I-V
 // curve holds the merged points of both sweeps, sorted by voltage, so the same index would name
-// another voltage; the merge keeps one point within 1e-5 V of every C-V voltage.  Without such a
-// point (a C-V curve that was never merged) the index of the C-V point itself.
+// another voltage; the merge keeps one point within SAME_VOLTAGE_TOLERANCE of every C-V voltage.  Without
+// such a point (a C-V curve that was never merged) the index of the C-V point itself.
 int CurrentIndexAt(const DataListElement& e, double v, int i) {
     for (size_t k = 0; k < e.iv_as.size(); ++k)
-        if (std::fabs(e.iv_as[k] - v) <= 1e-5) return static_cast<int>(k);
+        if (std::fabs(e.iv_as[k] - v) <= SAME_VOLTAGE_TOLERANCE) return static_cast<int>(k);
     return i;
 }
 

@@ -43,6 +43,10 @@ inline constexpr int NO_PLOT = -2;              // plot handle of a curve that i
 
 // One simulation.  The curves are empty until a sweep fills them; the `points` and `done` of each
 // sweep in `actie` are their sizes.
+// Two points of a curve closer than this in voltage (V) are one point: the merge of an I-V and a C-V
+// curve keeps one of them, and a C-V row finds its currents on the merged curve by it.
+inline constexpr double SAME_VOLTAGE_TOLERANCE = 1e-5;
+
 struct DataListElement {
     int number = 0; // number of the simulation in its own series (single shot, batch, curve fit)
     WorkPoint wp;   // the working point at the start of the simulation

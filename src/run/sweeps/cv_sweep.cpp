@@ -74,7 +74,7 @@ void merge_IV_and_CV(int nIV, const double* ivVoltages, int nCV, const double* c
     while (a < nIV && b < nCV) {
         const bool takeCV = cvv[At(b)] < iv[At(a)];
         const double v = takeCV ? cvv[At(b)] : iv[At(a)];
-        if (std::fabs(v - lastKept) > 1e-5) {
+        if (std::fabs(v - lastKept) > SAME_VOLTAGE_TOLERANCE) {
             index[At(m)] = takeCV ? cvIndex[At(b)] : ivIndex[At(a)];
             source[At(m)] = takeCV ? 2 : 1;
             ++m;
@@ -86,7 +86,7 @@ void merge_IV_and_CV(int nIV, const double* ivVoltages, int nCV, const double* c
     // that a voltage of both curves is never doubled.
     auto tail = [&](const std::vector<double>& v, const std::vector<int>& idx, int from, int n, int src) {
         for (int k = from; k < n; ++k) {
-            if (std::fabs(v[At(k)] - lastKept) <= 1e-5) continue;
+            if (std::fabs(v[At(k)] - lastKept) <= SAME_VOLTAGE_TOLERANCE) continue;
             index[At(m)] = idx[At(k)];
             source[At(m)] = src;
             ++m;
