@@ -102,6 +102,44 @@ void CloseErrorLog() {
     CloseFile(TERVOErrorLogFileHandle);
 }
 
+int WorseExitStatus(int a, int b) {
+    auto rank = [](int status) {
+        switch (status) {
+        case EXIT_RAN:
+            return 0;
+        case EXIT_WARNED:
+            return 1;
+        case EXIT_FAILED:
+            return 2;
+        default:
+            return 3;
+        }
+    };
+    return rank(a) >= rank(b) ? a : b;
+}
+
+bool StrictReading = false;
+
+namespace {
+std::vector<std::string>& Warnings() {
+    static std::vector<std::string> warnings;
+    return warnings;
+}
+} // namespace
+
+void TERVOReadingWarning(const std::string& title, const std::string& text) {
+    Warnings().push_back(text);
+    TERVOErrorMessage(title, text);
+}
+
+const std::vector<std::string>& ReadingWarnings() {
+    return Warnings();
+}
+
+void ClearReadingWarnings() {
+    Warnings().clear();
+}
+
 const std::vector<ReportedMessage>& ReportedMessages() {
     return Reported();
 }
