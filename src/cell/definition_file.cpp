@@ -4,12 +4,97 @@
 
 #include "cell/definition_reader.h"
 #include "cell/grading.h"
+#include "platform/format.h"
 #include "platform/messages.h"
 #include "platform/text_util.h"
 
 namespace tervo {
 
 using namespace defread;
+
+namespace {
+
+int ReadDefinition(DefReader& r) {
+    InputParameters& p = r.P;
+    if (!r.Next()) return -1;
+    // Numerical settings.
+    if (r.Holds("convergence")) {
+        r.where = "convergence";
+        while (r.Next()) {
+            if (r.Holds("back contact") || r.Holds("left contact") || StartsLayer(r) || r.Holds("name"))
+                break;
+            ReadConvergenceLine(r);
+        }
+        if (r.failed) return -1;
+    }
+    // The left contact.
+    if (StartsWithNoCase(r.line, "back contact") || StartsWithNoCase(r.line, "left contact")) {
+        r.where = "back contact";
+        ContactReadState st;
+        while (r.Next()) {
+            // A file without layers goes on with the right contact; it is refused below.
+            if (StartsLayer(r) || r.Holds("front contact") || r.Holds("right contact") ||
+                r.Holds("working point") || r.Holds("spectrumfile"))
+                break;
+            ReadContactLine(r, p.cellParas.leftContact, st);
+        }
+        if (r.failed) return -1;
+        FinishContact(p.cellParas.leftContact, st);
+    }
+    // Layers, defects, metastable defects and interfaces, up to the right contact.
+    for (;;) {
+        if (r.Holds("front contact") || r.Holds("right contact") || r.Holds("spectrumfile") ||
+            r.Holds("working point"))
+            break;
+        bool ok = true;
+        const bool haveLayer = p.cellParas.numberOfLayers > 0;
+        if (StartsLayer(r)) {
+            ok = ReadLayerSection(r);
+        } else if (haveLayer && r.Holds("srhrecombination")) {
+            ok = ReadDefectSection(r);
+        } else if (haveLayer && r.Holds("Metastable properties")) {
+            ok = ReadMetaSection(r);
+        } else if (haveLayer && StartsWithNoCase(r.TrimLeft(), "interface properties")) {
+            ok = ReadInterfacePropertiesSection(r);
+        } else if (haveLayer && r.Holds("interface recombination")) {
+            ok = ReadInterfaceDefectSection(r);
+        } else if (!haveLayer) {
+            return -1; // not a definition: no layer before other data
+        } else {
+            r.WarnUnknownKey(); // a line that belongs to no section
+            ok = r.Next();
+        }
+        if (!ok || r.failed) return -1;
+    }
+    if (p.cellParas.numberOfLayers == 0) return -1;
+    // The right contact and the working point.
+    if (r.Holds("front contact") || r.Holds("right contact")) {
+        r.where = "front contact";
+        ContactReadState st;
+        bool ended = false;
+        while (r.Next()) {
+            if (r.Holds("spectrumfile") || r.Holds("working point")) {
+                ended = true;
+                break;
+            }
+            ReadContactLine(r, p.cellParas.rightContact, st);
+        }
+        if (!ended || r.failed) return -1;
+        FinishContact(p.cellParas.rightContact, st);
+    }
+    if (StartsWithNoCase(r.TrimLeft(), "working point")) {
+        r.where = "working point";
+        while (r.Next(r.workingPointLineRead)) {
+            if (r.Holds("spectrumfile")) break;
+            ReadWorkingPointLine(r);
+        }
+        if (r.failed) return -1; // the end came before any working point line
+    }
+    FinishLayers(r);
+    return 1;
+}
+
+} // namespace
 
 int lees_structuurfile(const std::string& path, InputParameters& p, DefinitionWorkingSettings& settings,
                        int noRemarks) {
@@ -41,75 +126,16 @@ int lees_structuurfile(const std::string& path, InputParameters& p, DefinitionWo
     }
     if (!noRemarks) ResetRemarks(BaseName(path));
 
-    if (!r.Next()) return -1;
-    // Numerical settings.
-    if (r.Holds("convergence")) {
-        while (r.Next()) {
-            if (r.Holds("back contact") || r.Holds("left contact") || StartsLayer(r) || r.Holds("name"))
-                break;
-            ReadConvergenceLine(r);
-        }
-        if (r.failed) return -1;
+    const size_t warningsBefore = ReadingWarnings().size();
+    if (ReadDefinition(r) != 1) return -1;
+    const size_t warnings = ReadingWarnings().size() - warningsBefore;
+    if (StrictReading && warnings > 0) {
+        TERVOErrorMessage(kReadTitle,
+                          FmtStr("%s[q]<\"%s\" was refused: it needed %i warning(s), and --strict "
+                                 "refuses every file that needs one.",
+                                 path, static_cast<int>(warnings)));
+        return -1;
     }
-    // The left contact.
-    if (StartsWithNoCase(r.line, "back contact") || StartsWithNoCase(r.line, "left contact")) {
-        ContactReadState st;
-        while (r.Next()) {
-            // A file without layers goes on with the right contact; it is refused below.
-            if (StartsLayer(r) || r.Holds("front contact") || r.Holds("right contact") ||
-                r.Holds("working point") || r.Holds("spectrumfile"))
-                break;
-            ReadContactLine(r, p.cellParas.leftContact, st);
-        }
-        if (r.failed) return -1;
-        FinishContact(p.cellParas.leftContact, st);
-    }
-    // Layers, defects, metastable defects and interfaces, up to the right contact.
-    for (;;) {
-        if (r.Holds("front contact") || r.Holds("right contact") || r.Holds("spectrumfile") ||
-            r.Holds("working point"))
-            break;
-        bool ok = true;
-        const bool haveLayer = p.cellParas.numberOfLayers > 0;
-        if (StartsLayer(r))
-            ok = ReadLayerSection(r);
-        else if (haveLayer && r.Holds("srhrecombination"))
-            ok = ReadDefectSection(r);
-        else if (haveLayer && r.Holds("Metastable properties"))
-            ok = ReadMetaSection(r);
-        else if (haveLayer && StartsWithNoCase(r.TrimLeft(), "interface properties"))
-            ok = ReadInterfacePropertiesSection(r);
-        else if (haveLayer && r.Holds("interface recombination"))
-            ok = ReadInterfaceDefectSection(r);
-        else if (!haveLayer)
-            return -1; // not a definition: no layer before other data
-        else
-            ok = r.Next(); // a line that belongs to no section
-        if (!ok || r.failed) return -1;
-    }
-    if (p.cellParas.numberOfLayers == 0) return -1;
-    // The right contact and the working point.
-    if (r.Holds("front contact") || r.Holds("right contact")) {
-        ContactReadState st;
-        bool ended = false;
-        while (r.Next()) {
-            if (r.Holds("spectrumfile") || r.Holds("working point")) {
-                ended = true;
-                break;
-            }
-            ReadContactLine(r, p.cellParas.rightContact, st);
-        }
-        if (!ended || r.failed) return -1;
-        FinishContact(p.cellParas.rightContact, st);
-    }
-    if (StartsWithNoCase(r.TrimLeft(), "working point")) {
-        while (r.Next(r.workingPointLineRead)) {
-            if (r.Holds("spectrumfile")) break;
-            ReadWorkingPointLine(r);
-        }
-        if (r.failed) return -1; // the end came before any working point line
-    }
-    FinishLayers(r);
     return 1;
 }
 int ReadCeldefVariableFromDefFile(const std::string& path, CellDefinition& cell) {

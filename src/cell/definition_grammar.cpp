@@ -2,6 +2,7 @@
 // lines, and the reader's line-by-line state.
 #include <algorithm>
 #include <cmath>
+#include <cstdio>
 #include <cstring>
 
 #include "cell/definition_reader.h"
@@ -126,32 +127,75 @@ std::string BaseName(const std::string& path) {
 }
 
 bool DefReader::Next(bool endAllowed) {
-    const int n =
-        ReadNonEmptyNonCommentLine(file, line, DEF_LINE_LIMIT, noRemarks, 1, endAllowed ? 0 : 1, &lineNumber);
+    // The reader reports the end and read errors itself, so that the message names the file.
+    const int n = ReadNonEmptyNonCommentLine(file, line, DEF_LINE_LIMIT, noRemarks, 0, 0, &lineNumber);
     if (n == -2) {
         eof = true;
-        if (!endAllowed) failed = true;
+        if (!endAllowed) {
+            TERVOErrorMessage(kReadTitle, FmtStr("%s[q]<The def-file is empty or incomplete: %s[q] ends at "
+                                                 "line %i, where more was expected.",
+                                                 path, lineNumber));
+            failed = true;
+        }
         return false;
     }
     if (n < 0) {
+        TERVOErrorMessage(kReadTitle, FmtStr("%s[q]<An error ocurred while reading the def-file %s[q] "
+                                             "behind line %i: %s",
+                                             path, lineNumber, IoErrorText(file.lastError)));
         failed = true;
         return false;
     }
     return true;
 }
 
+namespace {
+
+// A value of the file as a message quotes it: six significant digits.
+std::string ValueText(double v) {
+    char text[32];
+    std::snprintf(text, sizeof text, "%.6g", v);
+    return text;
+}
+
+} // namespace
+
+std::string DefReader::Place() const {
+    std::string place = FmtStr("%s[q]<\"%s\", line %i", path, lineNumber);
+    if (!where.empty()) place += ", " + where;
+    return place;
+}
+
 void DefReader::Fail(const std::string& what) {
-    TERVOErrorMessage(kReadTitle, FmtStr("%s[q]<%s, line %i: %s", path, lineNumber, what));
+    TERVOErrorMessage(kReadTitle, Place() + ": " + what);
     failed = true;
 }
 
-void DefReader::WarnNoNumber() {
-    TERVOErrorMessage(kWarnTitle, FmtStr("%s[q]<%s, line %i: no number could be read in \"%s\"; the "
-                                         "value is left as it was.",
-                                         path, lineNumber, line));
+void DefReader::Warn(const std::string& what) {
+    TERVOReadingWarning(kWarnTitle, Place() + ": " + what);
 }
 
-bool DefReader::Number(double& target, bool behindColon) {
+void DefReader::WarnNoNumber() {
+    Warn(FmtStr("%s[q]<no number could be read in \"%s\"; the value is left as it was.", TrimRight(line)));
+}
+
+void DefReader::WarnUnknownKey() {
+    Warn(FmtStr("%s[q]<unknown keyword in \"%s\"; the line is passed over.", TrimRight(line)));
+}
+
+bool DefReader::InRange(double value, Range range) {
+    const char* wanted = nullptr;
+    if (range == Range::Positive && !(value > 0))
+        wanted = "above 0";
+    else if (range == Range::NonNegative && !(value >= 0))
+        wanted = "0 or above";
+    if (!wanted) return true;
+    Warn(FmtStr("%s[q]<the value %s in \"%s\" must be %s; the value is left as it was.", ValueText(value),
+                TrimRight(line), wanted));
+    return false;
+}
+
+bool DefReader::Number(double& target, bool behindColon, Range range) {
     double v = 0;
     bool ok = false;
     if (behindColon) {
@@ -165,22 +209,63 @@ bool DefReader::Number(double& target, bool behindColon) {
         WarnNoNumber();
         return false;
     }
+    if (!InRange(v, range)) return false;
     target = v;
     return true;
 }
 
-bool DefReader::Integer(int& target, bool behindColon) {
+bool DefReader::Integer(int& target, bool behindColon, int lo, int hi) {
     double v = 0;
     if (!Number(v, behindColon)) return false;
-    target = static_cast<int>(std::lround(v));
+    if (!ToBoundedInt(v, lo, hi, target)) {
+        Warn(FmtStr("%s[q]<the value %s in \"%s\" must be a whole number from %i to %i; the value is "
+                    "left as it was.",
+                    ValueText(v), TrimRight(line), lo, hi));
+        return false;
+    }
     return true;
 }
 
+bool DefReader::ProfileLine(Profile& target, Range range) {
+    double first[1];
+    if (ReadNumberRun(line, first, 1) == 0) {
+        WarnNoNumber();
+        return false;
+    }
+    Profile read = target;
+    InputLineToProfile(line, read);
+    // The values at both material ends and both layer edges are the ones the cell uses.
+    for (double v : {read.pureA, read.pureB, read.leftValue, read.rightValue})
+        if (!InRange(v, range)) return false;
+    target = read;
+    return true;
+}
+
+bool ToBoundedInt(double value, int lo, int hi, int& target) {
+    if (!(value >= lo - 0.5) || !(value < hi + 0.5)) return false;
+    target = static_cast<int>(std::lround(value));
+    return true;
+}
+
+namespace {
+
+// A key that ends in a letter or digit matches only a whole word: "Eg" does not take "Egg :".  A
+// one-letter key takes any line that begins with it ("d" is the thickness line of old files).
+bool KeyEndsWord(std::string_view line, std::string_view key) {
+    if (key.size() <= 1 || line.size() <= key.size()) return true;
+    if (!std::isalnum(static_cast<unsigned char>(key.back()))) return true;
+    return !std::isalpha(static_cast<unsigned char>(line[key.size()]));
+}
+
+} // namespace
+
 bool DefReader::Key(std::string_view key) const {
-    return StartsWithNoCase(TrimLeft(), key);
+    const std::string_view s = TrimLeft();
+    return StartsWithNoCase(s, key) && KeyEndsWord(s, key);
 }
 bool DefReader::KeyExact(std::string_view key) const {
-    return StartsWith(TrimLeft(), key);
+    const std::string_view s = TrimLeft();
+    return StartsWith(s, key) && KeyEndsWord(s, key);
 }
 bool DefReader::Holds(std::string_view phrase) const {
     return ContainsNoCase(line, phrase);
@@ -200,6 +285,17 @@ void NoteTunnelFlagFromElement(DefReader& r, int value, int& flag) {
 using defread::BaseName;
 using defread::InHomeFolder;
 using defread::ReadNumberRun;
+
+namespace {
+
+// The law of a profile line; one that no law has is uniform.
+int LawNumber(double value) {
+    int law = LAW_UNIFORM;
+    if (!defread::ToBoundedInt(value, 0, NUMBER_OF_LAWS - 1, law)) law = LAW_UNIFORM;
+    return law;
+}
+
+} // namespace
 
 void InputLineToProfile(const std::string& line, Profile& p) {
     std::array<double, 9> v;
@@ -227,7 +323,7 @@ void InputLineToProfile(const std::string& line, Profile& p) {
         p.lawPar2 = p.lawPar3 = v[3];
         p.leftValue = v[4];
         p.rightValue = v[5];
-        p.law = static_cast<int>(v[6]);
+        p.law = LawNumber(v[6]);
         p.dependence = DEP_COMPOSITION;
     } else {
         p.pureA = v[0];
@@ -237,11 +333,10 @@ void InputLineToProfile(const std::string& line, Profile& p) {
         p.lawPar3 = v[4];
         p.leftValue = v[5];
         p.rightValue = v[6];
-        p.law = static_cast<int>(v[7]);
-        p.dependence = count == 9 ? static_cast<int>(v[8]) : DEP_COMPOSITION;
+        p.law = LawNumber(v[7]);
+        p.dependence = DEP_COMPOSITION;
+        if (count == 9 && !defread::ToBoundedInt(v[8], 0, 2, p.dependence)) p.dependence = DEP_COMPOSITION;
     }
-    if (p.law < 0 || p.law >= NUMBER_OF_LAWS) p.law = LAW_UNIFORM;
-    if (p.dependence < 0 || p.dependence > 2) p.dependence = DEP_COMPOSITION;
     SetProfileScaleParameters(p);
     if (count == 9 && p.law == LAW_FROM_FILE) {
         // The grading file stands behind the numbers, up to the next tab or "[".

@@ -18,9 +18,9 @@ constexpr KeyMatch NoCase = KeyMatch::NoCase;
 constexpr auto kContactKeys = std::to_array<Entry>({
     {"flatband", NoCase,
      [](DefReader& r, ContactTarget& t) {
-         if (r.Integer(t.c.flatband)) t.st.flatbandSeen = true;
+         if (r.Integer(t.c.flatband, false, 0, 1)) t.st.flatbandSeen = true;
      }},
-    {"recalculate", NoCase, [](DefReader& r, ContactTarget& t) { r.Integer(t.c.recalculate); }},
+    {"recalculate", NoCase, [](DefReader& r, ContactTarget& t) { r.Integer(t.c.recalculate, false, 0, 1); }},
     // A work function that is given makes the contact one of that work function.
     {"Fi_m", NoCase,
      [](DefReader& r, ContactTarget& t) {
@@ -29,8 +29,8 @@ constexpr auto kContactKeys = std::to_array<Entry>({
              t.st.fiSeen = true;
          }
      }},
-    {"Sn", NoCase, [](DefReader& r, ContactTarget& t) { r.Number(t.c.Sn); }},
-    {"Sp", NoCase, [](DefReader& r, ContactTarget& t) { r.Number(t.c.Sp); }},
+    {"Sn", NoCase, [](DefReader& r, ContactTarget& t) { r.Number(t.c.Sn, false, Range::NonNegative); }},
+    {"Sp", NoCase, [](DefReader& r, ContactTarget& t) { r.Number(t.c.Sp, false, Range::NonNegative); }},
     {"optical filter", NoCase,
      [](DefReader& r, ContactTarget& t) {
          t.c.opticalFilter = 1;
@@ -41,22 +41,25 @@ constexpr auto kContactKeys = std::to_array<Entry>({
      }},
     {"filterfile", NoCase, [](DefReader& r, ContactTarget& t) { t.c.filterFile = AfterColon(r.line); }},
     {"wavelength independent", NoCase,
-     [](DefReader& r, ContactTarget& t) { r.Integer(t.c.wavelengthIndependent); }},
-    {"filter value", NoCase, [](DefReader& r, ContactTarget& t) { r.Number(t.c.filterValue); }},
+     [](DefReader& r, ContactTarget& t) { r.Integer(t.c.wavelengthIndependent, false, 0, 1); }},
+    {"filter value", NoCase,
+     [](DefReader& r, ContactTarget& t) { r.Number(t.c.filterValue, false, Range::NonNegative); }},
     {"Tunneling to contact", NoCase,
      [](DefReader& r, ContactTarget& t) {
-         if (r.Integer(t.c.tunnelling))
+         if (r.Integer(t.c.tunnelling, false, 0, 1))
              NoteTunnelFlagFromElement(r, t.c.tunnelling, r.P.convergence.Tunnelcontact_allowed);
      }},
-    {"Relative electron mass", NoCase, [](DefReader& r, ContactTarget& t) { r.Number(t.c.relElectronMass); }},
-    {"Relative hole mass", NoCase, [](DefReader& r, ContactTarget& t) { r.Number(t.c.relHoleMass); }},
+    {"Relative electron mass", NoCase,
+     [](DefReader& r, ContactTarget& t) { r.Number(t.c.relElectronMass, false, Range::Positive); }},
+    {"Relative hole mass", NoCase,
+     [](DefReader& r, ContactTarget& t) { r.Number(t.c.relHoleMass, false, Range::Positive); }},
 });
 
 } // namespace
 
 void ReadContactLine(DefReader& r, ContactParameters& c, ContactReadState& st) {
     ContactTarget target{c, st};
-    ReadKeyedLine(r, kContactKeys, target);
+    if (!ReadKeyedLine(r, kContactKeys, target)) r.WarnUnknownKey();
 }
 
 // A contact without a flat-band line is a flat-band contact unless its file gave a work function.

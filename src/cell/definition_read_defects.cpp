@@ -70,12 +70,13 @@ void ReadOpticalCaptureData(DefReader& r, DefectLevels& d, bool electrons) {
             r.WarnNoNumber();
             return;
         }
-        const int level = static_cast<int>(levelNumber) - 1;
-        if (level < 0 || level >= LevelCount(d)) {
-            r.Fail(FmtStr("optical capture data for level %i of a defect with %i level(s)", level + 1,
-                          LevelCount(d)));
+        int levelOne = 0;
+        if (!ToBoundedInt(levelNumber, 1, LevelCount(d), levelOne)) {
+            r.Fail(FmtStr("%s[q]<optical capture data for level %s of a defect with %i level(s)",
+                          Trim(behind.substr(0, behind.find(','))), LevelCount(d)));
             return;
         }
+        const int level = levelOne - 1;
         if (ContainsNoCase(behind, ", none")) return;
         const size_t comma = behind.find(',');
         if (comma == std::string::npos) return;
@@ -112,11 +113,13 @@ bool ReadOpticalCaptureModel(DefReader& r, DefectLevels& d) {
         const int got = LevelValues(r, values, n);
         if (got < n) r.WarnNoNumber();
         for (int l = 0; l < got; ++l) {
+            // The model divides by the refractive index and the effective mass.
+            if ((it.field == 1 || it.field == 2) && !r.InRange(values[l], Range::Positive)) continue;
             OpticalCaptureProperties& o = it.electrons ? d[static_cast<size_t>(l)].optCaptElectrons
                                                        : d[static_cast<size_t>(l)].optCaptHoles;
             switch (it.field) {
             case 0:
-                o.fromModel = static_cast<int>(values[l]);
+                if (!ToBoundedInt(values[l], 0, 1, o.fromModel)) r.WarnNoNumber();
                 break;
             case 1:
                 o.n = values[l];
@@ -151,14 +154,15 @@ constexpr KeyMatch Anywhere = KeyMatch::Anywhere;
 template <double BulkRecombinationParameters::*field>
 void ForEveryLevel(DefReader& r, DefectTarget& t) {
     double v = 0;
-    if (r.Number(v)) ForAllLevels(t.d, [&](BulkRecombinationParameters& lv) { lv.*field = v; });
+    if (r.Number(v, false, Range::NonNegative))
+        ForAllLevels(t.d, [&](BulkRecombinationParameters& lv) { lv.*field = v; });
 }
 
 // A value of the old description of the spatial profile; an Nt line of the same defect overrides it.
 template <double BulkRecombinationParameters::*field>
 void OldDescription(DefReader& r, DefectTarget& t) {
     double v = 0;
-    if (!t.st.ntSeen && r.Number(v)) {
+    if (!t.st.ntSeen && r.Number(v, false, Range::NonNegative)) {
         ForAllLevels(t.d, [&](BulkRecombinationParameters& lv) { lv.*field = v; });
         t.st.oldSeen = true;
     }
@@ -169,10 +173,10 @@ void ReadDefectType(DefReader& r, DefectTarget& t) {
     double levels = 1;
     const size_t paren = r.line.find('(');
     int n = 1;
-    if (paren != std::string::npos && FirstNumber(std::string_view(r.line).substr(paren), levels))
-        n = static_cast<int>(levels);
-    if (n < 1 || n > MAX_LEVELS) {
-        r.Fail(FmtStr("a defect with %i levels; at most %i are possible", n, MAX_LEVELS));
+    if (paren != std::string::npos && FirstNumber(std::string_view(r.line).substr(paren), levels) &&
+        !ToBoundedInt(levels, 1, MAX_LEVELS, n)) {
+        r.Fail(FmtStr("%s[q]<a defect with %s levels; 1 to %i are possible", TrimRight(r.line.substr(paren)),
+                      MAX_LEVELS));
         return;
     }
     ForAllLevels(t.d, [&](BulkRecombinationParameters& lv) {
@@ -183,7 +187,7 @@ void ReadDefectType(DefReader& r, DefectTarget& t) {
 
 void ReadNtProfile(DefReader& r, DefectTarget& t) {
     Profile p = t.d[0].Nt;
-    InputLineToProfile(r.line, p);
+    if (!r.ProfileLine(p, Range::NonNegative)) return;
     p.variableId = VAR_NT;
     ForAllLevels(t.d, [&](BulkRecombinationParameters& lv) { lv.Nt = p; });
     t.st.ntSeen = true;
@@ -220,7 +224,7 @@ constexpr auto kDefectKeys = std::to_array<Entry>({
     {"Reference for defect energy", Exact,
      [](DefReader& r, DefectTarget& t) {
          int v = 0;
-         if (r.Integer(v, true)) ForAllLevels(t.d, [&](auto& lv) { lv.energy.reference = v; });
+         if (r.Integer(v, true, 0, 2)) ForAllLevels(t.d, [&](auto& lv) { lv.energy.reference = v; });
      }},
     {"Ekar", Exact,
      [](DefReader& r, DefectTarget& t) {
@@ -286,6 +290,7 @@ void ReadLevelValues(DefReader& r, DefectTarget& t) {
     if (got < n) r.WarnNoNumber();
     for (int l = 0; l < got; ++l) {
         BulkRecombinationParameters& lv = t.d[static_cast<size_t>(l)];
+        if (which != 2 && !r.InRange(values[l], Range::NonNegative)) continue;
         if (which == 0)
             lv.sigma_n = values[l];
         else if (which == 1)
@@ -324,7 +329,7 @@ void ReadDefectLine(DefReader& r, DefectLevels& d, DefectReadState& st) {
             d[0].aard = 0;
         return;
     }
-    if (!ReadKeyedLine(r, kLevelKeys, target)) ReadOpticalCaptureModel(r, d);
+    if (!ReadKeyedLine(r, kLevelKeys, target) && !ReadOpticalCaptureModel(r, d)) r.WarnUnknownKey();
 }
 
 // The end of a defect: the old description becomes the Nt profile, the distribution its
@@ -359,8 +364,7 @@ void MetaInteger(DefReader& r, MetaTarget& t) {
 }
 
 void ReadMetaNt(DefReader& r, MetaTarget& t) {
-    InputLineToProfile(r.line, t.m.Nt);
-    t.m.Nt.variableId = VAR_NT;
+    if (r.ProfileLine(t.m.Nt, Range::NonNegative)) t.m.Nt.variableId = VAR_NT;
 }
 
 // The keys of a metastable defect pair, in the order in which they are tried.
@@ -379,7 +383,8 @@ constexpr auto kMetaKeys = std::to_array<KeyEntry<MetaTarget>>({
          double v[5];
          const int got = ReadNumberRun(AfterColon(r.line), v, 5);
          if (got < 5) r.WarnNoNumber();
-         for (int i = 0; i < got; ++i) t.m.userDefined[static_cast<size_t>(i)] = static_cast<int>(v[i]);
+         for (int i = 0; i < got; ++i)
+             if (!ToBoundedInt(v[i], 0, 1, t.m.userDefined[static_cast<size_t>(i)])) r.WarnNoNumber();
      }},
     {"sigma_acc_n", NoCase, MetaNumber<&MetaStableDefectParameters::sigma_acc_n>},
     {"sigma_acc_p", NoCase, MetaNumber<&MetaStableDefectParameters::sigma_acc_p>},
@@ -425,6 +430,7 @@ bool ReadDefectSection(DefReader& r) {
             return false;
         }
         DefectLevels& d = L.srh[static_cast<size_t>(L.srhteller)];
+        r.where = FmtStr("%s<layer %i, defect %i", cell.numberOfLayers, L.srhteller + 1);
         DefectReadState st;
         bool more = false;
         while (r.Next()) {
@@ -458,13 +464,14 @@ bool ReadMetaSection(DefReader& r) {
     m.allowmeta = 1;
     m.layer = cell.numberOfLayers - 1;
     m.initialacceptorconfiguration = 0.5;
+    r.where = FmtStr("%s<layer %i, metastable defect %i", cell.numberOfLayers, index);
     while (r.Next()) {
         if (StartsLayer(r) || r.Holds("interface properties") || r.Holds("interface recombination") ||
             r.Holds("front contact") || r.Holds("right contact") || r.Holds("spectrumfile") ||
             r.Holds("working point") || r.Holds("Metastable properties") || r.Holds("srhrecombination"))
             return true;
         MetaTarget target{m};
-        ReadKeyedLine(r, kMetaKeys, target);
+        if (!ReadKeyedLine(r, kMetaKeys, target)) r.WarnUnknownKey();
     }
     return false;
 }

@@ -15,7 +15,7 @@ constexpr KeyMatch NoCase = KeyMatch::NoCase;
 // A switch of a tunnelling mechanism for the whole cell; once one is seen, the switches of the
 // elements no longer turn the mechanisms on.
 void TunnelSwitch(DefReader& r, int& flag) {
-    r.Integer(flag);
+    r.Integer(flag, false, 0, 1);
     r.tunnelFlagLineSeen = true;
 }
 
@@ -47,13 +47,13 @@ constexpr auto kConvergenceKeys = std::to_array<Entry>({
     {"termination_Meta_full", NoCase,
      [](DefReader& r, DefReader&) { r.Number(r.P.convergence.termination_Meta_full); }},
     {"maxmetaiter_full", NoCase,
-     [](DefReader& r, DefReader&) { r.Integer(r.P.convergence.maxmetaiter_full); }},
+     [](DefReader& r, DefReader&) { r.Integer(r.P.convergence.maxmetaiter_full, false, 0); }},
     {"usemetaclamping", NoCase, [](DefReader& r, DefReader&) { r.Integer(r.P.convergence.usemetaclamping); }},
     // One limit for the outer loop and every inner iteration.
     {"maxiter", NoCase,
      [](DefReader& r, DefReader&) {
          ConvergenceParameters& c = r.P.convergence;
-         if (r.Integer(c.maxiter))
+         if (r.Integer(c.maxiter, false, 1))
              c.maxiter_psi_start = c.maxiter_psi = c.maxiter_u = c.maxiter_v = c.maxiter;
      }},
     {"defectdiscretisations", NoCase,
@@ -73,10 +73,13 @@ constexpr auto kConvergenceKeys = std::to_array<Entry>({
      [](DefReader& r, DefReader&) { TunnelSwitch(r, r.P.convergence.Tunneliface_allowed); }},
     {"Tunnelintraband_allowed", NoCase,
      [](DefReader& r, DefReader&) { TunnelSwitch(r, r.P.convergence.Tunnelintraband_allowed); }},
-    {"QE calculation mode", NoCase, [](DefReader& r, DefReader&) { r.Integer(r.S.qeMode, true); }},
-    {"number of photons", NoCase, [](DefReader& r, DefReader&) { r.Number(r.S.numberOfPhotons); }},
-    {"incident power", NoCase, [](DefReader& r, DefReader&) { r.Number(r.S.incidentPower); }},
-    {"recalculate mesh", NoCase, [](DefReader& r, DefReader&) { r.Integer(r.S.mesh.recalculateMesh); }},
+    {"QE calculation mode", NoCase, [](DefReader& r, DefReader&) { r.Integer(r.S.qeMode, true, 0, 1); }},
+    {"number of photons", NoCase,
+     [](DefReader& r, DefReader&) { r.Number(r.S.numberOfPhotons, false, Range::NonNegative); }},
+    {"incident power", NoCase,
+     [](DefReader& r, DefReader&) { r.Number(r.S.incidentPower, false, Range::NonNegative); }},
+    {"recalculate mesh", NoCase,
+     [](DefReader& r, DefReader&) { r.Integer(r.S.mesh.recalculateMesh, false, 0, 1); }},
     {"maximum ratio between neighbouring points", NoCase,
      [](DefReader& r, DefReader&) { r.Number(r.S.mesh.maximumRatio); }},
     {"minimum ratio between neighbouring points", NoCase,
@@ -103,16 +106,16 @@ constexpr auto kWorkingPointKeys = std::to_array<Entry>({
     {"illuminated", NoCase, [](DefReader& r, DefReader&) { r.S.side = r.Holds("left") ? 0 : 1; }},
     {"internal Rfront", NoCase,
      [](DefReader& r, DefReader&) {
-         if (r.Number(r.S.Rfront)) r.S.Tfront = 1 - r.S.Rfront;
+         if (r.Number(r.S.Rfront, false, Range::NonNegative)) r.S.Tfront = 1 - r.S.Rfront;
      }},
     {"internal Tfront", NoCase,
      [](DefReader& r, DefReader&) {
-         if (r.Number(r.S.Tfront)) r.S.Rfront = 1 - r.S.Tfront;
+         if (r.Number(r.S.Tfront, false, Range::NonNegative)) r.S.Rfront = 1 - r.S.Tfront;
      }},
-    {"Series resistance :", NoCase, [](DefReader& r, DefReader&) { r.Integer(r.S.RsPresent, true); }},
-    {"Rs [Ohm.m2]", NoCase, [](DefReader& r, DefReader&) { r.Number(r.S.Rs, true); }},
-    {"Shunt conductance :", NoCase, [](DefReader& r, DefReader&) { r.Integer(r.S.GshPresent, true); }},
-    {"Gsh [S/m2]", NoCase, [](DefReader& r, DefReader&) { r.Number(r.S.Gsh, true); }},
+    {"Series resistance :", NoCase, [](DefReader& r, DefReader&) { r.Integer(r.S.RsPresent, true, 0, 1); }},
+    {"Rs [Ohm.m2]", NoCase, [](DefReader& r, DefReader&) { r.Number(r.S.Rs, true, Range::NonNegative); }},
+    {"Shunt conductance :", NoCase, [](DefReader& r, DefReader&) { r.Integer(r.S.GshPresent, true, 0, 1); }},
+    {"Gsh [S/m2]", NoCase, [](DefReader& r, DefReader&) { r.Number(r.S.Gsh, true, Range::NonNegative); }},
     {"voltage V applied to", NoCase,
      [](DefReader& r, DefReader&) { ConventionLine(r, r.cell().voltageAppliedTo); }},
     {"cell reference system", NoCase,
@@ -122,11 +125,14 @@ constexpr auto kWorkingPointKeys = std::to_array<Entry>({
 } // namespace
 
 void ReadConvergenceLine(DefReader& r) {
-    ReadKeyedLine(r, kConvergenceKeys, r);
+    if (!ReadKeyedLine(r, kConvergenceKeys, r)) r.WarnUnknownKey();
 }
 
 void ReadWorkingPointLine(DefReader& r) {
-    if (ReadKeyedLine(r, kWorkingPointKeys, r)) r.workingPointLineRead = true;
+    if (ReadKeyedLine(r, kWorkingPointKeys, r))
+        r.workingPointLineRead = true;
+    else
+        r.WarnUnknownKey();
 }
 
 } // namespace tervo::defread

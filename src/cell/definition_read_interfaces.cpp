@@ -23,12 +23,13 @@ void ReadInterfaceName(DefReader& r, InterfaceParameters& f) {
 constexpr auto kInterfaceKeys = std::to_array<KeyEntry<InterfaceParameters>>({
     {"Intraband tunneling", NoCase,
      [](DefReader& r, InterfaceParameters& f) {
-         if (r.Integer(f.intrabandTunnelling))
+         if (r.Integer(f.intrabandTunnelling, false, 0, 1))
              NoteTunnelFlagFromElement(r, f.intrabandTunnelling, r.P.convergence.Tunnelintraband_allowed);
      }},
     {"Relative electron mass", NoCase,
-     [](DefReader& r, InterfaceParameters& f) { r.Number(f.relElectronMass); }},
-    {"Relative hole mass", NoCase, [](DefReader& r, InterfaceParameters& f) { r.Number(f.relHoleMass); }},
+     [](DefReader& r, InterfaceParameters& f) { r.Number(f.relElectronMass, false, Range::Positive); }},
+    {"Relative hole mass", NoCase,
+     [](DefReader& r, InterfaceParameters& f) { r.Number(f.relHoleMass, false, Range::Positive); }},
     {"interfacename", NoCase, ReadInterfaceName},
 });
 
@@ -38,9 +39,9 @@ struct InterfaceDefectTarget {
     bool& referenceSeen;
 };
 
-template <double InterfaceRecombinationParameters::*field>
+template <double InterfaceRecombinationParameters::*field, Range range = Range::NonNegative>
 void DefectNumber(DefReader& r, InterfaceDefectTarget& t) {
-    r.Number(t.d.*field);
+    r.Number(t.d.*field, false, range);
 }
 
 // The keys of an interface defect, in the order in which they are tried.
@@ -57,11 +58,13 @@ constexpr auto kInterfaceDefectKeys = std::to_array<KeyEntry<InterfaceDefectTarg
     {"sigma_pright", NoCase, DefectNumber<&InterfaceRecombinationParameters::sigma_pright>},
     {"Tunneling to trap", NoCase,
      [](DefReader& r, InterfaceDefectTarget& t) {
-         if (r.Integer(t.d.tunnelling))
+         if (r.Integer(t.d.tunnelling, false, 0, 1))
              NoteTunnelFlagFromElement(r, t.d.tunnelling, r.P.convergence.Tunneliface_allowed);
      }},
-    {"Relative electron mass", NoCase, DefectNumber<&InterfaceRecombinationParameters::relElectronMass>},
-    {"Relative hole mass", NoCase, DefectNumber<&InterfaceRecombinationParameters::relHoleMass>},
+    {"Relative electron mass", NoCase,
+     DefectNumber<&InterfaceRecombinationParameters::relElectronMass, Range::Positive>},
+    {"Relative hole mass", NoCase,
+     DefectNumber<&InterfaceRecombinationParameters::relHoleMass, Range::Positive>},
     {"energy distribution", NoCase,
      [](DefReader& r, InterfaceDefectTarget& t) {
          const int type = EnergyTypeFromLine(AfterColon(r.line));
@@ -69,7 +72,7 @@ constexpr auto kInterfaceDefectKeys = std::to_array<KeyEntry<InterfaceDefectTarg
      }},
     {"Reference for defect energy", Exact,
      [](DefReader& r, InterfaceDefectTarget& t) {
-         if (r.Integer(t.d.energy.reference, true)) t.referenceSeen = true;
+         if (r.Integer(t.d.energy.reference, true, 0, 7)) t.referenceSeen = true;
      }},
     {"Et", Exact, [](DefReader& r, InterfaceDefectTarget& t) { r.Number(t.d.energy.Et); }},
     {"Ekar", Exact, [](DefReader& r, InterfaceDefectTarget& t) { r.Number(t.d.energy.Ekar); }},
@@ -93,11 +96,12 @@ bool ReadInterfacePropertiesSection(DefReader& r) {
         return false;
     }
     InterfaceParameters& f = cell.interface[static_cast<size_t>(index)];
+    r.where = FmtStr("%s<interface %i", index + 1);
     while (r.Next()) {
         if (StartsLayer(r) || r.Holds("interface recombination") || r.Holds("front contact") ||
             r.Holds("right contact") || r.Holds("spectrumfile") || r.Holds("working point"))
             return true;
-        ReadKeyedLine(r, kInterfaceKeys, f);
+        if (!ReadKeyedLine(r, kInterfaceKeys, f)) r.WarnUnknownKey();
     }
     return false;
 }
@@ -116,6 +120,7 @@ bool ReadInterfaceDefectSection(DefReader& r) {
             return false;
         }
         InterfaceRecombinationParameters& d = f.defect[static_cast<size_t>(f.numberOfDefects)];
+        r.where = FmtStr("%s<interface %i, defect %i", index + 1, f.numberOfDefects + 1);
         bool referenceSeen = false;
         bool more = false;
         while (r.Next()) {
@@ -127,7 +132,7 @@ bool ReadInterfaceDefectSection(DefReader& r) {
                 break;
             }
             InterfaceDefectTarget target{f, d, referenceSeen};
-            ReadKeyedLine(r, kInterfaceDefectKeys, target);
+            if (!ReadKeyedLine(r, kInterfaceDefectKeys, target)) r.WarnUnknownKey();
         }
         if (r.failed) return false;
         if (!referenceSeen) d.energy.reference = 7;

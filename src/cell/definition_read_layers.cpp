@@ -3,6 +3,7 @@
 // materials.
 #include "cell/definition_reader.h"
 #include "cell/grading.h"
+#include "platform/format.h"
 #include "platform/text_util.h"
 
 namespace tervo::defread {
@@ -45,7 +46,7 @@ constexpr KeyMatch Exact = KeyMatch::Exact;
 
 void ReadCompositionLine(DefReader& r, LayerTarget& t) {
     LayerParameters& L = t.L;
-    InputLineToProfile(r.line, L.composition);
+    if (!r.ProfileLine(L.composition, Range::Any)) return;
     L.composition.dependence = DEP_POSITION;
     switch (L.composition.law) {
     case LAW_UNIFORM_PURE_B:
@@ -72,8 +73,20 @@ constexpr auto kLayerKeys = std::to_array<Entry>({
          if (name.size() > MAX_LAYER_NAME) name.resize(MAX_LAYER_NAME);
          t.L.name = name;
          t.L.material.name = name;
+         r.where = FmtStr("%s<layer %i (%s)", r.cell().numberOfLayers, name);
      }},
-    {"d", Exact, [](DefReader& r, LayerTarget& t) { r.Number(t.L.material.d); }},
+    {"d", Exact,
+     [](DefReader& r, LayerTarget& t) {
+         double d = 0;
+         if (!r.Number(d, false, Range::Positive)) return;
+         if (d > MAX_LAYER_THICKNESS_M) {
+             r.Warn(FmtStr("%s[q]<the thickness %f[e3p3] m in \"%s\" is beyond the %f[e3p0] m that a "
+                           "layer's mesh can span; the value is left as it was.",
+                           d, TrimRight(r.line), MAX_LAYER_THICKNESS_M));
+             return;
+         }
+         t.L.material.d = d;
+     }},
     // A grading file belongs to the composition line just before it.
     {"Grading file", NoCase,
      [](DefReader& r, LayerTarget& t) {
@@ -84,47 +97,47 @@ constexpr auto kLayerKeys = std::to_array<Entry>({
          t.L.composition.fileState = 0;
      }},
     {"composition", NoCase, ReadCompositionLine},
-    {"v_th_n", NoCase, [](DefReader& r, LayerTarget& t) { InputLineToProfile(r.line, t.L.material.v_th_n); }},
-    {"v_th_p", NoCase, [](DefReader& r, LayerTarget& t) { InputLineToProfile(r.line, t.L.material.v_th_p); }},
+    {"v_th_n", NoCase, [](DefReader& r, LayerTarget& t) { r.ProfileLine(t.L.material.v_th_n, Range::Positive); }},
+    {"v_th_p", NoCase, [](DefReader& r, LayerTarget& t) { r.ProfileLine(t.L.material.v_th_p, Range::Positive); }},
     // One thermal velocity for both carriers.
     {"v_th :", NoCase,
      [](DefReader& r, LayerTarget& t) {
          MaterialParameters& m = t.L.material;
-         InputLineToProfile(r.line, m.v_th_n);
+         if (!r.ProfileLine(m.v_th_n, Range::Positive)) return;
          const int id = m.v_th_p.variableId;
          m.v_th_p = m.v_th_n;
          m.v_th_p.variableId = id;
      }},
-    {"eps", NoCase, [](DefReader& r, LayerTarget& t) { InputLineToProfile(r.line, t.L.material.eps); }},
-    {"chi", NoCase, [](DefReader& r, LayerTarget& t) { InputLineToProfile(r.line, t.L.material.chi); }},
+    {"eps", NoCase, [](DefReader& r, LayerTarget& t) { r.ProfileLine(t.L.material.eps, Range::Positive); }},
+    {"chi", NoCase, [](DefReader& r, LayerTarget& t) { r.ProfileLine(t.L.material.chi, Range::Any); }},
     // The absorption edge follows the band gap of both pure materials.
     {"Eg", Exact,
      [](DefReader& r, LayerTarget& t) {
          MaterialParameters& m = t.L.material;
-         InputLineToProfile(r.line, m.Eg);
+         if (!r.ProfileLine(m.Eg, Range::Positive)) return;
          if (m.Eg.pureA > 0) m.absorption.pureA = 1239.977 / m.Eg.pureA;
          if (m.Eg.pureB > 0) m.absorption.pureB = 1239.977 / m.Eg.pureB;
      }},
-    {"Nc", Exact, [](DefReader& r, LayerTarget& t) { InputLineToProfile(r.line, t.L.material.Nc); }},
-    {"Nv", Exact, [](DefReader& r, LayerTarget& t) { InputLineToProfile(r.line, t.L.material.Nv); }},
-    {"mu_n", NoCase, [](DefReader& r, LayerTarget& t) { InputLineToProfile(r.line, t.L.material.mu_n); }},
-    {"mu_p", NoCase, [](DefReader& r, LayerTarget& t) { InputLineToProfile(r.line, t.L.material.mu_p); }},
+    {"Nc", Exact, [](DefReader& r, LayerTarget& t) { r.ProfileLine(t.L.material.Nc, Range::Positive); }},
+    {"Nv", Exact, [](DefReader& r, LayerTarget& t) { r.ProfileLine(t.L.material.Nv, Range::Positive); }},
+    {"mu_n", NoCase, [](DefReader& r, LayerTarget& t) { r.ProfileLine(t.L.material.mu_n, Range::Positive); }},
+    {"mu_p", NoCase, [](DefReader& r, LayerTarget& t) { r.ProfileLine(t.L.material.mu_p, Range::Positive); }},
     {"Tunneling in layer", NoCase,
      [](DefReader& r, LayerTarget& t) {
          MaterialParameters& m = t.L.material;
-         if (r.Integer(m.tunnelling))
+         if (r.Integer(m.tunnelling, false, 0, 1))
              NoteTunnelFlagFromElement(r, m.tunnelling, r.P.convergence.Tunnelintraband_allowed);
      }},
-    {"Relative electron mass", NoCase, [](DefReader& r, LayerTarget& t) { InputLineToProfile(r.line, t.L.material.relElectronMass); }},
-    {"Relative hole mass", NoCase, [](DefReader& r, LayerTarget& t) { InputLineToProfile(r.line, t.L.material.relHoleMass); }},
-    {"K_rad", NoCase, [](DefReader& r, LayerTarget& t) { InputLineToProfile(r.line, t.L.material.K_rad); }},
-    {"c_n_auger", NoCase, [](DefReader& r, LayerTarget& t) { InputLineToProfile(r.line, t.L.material.c_n_auger); }},
-    {"c_p_auger", NoCase, [](DefReader& r, LayerTarget& t) { InputLineToProfile(r.line, t.L.material.c_p_auger); }},
-    {"Na", Exact, [](DefReader& r, LayerTarget& t) { InputLineToProfile(r.line, t.L.material.Na); }},
-    {"Nd", Exact, [](DefReader& r, LayerTarget& t) { InputLineToProfile(r.line, t.L.material.Nd); }},
+    {"Relative electron mass", NoCase, [](DefReader& r, LayerTarget& t) { r.ProfileLine(t.L.material.relElectronMass, Range::Positive); }},
+    {"Relative hole mass", NoCase, [](DefReader& r, LayerTarget& t) { r.ProfileLine(t.L.material.relHoleMass, Range::Positive); }},
+    {"K_rad", NoCase, [](DefReader& r, LayerTarget& t) { r.ProfileLine(t.L.material.K_rad, Range::NonNegative); }},
+    {"c_n_auger", NoCase, [](DefReader& r, LayerTarget& t) { r.ProfileLine(t.L.material.c_n_auger, Range::NonNegative); }},
+    {"c_p_auger", NoCase, [](DefReader& r, LayerTarget& t) { r.ProfileLine(t.L.material.c_p_auger, Range::NonNegative); }},
+    {"Na", Exact, [](DefReader& r, LayerTarget& t) { r.ProfileLine(t.L.material.Na, Range::NonNegative); }},
+    {"Nd", Exact, [](DefReader& r, LayerTarget& t) { r.ProfileLine(t.L.material.Nd, Range::NonNegative); }},
     {"absorption grading", Exact,
      [](DefReader& r, LayerTarget& t) {
-         InputLineToProfile(r.line, t.L.material.absorption);
+         if (!r.ProfileLine(t.L.material.absorption, Range::Any)) return;
          t.L.material.absorption.dependence = DEP_COMPOSITION;
      }},
     {"absorptionmodel :", NoCase,
@@ -179,6 +192,7 @@ bool StartsLayer(const DefReader& r) {
 
 bool ReadLayerSection(DefReader& r) {
     CellDefinition& cell = r.cell();
+    r.where = FmtStr("%s<layer %i", cell.numberOfLayers + 1);
     if (cell.numberOfLayers >= MAX_LAYERS) {
         r.Fail(FmtStr("the file declares more than %i layers", MAX_LAYERS));
         return false;
@@ -191,7 +205,7 @@ bool ReadLayerSection(DefReader& r) {
         if (EndsLayerData(r)) return true;
         LayerTarget target{L, lastWasComposition, lastWasComposition};
         lastWasComposition = false;
-        ReadKeyedLine(r, kLayerKeys, target);
+        if (!ReadKeyedLine(r, kLayerKeys, target)) r.WarnUnknownKey();
         if (r.failed) return false;
     }
     return false;

@@ -37,6 +37,14 @@ std::string InHomeFolder(const std::string& folder, const std::string& name);
 // The file part of a path.
 std::string BaseName(const std::string& path);
 
+// The physical range of a value read from the file.  A value outside it is refused with a warning
+// and the field keeps what it held, as for a value that cannot be read.
+enum class Range { Any, Positive, NonNegative };
+
+// No thin-film layer is thicker than this: beyond it the at most 100 points of a layer's mesh would
+// leave steps of more than 10 um in its middle.
+inline constexpr double MAX_LAYER_THICKNESS_M = 1e-3;
+
 // The state of one reading of a file: the present line and where it stands, and what has been seen.
 struct DefReader {
     TextFile file;
@@ -51,6 +59,7 @@ struct DefReader {
     bool tunnelFlagLineSeen = false;
     bool workingPointLineRead = false;
     bool referenceLinesRead = false;
+    std::string where; // the part of the cell being read ("layer 1 (CIGS)"), for messages
 
     DefReader(InputParameters& p, DefinitionWorkingSettings& s) : P(p), S(s) {}
 
@@ -60,14 +69,26 @@ struct DefReader {
     // endAllowed.  False at the end or on failure.
     bool Next(bool endAllowed = false);
 
+    // "file", line n, part of the cell: the place of the present line, for messages.
+    std::string Place() const;
     // Refuses the file, naming it and the line.
     void Fail(const std::string& what);
+    // A reading warning about the present line: the file is still read.
+    void Warn(const std::string& what);
     // Warns that the line holds no number where one is needed; the field keeps its value.
     void WarnNoNumber();
+    // Warns that no key of the section begins the line; the line is passed over.
+    void WarnUnknownKey();
+    // Warns that `value` lies outside `range`; the field keeps its value.  True when it lies inside.
+    bool InRange(double value, Range range);
 
-    // The first number of the line (or behind the colon); warns and keeps the field when none.
-    bool Number(double& target, bool behindColon = false);
-    bool Integer(int& target, bool behindColon = false);
+    // The first number of the line (or behind the colon); warns and keeps the field when none or
+    // when it lies outside its range.  An integer is checked against lo .. hi before it is converted.
+    bool Number(double& target, bool behindColon = false, Range range = Range::Any);
+    bool Integer(int& target, bool behindColon = false, int lo = -1000000000, int hi = 1000000000);
+    // A profile line: warns and keeps the profile when it holds no number or a value of a material
+    // end or layer edge outside `range`.
+    bool ProfileLine(Profile& target, Range range);
 
     // The key begins the line (blanks before it skipped): in any case, or exactly.
     bool Key(std::string_view key) const;
@@ -76,6 +97,10 @@ struct DefReader {
     bool Holds(std::string_view phrase) const;
     std::string_view TrimLeft() const;
 };
+
+// A value of the file as an integer within lo .. hi; false (target untouched) for one outside, so
+// that no value of a file, "1e400" included, reaches an integer conversion it does not fit.
+bool ToBoundedInt(double value, int lo, int hi, int& target);
 
 // A switch of the tunnelling of an element also switches the mechanism on for the whole cell, in
 // files written before the cell had switches of its own.

@@ -165,7 +165,7 @@ TEST(DefinitionFile, OldFormsReadAndWrittenByTheInteractiveWriter) {
 // for in "|title|text|".
 TEST(DefinitionFileBadInput, MissingTruncatedIncompleteOverfullAndUnreadableFiles) {
     TempFolder dir;
-    const std::string whole = ReadFile(kOldForms), incomplete = "|The def-file is empty or incomplete.|";
+    const std::string whole = ReadFile(kOldForms), incomplete = "|The def-file is empty or incomplete: ";
     const std::string body = "layer\n\nname : x\nd : 1e-6\n\nfront contact\n\nSn : 1e5\n\nworking point\n";
     const std::string tail = "front contact\n\nSn : 1\nworking point\nilluminated from : left\n";
     std::string binary, layers,
@@ -187,14 +187,21 @@ TEST(DefinitionFileBadInput, MissingTruncatedIncompleteOverfullAndUnreadableFile
     // values before them.
     const std::tuple<const char*, std::string, int, std::vector<std::string>> cases[] = {
         {"no folder/none.def", "", -1, {opening}},
-        {"empty.def", "", -1, {incomplete}},
+        {"empty.def", "", -1, {incomplete + (dir / "empty.def") + " ends at line 0"}},
         {"cut.def", whole.substr(0, whole.size() / 2), -1, {cut}},
-        {"wp0.def", body, -1, {incomplete}},
+        {"wp0.def", body, -1, {incomplete + (dir / "wp0.def") + " ends at line 10"}},
         {"wp1.def", body + "internal Rfront : 0.1", 1, {}},
         {"nolayer.def", "back contact\n\nSn : 1\n\n" + tail, -1, {}},
-        {"eight.def", layers + tail, -1, {"eight.def, line 36: the file declares more than 7 layers"}},
+        {"eight.def",
+         layers + tail,
+         -1,
+         {"eight.def\", line 36, layer 8: the file declares more than 7 layers"}},
         {"defects.def", defects + "\n" + tail, -1, {"more than 7 defects"}},
-        {"n.def", words, 1, {"n.def, line 3: " + noNumber + "\"clamp_psi : lots\"", "line 8", "line 13"}}};
+        {"n.def",
+         words,
+         1,
+         {"n.def\", line 3, convergence: " + noNumber + "\"clamp_psi : lots\"", "line 8, back contact",
+          "line 13, layer 1 (x)"}}};
     InputParameters p;
     DefinitionWorkingSettings s;
     for (const auto& [name, text, result, messages] : cases) {
