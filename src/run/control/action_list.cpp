@@ -33,32 +33,68 @@ WorkPoint& StoredOf(int primary) {
     return primary ? wp : secondwp;
 }
 
+// The file being read and its present line, for the warnings of the values behind the keys.
+struct ReadingPlace {
+    std::string path; // empty outside the reading of a file
+    int line = 0;
+};
+ReadingPlace readingPlace;
+
+constexpr const char* ACTION_WARNING_TITLE = "Warning whilst reading a settings file";
+
+// A warning about a value of the file being read, naming the file and the line; outside the
+// reading of a file (a panel, a script line) a plain message.
+void WarnAboutValue(const std::string& text) {
+    if (readingPlace.path.empty()) {
+        TERVOErrorMessage("Warning !", text);
+        return;
+    }
+    TERVOReadingWarning(ACTION_WARNING_TITLE,
+                        FmtStr("%s[q]<\"%s\", line %i: %s", readingPlace.path, readingPlace.line, text));
+}
+
 // The number of points of a sweep, held within 2 .. MAX_NUM_CALCULATION_STEPS.  Works on a double so
 // that a step far below the range cannot overflow the integer.
 int LimitPoints(double n) {
     if (!(n >= 2)) return 2; // also a NaN
     if (n > MAX_NUM_CALCULATION_STEPS) {
-        TERVOErrorMessage("Warning !", FmtStr("%s[w255q]<Number of calculation points is limited to %i!",
-                                              MAX_NUM_CALCULATION_STEPS));
+        WarnAboutValue(
+            FmtStr("%s[w255q]<Number of calculation points is limited to %i!", MAX_NUM_CALCULATION_STEPS));
         return MAX_NUM_CALCULATION_STEPS;
     }
     return static_cast<int>(n);
 }
 
 // ---------------------------------------------------------------------------------------------
-// Values behind a key: the first number of the line, or all behind the first colon.  A number that
-// is not there leaves 0.
+// Values behind a key: the first number of the line.  A line without one, or with one outside the
+// range of its field, is warned about and leaves the field as it was.
 
-double NumberOf(const std::string& line) {
+double NumberOf(const std::string& line, double current) {
     double v = 0;
-    Scan(line, "%s>%s[dt#]%f", &v);
+    if (Scan(line, "%s>%s[dt#]%f", &v) < 2 || !std::isfinite(v)) {
+        WarnAboutValue(
+            FmtStr("%s[q]<no number could be read in \"%s\"; the value is left as it was.", TrimRight(line)));
+        return current;
+    }
     return v;
 }
 
-int IntegerOf(const std::string& line) {
-    int v = 0;
-    Scan(line, "%s>%s[dt#]%i", &v);
-    return v;
+// A temperature in kelvin: above 0.
+double TemperatureOf(const std::string& line, double current) {
+    const double v = NumberOf(line, current);
+    if (v > 0) return v;
+    WarnAboutValue(FmtStr("%s[q]<the temperature in \"%s\" must be above 0 K; the value is left as it was.",
+                          TrimRight(line)));
+    return current;
+}
+
+int IntegerOf(const std::string& line, int current) {
+    const double v = NumberOf(line, current);
+    if (v >= -1e9 && v <= 1e9) return static_cast<int>(std::lround(v));
+    WarnAboutValue(FmtStr("%s[q]<the value in \"%s\" is no whole number of a sensible size; the value is "
+                          "left as it was.",
+                          TrimRight(line)));
+    return current;
 }
 
 std::string FileNameOf(const std::string& line) {
@@ -81,34 +117,41 @@ void AddWorkPointKeys(std::vector<KeyAction>& keys, int primary) {
     auto s = [primary]() -> WorkPointSettings& { return SettingsOf(primary); };
     auto w = [primary]() -> WorkPoint& { return StoredOf(primary); };
 
-    add("Temperature :", [=](const std::string& l) { s().temperature = NumberOf(l); });
-    add("Voltage :", [=](const std::string& l) { s().voltage = NumberOf(l); });
+    add("Temperature :", [=](const std::string& l) { s().temperature = TemperatureOf(l, s().temperature); });
+    add("Voltage :", [=](const std::string& l) { s().voltage = NumberOf(l, s().voltage); });
     if (primary) {
         add("Frequency :", [=](const std::string& l) {
-            s().frequency = NumberOf(l);
+            s().frequency = NumberOf(l, s().frequency);
             ChangeNumberOfPointsLog(actionPanel.Cf, SweepEdit::Range);
         });
-        add("Number of points :",
-            [=](const std::string& l) { s().numberofpoints = LimitPoints(IntegerOf(l)); });
+        add("Number of points :", [=](const std::string& l) {
+            s().numberofpoints = LimitPoints(IntegerOf(l, s().numberofpoints));
+        });
+    } else {
+        // Written with the second working point but not read: that setting does not travel through
+        // the file.  A known line, so no warning.
+        add("Number of points :", [](const std::string&) {});
     }
-    add("dark :", [=](const std::string& l) { s().dark = IntegerOf(l); });
+    add("dark :", [=](const std::string& l) { s().dark = IntegerOf(l, s().dark); });
     add("generation from file :", [=](const std::string& l) {
-        s().generationFromFile = IntegerOf(l);
+        s().generationFromFile = IntegerOf(l, s().generationFromFile);
         w().generationFromFile = s().generationFromFile;
     });
     add("spectrum file :", [=](const std::string& l) {
         CheckTERVOPaths(&w().spectrumFile, &w().spectrumName, FileNameOf(l), FILETYPE_SPECTRUM);
         kortberekend = 0;
     });
-    add("spectrum cut off :", [=](const std::string& l) { s().cutoff = IntegerOf(l); });
-    add("short wavelength cut off :", [=](const std::string& l) { s().lambda_short = NumberOf(l); });
-    add("long wavelength cut off :", [=](const std::string& l) { s().lambda_long = NumberOf(l); });
+    add("spectrum cut off :", [=](const std::string& l) { s().cutoff = IntegerOf(l, s().cutoff); });
+    add("short wavelength cut off :",
+        [=](const std::string& l) { s().lambda_short = NumberOf(l, s().lambda_short); });
+    add("long wavelength cut off :",
+        [=](const std::string& l) { s().lambda_long = NumberOf(l, s().lambda_long); });
     add("neutral density :", [=](const std::string& l) {
-        s().ND = NumberOf(l);
+        s().ND = NumberOf(l, s().ND);
         UpdateIllumination(primary, IntensityView::NeutralDensity);
     });
     add("transmission :", [=](const std::string& l) {
-        s().transmission = NumberOf(l);
+        s().transmission = NumberOf(l, s().transmission);
         UpdateIllumination(primary, IntensityView::Transmission);
     });
     add("generation file :", [=](const std::string& l) {
@@ -116,7 +159,7 @@ void AddWorkPointKeys(std::vector<KeyAction>& keys, int primary) {
             CheckTERVOPaths(&w().generationFile, &w().generationName, FileNameOf(l), FILETYPE_GENERATION);
     });
     add("attenuation :", [=](const std::string& l) {
-        s().attenuation = NumberOf(l);
+        s().attenuation = NumberOf(l, s().attenuation);
         w().attenuation = s().attenuation;
     });
 }
@@ -125,22 +168,23 @@ void AddLinearSweepKeys(std::vector<KeyAction>& keys, const std::string& prefix,
                         const char* stopKey, SweepSettings& sweep) {
     SweepSettings* p = &sweep;
     keys.push_back({prefix + startKey, [p](const std::string& l) {
-                        p->start = NumberOf(l);
+                        p->start = NumberOf(l, p->start);
                         ChangeNumberOfPointsLin(*p, SweepEdit::Range);
                     }});
     keys.push_back({prefix + stopKey, [p](const std::string& l) {
-                        p->stop = NumberOf(l);
+                        p->stop = NumberOf(l, p->stop);
                         ChangeNumberOfPointsLin(*p, SweepEdit::Range);
                     }});
     keys.push_back({prefix + "points :", [p](const std::string& l) {
-                        p->points = LimitPoints(IntegerOf(l));
+                        p->points = LimitPoints(IntegerOf(l, p->points));
                         ChangeNumberOfPointsLin(*p, SweepEdit::Points);
                     }});
     keys.push_back({prefix + "increment :", [p](const std::string& l) {
-                        p->increment = NumberOf(l);
+                        p->increment = NumberOf(l, p->increment);
                         ChangeNumberOfPointsLin(*p, SweepEdit::Increment);
                     }});
-    keys.push_back({prefix + "calculate :", [p](const std::string& l) { p->calculate = IntegerOf(l); }});
+    keys.push_back(
+        {prefix + "calculate :", [p](const std::string& l) { p->calculate = IntegerOf(l, p->calculate); }});
 }
 
 std::vector<KeyAction> ActionFileKeys() {
@@ -149,39 +193,43 @@ std::vector<KeyAction> ActionFileKeys() {
     AddWorkPointKeys(keys, 0);
     ActionPanelSettings& a = actionPanel;
     // The resistances travel with the definition; older action lists carried them too.
-    keys.push_back({"Rs present :", [&a](const std::string& l) { a.RsPresent = IntegerOf(l); }});
-    keys.push_back({"Rs :", [&a](const std::string& l) { a.Rs = NumberOf(l); }});
-    keys.push_back({"Rsh present :", [&a](const std::string& l) { a.RshPresent = IntegerOf(l); }});
+    keys.push_back({"Rs present :", [&a](const std::string& l) { a.RsPresent = IntegerOf(l, a.RsPresent); }});
+    keys.push_back({"Rs :", [&a](const std::string& l) { a.Rs = NumberOf(l, a.Rs); }});
+    keys.push_back(
+        {"Rsh present :", [&a](const std::string& l) { a.RshPresent = IntegerOf(l, a.RshPresent); }});
     keys.push_back({"Rsh :", [&a](const std::string& l) {
-                        a.Rsh = NumberOf(l);
+                        a.Rsh = NumberOf(l, a.Rsh);
                         Rsh_Gsh(a, 1);
                     }});
     keys.push_back({"Gsh :", [&a](const std::string& l) {
-                        a.Gsh = NumberOf(l);
+                        a.Gsh = NumberOf(l, a.Gsh);
                         Rsh_Gsh(a, 0);
                     }});
-    keys.push_back({"pause :", [&a](const std::string& l) { a.pause = IntegerOf(l); }});
+    keys.push_back({"pause :", [&a](const std::string& l) { a.pause = IntegerOf(l, a.pause); }});
     AddLinearSweepKeys(keys, "IV_", "startV :", "stopV :", a.IV);
-    keys.push_back({"stop after Voc :", [&a](const std::string& l) { a.stopAfterVoc = IntegerOf(l); }});
+    keys.push_back(
+        {"stop after Voc :", [&a](const std::string& l) { a.stopAfterVoc = IntegerOf(l, a.stopAfterVoc); }});
     AddLinearSweepKeys(keys, "CV_", "startV :", "stopV :", a.CV);
-    keys.push_back({"MIS CV_calculate :", [&a](const std::string& l) { a.MIS_CV_calculate = IntegerOf(l); }});
+    keys.push_back({"MIS CV_calculate :",
+                    [&a](const std::string& l) { a.MIS_CV_calculate = IntegerOf(l, a.MIS_CV_calculate); }});
     keys.push_back({"Cf_startf :", [&a](const std::string& l) {
-                        a.Cf.start = NumberOf(l);
+                        a.Cf.start = NumberOf(l, a.Cf.start);
                         ChangeNumberOfPointsLog(a.Cf, SweepEdit::Range);
                     }});
     keys.push_back({"Cf_stopf :", [&a](const std::string& l) {
-                        a.Cf.stop = NumberOf(l);
+                        a.Cf.stop = NumberOf(l, a.Cf.stop);
                         ChangeNumberOfPointsLog(a.Cf, SweepEdit::Range);
                     }});
     keys.push_back({"Cf_total points :", [&a](const std::string& l) {
-                        a.Cf.points = LimitPoints(IntegerOf(l));
+                        a.Cf.points = LimitPoints(IntegerOf(l, a.Cf.points));
                         ChangeNumberOfPointsLog(a.Cf, SweepEdit::Points);
                     }});
     keys.push_back({"Cf_points per decade :", [&a](const std::string& l) {
-                        a.Cf.increment = NumberOf(l);
+                        a.Cf.increment = NumberOf(l, a.Cf.increment);
                         ChangeNumberOfPointsLog(a.Cf, SweepEdit::Increment);
                     }});
-    keys.push_back({"Cf_calculate :", [&a](const std::string& l) { a.Cf.calculate = IntegerOf(l); }});
+    keys.push_back(
+        {"Cf_calculate :", [&a](const std::string& l) { a.Cf.calculate = IntegerOf(l, a.Cf.calculate); }});
     AddLinearSweepKeys(keys, "QE_", "startlambda :", "stoplambda :", a.QE);
     return keys;
 }
@@ -195,14 +243,30 @@ int ReadKeyedFile(const std::string& path, int filetype, const std::vector<KeyAc
     if (path.empty() || GetFileSize(fullPath, size) != 0) return -1;
     TextFile file = OpenFile(fullPath, FileMode::Read);
     if (!file.IsOpen()) return -1;
+    const size_t warningsBefore = ReadingWarnings().size();
+    readingPlace = {fullPath, 0};
     std::string line;
-    while (ReadNonEmptyNonCommentLine(file, line, ACTION_LINE_LIMIT, 1, 0, 0) >= 0) {
+    while (ReadNonEmptyNonCommentLine(file, line, ACTION_LINE_LIMIT, 1, 0, 0, &readingPlace.line) >= 0) {
+        bool known = false;
         for (const KeyAction& k : keys) {
             if (StartsWithNoCase(line, k.key)) {
                 k.apply(line);
+                known = true;
                 break;
             }
         }
+        if (!known)
+            WarnAboutValue(
+                FmtStr("%s[q]<unknown keyword in \"%s\"; the line is passed over.", TrimRight(line)));
+    }
+    readingPlace = {};
+    const size_t warnings = ReadingWarnings().size() - warningsBefore;
+    if (StrictReading && warnings > 0) {
+        TERVOErrorMessage("Error whilst reading a settings file",
+                          FmtStr("%s[q]<\"%s\" was refused: it needed %i warning(s), and --strict refuses "
+                                 "every file that needs one.",
+                                 fullPath, static_cast<int>(warnings)));
+        return -1;
     }
     return 0;
 }

@@ -126,10 +126,11 @@ TEST_F(ActionList, HandWrittenFileReadsByKeyInAnyCaseAndOrder) {
             "dark : 0\nneutral density : 2\ntransmission : 50 %\ndark : 1\n");
     actionPanel.first.dark = 0;
     ASSERT_EQ(SetActionPanelFromFile("old.act"), 0);
-    // The later temperature line has its number beyond the 119 characters that are read: 0.
-    // The tail of a long line is no line of its own; the last dark wins.
+    // The later temperature line has its number beyond the 119 characters that are read: a warning,
+    // and the temperature before it stays.  The tail of a long line is no line of its own; the last
+    // dark wins.
     EXPECT_EQ(std::tuple(actionPanel.first.temperature, actionPanel.pause, actionPanel.first.dark),
-              std::tuple(0.0, 1, 1));
+              std::tuple(280.0, 1, 1));
     EXPECT_NEAR(actionPanel.first.transmission, 50, 1e-12);
     EXPECT_NEAR(actionPanel.first.ND, 0.30103, 1e-5) << "the transmission line came later";
     EXPECT_DOUBLE_EQ(actionPanel.first.lambda_long, 2000) << "a missing key keeps its default";
