@@ -203,6 +203,12 @@ void OpticalCaptureModel(OpticalCaptureProperties& o, double E0) {
     }
     constexpr int n = 50;
     AllocateOpticalCaptureProperties(o, n);
+    // The cross section scales with 1/(m* n): a level without a positive effective mass and
+    // refractive index has no model cross section (the reader refuses such values).
+    if (!(o.mStar > 0) || !(o.n > 0)) {
+        AllocateOpticalCaptureProperties(o, 0);
+        return;
+    }
     const double prefactor = 9.3e-21 * o.EeffE0 * o.EeffE0 / (E0 * o.mStar * o.n);
     for (int i = 0; i < n; ++i) {
         const double l = first + (last - first) * i / (n - 1);
@@ -515,7 +521,9 @@ int bereken_generatie_uit_file(CalculationVariables& cv, GenerationParameters& g
     SortTable(x, g);
     for (int i = 1; i < count; ++i) {
         if (x[At(i)] == x[At(i - 1)]) {
-            TERVOErrorMessage("Error !", "The generationfile contains 2 equal x-positions!");
+            TERVOErrorMessage("Error !", FmtStr("%s[q]<The generationfile %s[q] contains 2 equal x-positions "
+                                                "(%f um)!",
+                                                MakeFullPath(file, DATAFILE_GENERATION), x[At(i)] * 1e6));
             return 0;
         }
     }

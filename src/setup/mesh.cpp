@@ -78,16 +78,20 @@ int bepaal_intervallen(CalculationVariables& cv) {
     MeshBlock& mesh = cv.mesh;
     mesh.number_of_layers = layers;
 
+    // The physical thickness of each layer is checked first: a layer of negative thickness makes the
+    // total, and with it the normalised thickness of every other layer, meaningless.
+    for (int i = 0; i < layers; ++i) {
+        if (!(P.thickness[At(i)] > 0)) {
+            TERVOErrorMessage("Error in bepaal_intervallen()",
+                              "Layer " + std::to_string(i + 1) + " has no thickness: no mesh can be made");
+            return -1;
+        }
+    }
     int lastIndex = -1;
     std::array<double, MAX_POINTS_PER_LAYER> X{};
     for (int i = 0; i < layers; ++i) {
         const size_t I = At(i);
         const double d = P.normalisedThickness[I];
-        if (!(d > 0)) {
-            TERVOErrorMessage("Error in bepaal_intervallen()",
-                              "Layer " + std::to_string(i + 1) + " has no thickness: no mesh can be made");
-            return -1;
-        }
         // The finest step at each edge resolves the Debye length, shortened by sqrt(Eg/kT) since the
         // bands bend by up to Eg over a depletion region, and the absorption length under light.
         double leftLength = LimitingLength(P.debyeLeft[I] / std::sqrt(P.material[I].Eg.leftValue / kT));

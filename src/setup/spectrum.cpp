@@ -155,8 +155,10 @@ int lees_file(const std::string& file, std::vector<double>& x, std::vector<doubl
     const int wanted = NumbersPerLine(type);
     const double positionFactor = type == DATAFILE_GENERATION ? 1e-6 : 1.0; // µm to m
     std::string line;
+    int lineNumber = 0;
     while (static_cast<int>(x.size()) < limit) {
         const int length = ReadLine(f, line, MAX_FILE_LINE);
+        ++lineNumber;
         if (length == -2) break;
         if (length < 0) {
             TERVOErrorMessage("Function lees_file(): Error occured during reading file: " + path + " !",
@@ -167,6 +169,13 @@ int lees_file(const std::string& file, std::vector<double>& x, std::vector<doubl
         }
         double a = 0, b = 0;
         if (!ReadDataLine(line, wanted, a, b)) continue;
+        if (!std::isfinite(a) || !std::isfinite(b)) {
+            TERVOReadingWarning("Warning whilst reading a data file",
+                                FmtStr("%s[q]<\"%s\", line %i: \"%s\" holds a number beyond the range of the "
+                                       "program; the line is passed over.",
+                                       path, lineNumber, TrimRight(line)));
+            continue;
+        }
         x.push_back(a * positionFactor);
         y.push_back(b);
     }
@@ -270,6 +279,18 @@ int bepaal_spectrum(SpectrumSettings& light, std::vector<double>& lambda, std::v
     }
     int n = lees_file(light.spectrumFile, lambda, watt, DATAFILE_SPECTRUM);
     if (n <= 0) return 0;
+    // Each wavelength stands for its own interval: two lines of one wavelength leave an interval of
+    // no width, and a cut-off inside it would divide by zero.
+    SortPairs(lambda, watt, n);
+    for (int i = 1; i < n; ++i) {
+        if (lambda[At(i)] == lambda[At(i - 1)]) {
+            TERVOErrorMessage("Error whilst reading the spectrum file",
+                              FmtStr("%s[q]<The spectrum file \"%s\" holds the wavelength %f nm twice; each "
+                                     "wavelength may stand once.",
+                                     MakeFullPath(light.spectrumFile, DATAFILE_SPECTRUM), lambda[At(i)]));
+            return 0;
+        }
+    }
 
     if (!light.cutoff) {
         SortPairs(lambda, watt, n);

@@ -335,7 +335,7 @@ TEST_F(AbsorptionTest, GenerationFileIsPutOnTheMesh) {
 
     const std::string twice = Write("twice.gen", "0.5 1e27\n0.5 2e27\n1.0 1e27\n");
     EXPECT_EQ(bereken_generatie_uit_file(*cell.cv, *cell.gp, 0, twice, 100), 0);
-    EXPECT_TRUE(Reported("The generationfile contains 2 equal x-positions!"));
+    EXPECT_TRUE(Reported("twice.gen contains 2 equal x-positions (0.500000 um)!"));
     EXPECT_EQ(bereken_generatie_uit_file(*cell.cv, *cell.gp, 0, dir / "*.gen", 100), 0);
     EXPECT_TRUE(Reported("Path with the generation file not yet defined."));
     std::string many;
