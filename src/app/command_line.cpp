@@ -18,6 +18,7 @@
 #include "run/control/problem.h"
 #include "run/control/startup.h"
 #include "run/control/work_point.h"
+#include "script/load_save_commands.h"
 #include "script/script_runner.h"
 
 namespace tervo {
@@ -107,8 +108,81 @@ CommandLineFiles ParseCommandLine(std::string_view buffer) {
 }
 
 namespace {
+
 int scriptResult = 0; // of the script of the command line: 0 ran, -1 could not be read
+
+// The file type of each slot: the folder of the home tree that completes a bare name.
+struct SlotType {
+    std::string CommandLineFiles::*slot;
+    int filetype;
+};
+constexpr SlotType kSlotTypes[] = {
+    {&CommandLineFiles::def, FILETYPE_DEF},
+    {&CommandLineFiles::act, FILETYPE_ACTION},
+    {&CommandLineFiles::wp2, FILETYPE_WP2},
+    {&CommandLineFiles::all, FILETYPE_ALL_SETTINGS},
+    {&CommandLineFiles::spectrum, FILETYPE_SPECTRUM},
+    {&CommandLineFiles::gen, FILETYPE_GENERATION},
+    {&CommandLineFiles::batch, FILETYPE_BATCH_SETTINGS},
+    {&CommandLineFiles::record, FILETYPE_RECORD_SETTINGS},
+    {&CommandLineFiles::script, FILETYPE_SCRIPT},
+};
+
+std::string BaseNameOf(const std::string& path) {
+    std::string drive, folder, file;
+    SplitPath(path, drive, folder, file);
+    return file;
+}
+
+std::string AbsolutePath(const std::string& path) {
+    std::error_code ec;
+    const auto absolute = std::filesystem::absolute(path, ec);
+    return ec ? path : absolute.lexically_normal().string();
+}
+
 } // namespace
+
+int ResolveCommandLineFile(const std::string& name, int filetype, std::string& path, std::ostream& notes) {
+    namespace fs = std::filesystem;
+    const std::string given = TrimRight(name);
+    std::error_code ec;
+    const bool asGiven = !given.empty() && fs::is_regular_file(given, ec);
+    std::string drive, folder, file;
+    SplitPath(given, drive, folder, file);
+    std::string completed;
+    bool inTree = false;
+    if (drive.empty() && folder.empty() && !given.empty()) {
+        CheckTERVOPaths(&completed, nullptr, given, filetype);
+        inTree = fs::is_regular_file(completed, ec);
+    }
+    if (asGiven) {
+        path = AbsolutePath(given);
+        if (inTree && !fs::equivalent(path, completed, ec))
+            notes << "\"" << given << "\": took " << path << " from the working folder, not " << completed
+                  << "\n";
+        return 1;
+    }
+    if (inTree) {
+        path = completed;
+        return 1;
+    }
+    std::string where = "in the working folder (" + AbsolutePath(".") + ")";
+    if (!completed.empty()) where += " nor as " + completed;
+    TERVOErrorMessage("Error whilst opening a file of the command line",
+                      "The file \"" + given + "\" was found neither " + where + "; nothing was run.");
+    return 0;
+}
+
+bool ResolveCommandLineFiles(const CommandLineFiles& named, CommandLineFiles& resolved, std::ostream& notes) {
+    resolved = named;
+    bool all = true;
+    for (const SlotType& s : kSlotTypes) {
+        const std::string& name = named.*(s.slot);
+        if (!name.empty() && !ResolveCommandLineFile(name, s.filetype, resolved.*(s.slot), notes))
+            all = false;
+    }
+    return all;
+}
 
 int ApplyCommandLineFiles(const CommandLineFiles& files) {
     int definition = 1;
@@ -202,32 +276,148 @@ void PrintUsage(std::ostream& out, const std::string& home) {
            "TERVO, a one-dimensional numerical simulator of thin-film solar cells.\n"
            "\n"
            "Files are told apart by their extension (any case) and may stand in any order; a name\n"
-           "may hold blanks and dots.  They are applied in this order:\n"
-           "  .def  .definition   cell definition\n"
-           "  .act  .action       action list\n"
-           "  .wp2                initial working point\n"
-           "  .ter  .tervo        all settings\n"
-           "  .spe                spectrum\n"
-           "  .gen  .generation   generation profile G(x)\n"
-           "  .sbf  .batch        batch settings\n"
-           "  .srf  .record       recorder settings\n"
-           "  .scr  .script       script\n"
-           "In this build only the cell definition is applied; files of the other kinds are reported\n"
-           "and passed over.  A bare file name is looked for in the working folder and then in the\n"
-           "default folder of its kind under the home folder.\n"
+           "may hold blanks and dots, and the scan ends at the first word without a dot.  Of each\n"
+           "kind the last file named counts.  They are applied in this order:\n"
+           "  .def  .definition   cell definition                 (read)\n"
+           "  .act  .action       action list                     (read)\n"
+           "  .wp2                initial working point           (read)\n"
+           "  .ter  .tervo        all settings                    (not in this build: passed over)\n"
+           "  .spe                spectrum                        (read)\n"
+           "  .gen  .generation   generation profile G(x)         (read)\n"
+           "  .sbf  .batch        batch settings                  (not in this build: passed over)\n"
+           "  .srf  .record       recorder settings               (not in this build: passed over)\n"
+           "  .scr  .script       script, run last\n"
+           "A name that exists as given, relative to the working folder, is taken as given; otherwise\n"
+           "a bare name is looked for in the folder of its kind under the home folder (def, spectrum,\n"
+           "generation, script, bdf).  Where both exist, one line says which was taken.  A file that\n"
+           "exists nowhere refuses the run.\n"
+           "\n"
+           "With a definition file and no script, the cell is simulated once with the action list\n"
+           "(the default one when none is named); every curve calculated and the band diagram of the\n"
+           "working point are saved as <name>.iv, .cv, .cf, .qe and .eb in the results folder, and a\n"
+           "summary line is printed.  A script runs after every other file of the command line.\n"
            "\n"
            "Options:\n"
-           "  --home DIR          home folder (default: the folder of the executable)\n"
-           "  --save-def OUT.def  save the cell of the definition file on the command line to OUT.def\n"
-           "                      (a bare name is written into the def folder)\n"
+           "  --home DIR          home folder (default: the folder of the executable); a new one is\n"
+           "                      made with its folders and the standard spectrum\n"
+           "  --strict            refuse every input file that needs a reading warning\n"
+           "  --save-def OUT.def  load the definition file of the command line and write its cell to\n"
+           "                      OUT.def (a bare name is written into the def folder); no calculation\n"
            "  --version           print the version and exit\n"
            "  --help              print this text and exit\n"
+           "\n"
+           "Exit status:\n"
+           "  0  everything ran as asked\n"
+           "  1  a calculation failed or a curve was cut (what was calculated is saved), or a file\n"
+           "     could not be written\n"
+           "  2  the input was refused: a wrong option, a file found nowhere or unreadable, a\n"
+           "     warning under --strict; nothing was calculated\n"
+           "  3  it ran, but an input file needed a warning (the warnings head every result file)\n"
+           "\n"
+           "Messages go to the standard error stream, or to TERVOErrorLogFile.log in the working\n"
+           "folder when the error handling is set to a log.\n"
            "\n"
            "Home folder: "
         << home
         << "\n"
            "  sub-folders: def spectrum absorption filter generation optcapt bdf script results\n"
            "               grading measurements scaling materials\n";
+}
+
+// The options of the command line; the file names stay behind in `files`.
+struct Options {
+    std::vector<const char*> files;
+    std::string home;
+    std::string saveDefinition;
+    bool saveDefinitionWanted = false;
+    bool help = false;
+    bool version = false;
+    bool strict = false;
+};
+
+// False (reported) for a wrong option.
+bool ReadOptions(int argc, char** argv, const std::string& argv0, Options& o) {
+    o.files = {argv0.c_str()};
+    bool optionsEnded = false;
+    for (int i = 1; i < argc; ++i) {
+        const std::string argument = argv[i] ? argv[i] : "";
+        if (optionsEnded || argument.rfind("--", 0) != 0) {
+            o.files.push_back(argv[i]);
+            continue;
+        }
+        if (argument == "--") {
+            optionsEnded = true;
+        } else if (argument == "--help") {
+            o.help = true;
+        } else if (argument == "--version") {
+            o.version = true;
+        } else if (argument == "--strict") {
+            o.strict = true;
+        } else if (argument == "--home" || argument == "--save-def") {
+            if (i + 1 >= argc || !argv[i + 1]) {
+                TERVOErrorMessage(COMMAND_LINE_TITLE, "The option " + argument + " needs a value behind it.");
+                return false;
+            }
+            (argument == "--home" ? o.home : o.saveDefinition) = argv[++i];
+            if (argument == "--save-def") o.saveDefinitionWanted = true;
+        } else {
+            TERVOErrorMessage(
+                COMMAND_LINE_TITLE,
+                "Unknown option \"" + argument +
+                    "\"; the options are --home DIR, --strict, --save-def OUT.def, --version and "
+                    "--help.");
+            return false;
+        }
+    }
+    return true;
+}
+
+// The home folder of the run, made with its tree and standard files when it is new.  Empty
+// (reported) when it cannot be made.
+std::string PrepareHome(const Options& o, const std::string& argv0) {
+    const std::string programHome = DefaultHomeFolder(argv0);
+    if (o.home.empty()) return programHome;
+    std::error_code ec;
+    if (!std::filesystem::is_directory(o.home, ec) && !MakeDirectories(o.home)) {
+        TERVOErrorMessage(COMMAND_LINE_TITLE,
+                          "The home folder \"" + o.home + "\" does not exist and cannot be made.");
+        return {};
+    }
+    return AbsolutePath(o.home);
+}
+
+// What the run did, once the command line is applied: the main job, --save-def, or the script.
+int RunCommandLineJob(const Options& o, int definition) {
+    const int warnings = static_cast<int>(ReadingWarnings().size());
+    const std::string readWith = FmtStr("read with %i warnings", warnings);
+    if (!commandLineFiles.script.empty()) {
+        if (scriptResult != 0) return EXIT_REFUSED; // the script could not be read (reported)
+        if (warnings > 0) std::cout << BaseNameOf(commandLineFiles.script) << ": " << readWith << std::endl;
+        return ScriptExitStatus;
+    }
+    if (o.saveDefinitionWanted) {
+        if (definition == 1) {
+            TERVOErrorMessage("Error whilst saving the def file",
+                              "--save-def needs a definition file (.def) on the command line.");
+            return EXIT_REFUSED;
+        }
+        if (definition != 0) return EXIT_REFUSED; // the reader has said why
+        return SaveDefinitionFileToPath(o.saveDefinition) != 0 ? EXIT_FAILED : EXIT_RAN;
+    }
+    std::cout << LoadedCellSummary(commandLineFiles.def, definition == 0);
+    if (definition == -1) return EXIT_REFUSED; // the cell could not be loaded (reported)
+    if (definition != 0) return EXIT_RAN;
+    if (StrictReading && warnings > 0) {
+        TERVOErrorMessage(
+            COMMAND_LINE_TITLE,
+            FmtStr("%s<The input was %s and --strict refuses it; nothing was calculated.", readWith));
+        return EXIT_REFUSED;
+    }
+    std::string summary;
+    const int status = RunMainJob(commandLineFiles.def, summary);
+    if (warnings > 0) summary += " (" + readWith + ")";
+    std::cout << summary << std::endl;
+    return status;
 }
 
 } // namespace
@@ -237,94 +427,38 @@ int RunTervo(int argc, char** argv) {
     SetVersion(argv0, ProgramFile(argv0));
 
     // Options come off the command line before the file names are parsed.
-    std::vector<const char*> files{argv0.c_str()};
-    std::string home;
-    std::string saveDefinition;
-    bool saveDefinitionWanted = false;
-    bool help = false;
-    bool version = false;
-    bool optionsEnded = false;
-    for (int i = 1; i < argc; ++i) {
-        const std::string argument = argv[i] ? argv[i] : "";
-        if (optionsEnded || argument.rfind("--", 0) != 0) {
-            files.push_back(argv[i]);
-            continue;
-        }
-        if (argument == "--") {
-            optionsEnded = true;
-        } else if (argument == "--help") {
-            help = true;
-        } else if (argument == "--version") {
-            version = true;
-        } else if (argument == "--home" || argument == "--save-def") {
-            if (i + 1 >= argc || !argv[i + 1]) {
-                TERVOErrorMessage(COMMAND_LINE_TITLE, "The option " + argument + " needs a value behind it.");
-                return 2;
-            }
-            (argument == "--home" ? home : saveDefinition) = argv[++i];
-            if (argument == "--save-def") saveDefinitionWanted = true;
-        } else {
-            TERVOErrorMessage(
-                COMMAND_LINE_TITLE,
-                "Unknown option \"" + argument +
-                    "\"; the options are --home DIR, --save-def OUT.def, --version and --help.");
-            return 2;
-        }
-    }
-
-    if (version) {
+    Options o;
+    if (!ReadOptions(argc, argv, argv0, o)) return EXIT_REFUSED;
+    if (o.version) {
         std::cout << VERSION << '\n';
-        return 0;
+        return EXIT_RAN;
     }
-    if (home.empty()) {
-        home = DefaultHomeFolder(argv0);
-    } else {
-        std::error_code ec;
-        // A home folder that does not exist yet is made, with its tree below.
-        if (!std::filesystem::is_directory(home, ec) && !MakeDirectories(home)) {
-            TERVOErrorMessage(COMMAND_LINE_TITLE,
-                              "The home folder \"" + home + "\" does not exist and cannot be made.");
-            return 2;
-        }
-        const auto absolute = std::filesystem::absolute(home, ec);
-        if (!ec) home = absolute.lexically_normal().string();
-    }
-    if (help) {
+    const std::string home = PrepareHome(o, argv0);
+    if (home.empty()) return EXIT_REFUSED;
+    if (o.help) {
         PrintUsage(std::cout, home);
-        return 0;
+        return EXIT_RAN;
     }
     SetTERVOHome(home);
+    ProvideStandardFiles(home, DefaultHomeFolder(argv0));
 
     InitialiseProgram();
-    commandLineFiles = ParseCommandLine(JoinCommandLine(static_cast<int>(files.size()), files.data()));
-    const int definition = ApplyCommandLineFiles(commandLineFiles);
-
-    int status = 0;
-    if (saveDefinitionWanted) {
-        if (definition == 1) {
-            TERVOErrorMessage("Error whilst saving the def file",
-                              "--save-def needs a definition file (.def) on the command line.");
-            status = 1;
-        } else if (definition != 0) {
-            status = 1; // the reader has said why
-        } else if (SaveDefinitionFileToPath(saveDefinition) != 0) {
-            status = 1;
-        }
+    ClearReadingWarnings();
+    StrictReading = o.strict;
+    ScriptExitStatus = EXIT_RAN;
+    scriptCellRefused = false;
+    commandLineFiles = ParseCommandLine(JoinCommandLine(static_cast<int>(o.files.size()), o.files.data()));
+    // Every file named must exist before anything is read or written.
+    CommandLineFiles resolved;
+    if (!ResolveCommandLineFiles(commandLineFiles, resolved, std::cout)) {
+        Terminate();
+        return EXIT_REFUSED;
     }
-    // No event loop in this build.  Where a screen would wait for its user, a run that names a
-    // definition and no script simulates the cell once and saves what it calculated.
-    if (commandLineFiles.script.empty()) {
-        std::cout << LoadedCellSummary(commandLineFiles.def, definition == 0);
-        if (!saveDefinitionWanted && definition == 0) {
-            std::string summary;
-            status = RunMainJob(commandLineFiles.def, summary);
-            std::cout << summary << std::endl;
-        } else if (!saveDefinitionWanted && definition == -1) {
-            status = 1; // the cell could not be loaded (reported)
-        }
-    } else if (scriptResult != 0) {
-        status = 1; // the script could not be read (reported)
-    }
+    const int definition = ApplyCommandLineFiles(resolved);
+    int status = RunCommandLineJob(o, definition);
+    // A run that went as asked, on input that needed warnings, says so in its status.
+    if (status == EXIT_RAN && !ReadingWarnings().empty()) status = EXIT_WARNED;
+    StrictReading = false;
     Terminate();
     return status;
 }

@@ -3,6 +3,7 @@
 // the command line, or the main job).
 #pragma once
 
+#include <ostream>
 #include <string>
 #include <string_view>
 
@@ -43,6 +44,16 @@ void AttributeFile(const std::string& name, const std::string& ext, CommandLineF
 // the scan ends at the first word that holds no dot.
 CommandLineFiles ParseCommandLine(std::string_view buffer);
 
+// Finds a file named on the command line.  A name that exists as given (relative to the working
+// folder) is taken as given; otherwise a bare name is completed into the folder of its kind under
+// the home folder.  Where both exist, one line on `notes` says which was taken.  1 with the full path
+// in `path`; 0 (reported) when it exists nowhere.
+int ResolveCommandLineFile(const std::string& name, int filetype, std::string& path, std::ostream& notes);
+
+// Every filled slot of `named` resolved into `resolved`; false when a file exists nowhere (each
+// such file reported).
+bool ResolveCommandLineFiles(const CommandLineFiles& named, CommandLineFiles& resolved, std::ostream& notes);
+
 // Applies the slots in their fixed order.  Result of the definition file: 0 loaded, -1 not loaded
 // (reported by its reader), 1 no definition file named.
 int ApplyCommandLineFiles(const CommandLineFiles& files);
@@ -61,8 +72,10 @@ void InitialiseProgram();
 std::string LoadedCellSummary(const std::string& definitionFile, bool loaded);
 
 // The whole process: version banner, options, Initialise, command line, Terminate.  Options:
-// --home DIR, --help, --version, --save-def OUT.def.  Returns the exit status: 0 normally, 1 when
-// --save-def could not load or save its cell, 2 for a wrong option.
+// --home DIR, --strict, --save-def OUT.def, --help, --version.  Returns the exit status (ExitStatus):
+// 0 all ran as asked; 1 a calculation failed, a curve was cut or a file could not be written; 2 the
+// input was refused (a wrong option, a file found nowhere or unreadable, a warning under --strict);
+// 3 it ran, but an input file needed a warning.
 int RunTervo(int argc, char** argv);
 
 } // namespace tervo

@@ -75,7 +75,7 @@ int RunMainJob(const std::string& definitionPath, std::string& summary) {
         SaveResultFile(RESULT_EB, ResultPath(stem, "eb"));
     }
     summary = MainJobSummary(stem, element);
-    return lastCalculationResult == 0 ? 0 : 1;
+    return LastCalculationStatus();
 }
 
 } // namespace tervo

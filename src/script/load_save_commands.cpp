@@ -24,6 +24,7 @@
 #include "run/results/ac_result_files.h"
 #include "run/results/result_files.h"
 #include "run/results/result_list.h"
+#include "script/script_runner.h"
 #include "script/script_values.h"
 #include "setup/absorption.h"
 #include "setup/parameter_sets.h"
@@ -65,13 +66,21 @@ void NotAvailable(const char* title, const std::string& command, const std::stri
 // ---------------------------------------------------------------------------------------------
 // load
 
+bool scriptCellRefused = false;
+std::string scriptCellRefusedName;
+
 void ProcessLoadCommand(const std::string& argument, const std::string& value) {
     if (Is(argument, "definition")) {
-        Laad_data_uit_file(value);
+        // A cell that could not be loaded is not calculated: the session's cell would be another one.
+        scriptCellRefused = Laad_data_uit_file(value) != 0;
+        if (scriptCellRefused) {
+            scriptCellRefusedName = value;
+            RaiseScriptStatus(EXIT_REFUSED);
+        }
     } else if (Is(argument, "action")) {
-        SetActionPanelFromFile(value);
+        if (SetActionPanelFromFile(value) != 0) RaiseScriptStatus(EXIT_REFUSED);
     } else if (Is(argument, "initialw")) {
-        SetWP2FromFile(value);
+        if (SetWP2FromFile(value) != 0) RaiseScriptStatus(EXIT_REFUSED);
     } else if (Is(argument, "batch")) {
         NotAvailable(LOAD_TITLE, "load", argument, value,
                      "Batch settings files can not be loaded in this build yet");
@@ -546,7 +555,24 @@ void ProcessCalculateCommand(const std::string& argument) {
                      "Batch runs and recordings are not available in this build yet");
         return;
     }
+    if (scriptCellRefused) {
+        TERVOErrorMessage(CALCULATE_TITLE,
+                          FmtStr("%s<Script command: calculate %s\nThe cell of %s[q] could not "
+                                 "be loaded; the calculation is refused.",
+                                 argument, scriptCellRefusedName));
+        RaiseScriptStatus(EXIT_REFUSED);
+        return;
+    }
+    if (StrictReading && !ReadingWarnings().empty()) {
+        TERVOErrorMessage(CALCULATE_TITLE,
+                          FmtStr("%s<Script command: calculate %s\nAn input file needed a "
+                                 "warning and --strict refuses it; the calculation is refused.",
+                                 argument));
+        RaiseScriptStatus(EXIT_REFUSED);
+        return;
+    }
     Simulate(SINGLE_SHOT);
+    RaiseScriptStatus(LastCalculationStatus());
 }
 
 // ---------------------------------------------------------------------------------------------

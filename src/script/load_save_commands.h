@@ -17,6 +17,10 @@ namespace tervo {
 // measurement.iv|.cv|.cf|.qe <file>.  Batch, recorder, all-settings and measurement files have no
 // reader in this build: such a line is reported.
 void ProcessLoadCommand(const std::string& argument, const std::string& value);
+// True after a "load definition" whose cell could not be loaded, until one is: a "calculate" on
+// the session's cell is then refused.  The name of the file that failed.
+extern bool scriptCellRefused;
+extern std::string scriptCellRefusedName;
 
 // save setting.definition|action <file>, save result.eb|iv <file> (the output header, then the
 // result table of the last calculation), save graph.* (no pictures without screens: reported).

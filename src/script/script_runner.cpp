@@ -264,6 +264,12 @@ constexpr int NUMBER_OF_COMMANDS = static_cast<int>(sizeof(COMMANDS) / sizeof(CO
 
 } // namespace
 
+int ScriptExitStatus = EXIT_RAN;
+
+void RaiseScriptStatus(int status) {
+    ScriptExitStatus = WorseExitStatus(ScriptExitStatus, status);
+}
+
 int ScriptCommandCode(const std::string& word) {
     for (int i = 0; i < NUMBER_OF_COMMANDS; ++i)
         if (MatchesKeyword(word, COMMANDS[i].word)) return i;
@@ -358,6 +364,7 @@ int RunScript(std::string& path, int* keepRunning) {
         if (code < 0) {
             TERVOErrorMessage("Error whilst reading the script file, in RunScriptFile()",
                               FmtStr("%s<Command line not recoognised\n%s", commandLine));
+            RaiseScriptStatus(EXIT_REFUSED);
             continue;
         }
 

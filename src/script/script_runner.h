@@ -107,6 +107,11 @@ const char* ScriptCommandWord(int code);
 // time, and the script line as read.
 std::string ScriptOutputHeader(const std::string& scriptPath, const std::string& commandLine);
 
+// The exit status that the scripts of the process have earned so far: the worst of their lines
+// (ExitStatus).  A line that is refused raises it to 2, a calculation that fails or is cut to 1.
+extern int ScriptExitStatus;
+void RaiseScriptStatus(int status);
+
 // Runs one script file.  A bare name is looked for in the working folder and then in the `script`
 // folder; `path` is completed in place.  The script goes on while `*keepRunning` is 1; nested scripts
 // share the caller's integer.  A missing or unreadable file returns at once without a message.

@@ -395,6 +395,14 @@ int calculate_withMeta(const BatchRecord* batch, const CurveFitterRecord* curvef
     return calculate(batch, curvefitter, 0);
 }
 
+int LastCalculationStatus() {
+    if (lastCalculationResult != 0) return EXIT_FAILED;
+    const bool cut =
+        (actie.IV.calculate && IVConvergenceFailure) || (actie.CV.calculate && CVConvergenceFailure) ||
+        (actie.Cf.calculate && CfConvergenceFailure) || (actie.QE.calculate && QEConvergenceFailure);
+    return cut ? EXIT_FAILED : EXIT_RAN;
+}
+
 void Simulate(int request) {
     Calculationmode = request;
     workpointFromPreviousBatch = 0;

@@ -73,6 +73,10 @@ void SetProblem(int silent);
 void Simulate(int request);
 extern int lastCalculationResult;
 
+// The exit status that the last Simulate earns: EXIT_FAILED when a stage failed or a sweep that the
+// action list asked for was cut (its convergence-failure flag is up), else EXIT_RAN.
+int LastCalculationStatus();
+
 // The fixed sequence of a simulation; 0 when it ran to its end (a sweep may have been cut), -1 when
 // a stage failed or a stop was asked for.  `batch` and `curvefitter` are null outside those runs.
 int calculate(const BatchRecord* batch, const CurveFitterRecord* curvefitter, int metaPass);

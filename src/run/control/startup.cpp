@@ -61,7 +61,14 @@ int ExtractFilename(std::string& text, std::string& name) {
             return -1;
         }
         name.append(text, start, dot - start);
-        // A dot followed by another dot before the next white space belongs to the name.
+        // A dot of a relative folder ("./", "../") or one followed by another dot before the next
+        // white space belongs to the name: an extension is letters and digits.
+        if (dot + 1 < text.size() &&
+            (text[dot + 1] == '/' || text[dot + 1] == '\\' || text[dot + 1] == '.')) {
+            name += '.';
+            start = dot + 1;
+            continue;
+        }
         size_t ahead = dot + 1;
         while (ahead < text.size() && text[ahead] != '.' && !IsBlank(text[ahead])) ++ahead;
         if (ahead < text.size() && text[ahead] == '.') {
@@ -287,6 +294,25 @@ int SetTERVOHome(const std::string& folder) {
         }
     }
     return failed ? -1 : created;
+}
+
+int ProvideStandardFiles(const std::string& home, const std::string& programHome) {
+    namespace fs = std::filesystem;
+    int missing = 0;
+    for (const char* file : TERVO_STANDARD_FILES) {
+        const fs::path target = fs::path(home) / file;
+        std::error_code ec;
+        if (fs::is_regular_file(target, ec)) continue;
+        const fs::path source = fs::path(programHome) / file;
+        if (fs::is_regular_file(source, ec) && fs::copy_file(source, target, ec) && !ec) continue;
+        TERVOErrorMessage("Error whilst setting the home folder",
+                          "The standard file \"" + target.string() +
+                              "\" is missing and could not be copied from \"" + source.string() + "\"" +
+                              (ec ? " (" + ec.message() + ")" : std::string()) +
+                              "; runs that need it will fail.");
+        ++missing;
+    }
+    return missing;
 }
 
 // ---------------------------------------------------------------------------------------------

@@ -117,6 +117,15 @@ std::string DefaultHomeFolder(const std::string& argv0);
 // The number of folders created, or -1 (reported) when a folder could not be made.
 int SetTERVOHome(const std::string& folder);
 
+// The files that a home folder needs beside its folders, as paths below it: the standard spectrum.
+inline constexpr std::array<const char*, 1> TERVO_STANDARD_FILES = {"spectrum/AM1_5G 1 sun.spe"};
+
+// Gives the home folder `home` every standard file that it lacks, copied from the program's own tree
+// `programHome` (the folder of the executable, where the build puts the shipped tree).  A file that
+// neither has, or that cannot be copied, is reported by name.  The number of standard files still
+// missing.
+int ProvideStandardFiles(const std::string& home, const std::string& programHome);
+
 // ---------------------------------------------------------------------------------------------
 // Version banner
 

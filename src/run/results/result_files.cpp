@@ -238,6 +238,11 @@ int ComposeOutputHeader(std::string& text, const DataListElement* element, int k
 
     AppendLine(text, FmtStr("%s<problem definition file :\t%s", w.definitionFile));
     AppendLine(text, FmtStr("%s<last saved: \t%s", FileStampText(w.definitionFile, true)));
+    // The doubts about the input travel with the numbers calculated from it.
+    for (std::string warning : ReadingWarnings()) {
+        std::replace(warning.begin(), warning.end(), '\n', ' ');
+        AppendLine(text, "reading warning :\t" + warning);
+    }
     AppendBlank(text);
 
     IlluminationLines(text, w);
