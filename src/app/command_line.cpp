@@ -166,10 +166,12 @@ int ResolveCommandLineFile(const std::string& name, int filetype, std::string& p
         path = completed;
         return 1;
     }
-    std::string where = "in the working folder (" + AbsolutePath(".") + ")";
-    if (!completed.empty()) where += " nor as " + completed;
+    const std::string here = fs::current_path(ec).string();
+    const std::string where = completed.empty() ? "was not found in the working folder (" + here + ")"
+                                                : "was found neither in the working folder (" + here +
+                                                      ") nor as " + completed;
     TERVOErrorMessage("Error whilst opening a file of the command line",
-                      "The file \"" + given + "\" was found neither " + where + "; nothing was run.");
+                      "The file \"" + given + "\" " + where + "; nothing was run.");
     return 0;
 }
 

@@ -189,6 +189,8 @@ bool DefReader::InRange(double value, Range range) {
         wanted = "above 0";
     else if (range == Range::NonNegative && !(value >= 0))
         wanted = "0 or above";
+    else if (range == Range::Fraction && !(value >= 0 && value <= 1))
+        wanted = "from 0 to 1";
     if (!wanted) return true;
     Warn(FmtStr("%s[q]<the value %s in \"%s\" must be %s; the value is left as it was.", ValueText(value),
                 TrimRight(line), wanted));

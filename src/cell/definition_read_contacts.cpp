@@ -43,7 +43,7 @@ constexpr auto kContactKeys = std::to_array<Entry>({
     {"wavelength independent", NoCase,
      [](DefReader& r, ContactTarget& t) { r.Integer(t.c.wavelengthIndependent, false, 0, 1); }},
     {"filter value", NoCase,
-     [](DefReader& r, ContactTarget& t) { r.Number(t.c.filterValue, false, Range::NonNegative); }},
+     [](DefReader& r, ContactTarget& t) { r.Number(t.c.filterValue, false, Range::Fraction); }},
     {"Tunneling to contact", NoCase,
      [](DefReader& r, ContactTarget& t) {
          if (r.Integer(t.c.tunnelling, false, 0, 1))

@@ -175,8 +175,7 @@ void ReadDefectType(DefReader& r, DefectTarget& t) {
     int n = 1;
     if (paren != std::string::npos && FirstNumber(std::string_view(r.line).substr(paren), levels) &&
         !ToBoundedInt(levels, 1, MAX_LEVELS, n)) {
-        r.Fail(FmtStr("%s[q]<a defect with %s levels; 1 to %i are possible", TrimRight(r.line.substr(paren)),
-                      MAX_LEVELS));
+        r.Fail(FmtStr("%s[q]<the count of levels in \"%s\" must be 1 to %i", TrimRight(r.line), MAX_LEVELS));
         return;
     }
     ForAllLevels(t.d, [&](BulkRecombinationParameters& lv) {
@@ -430,7 +429,7 @@ bool ReadDefectSection(DefReader& r) {
             return false;
         }
         DefectLevels& d = L.srh[static_cast<size_t>(L.srhteller)];
-        r.where = FmtStr("%s<layer %i, defect %i", cell.numberOfLayers, L.srhteller + 1);
+        r.where = LastLayerPlace(cell) + FmtStr("%s<, defect %i", L.srhteller + 1);
         DefectReadState st;
         bool more = false;
         while (r.Next()) {
@@ -464,7 +463,7 @@ bool ReadMetaSection(DefReader& r) {
     m.allowmeta = 1;
     m.layer = cell.numberOfLayers - 1;
     m.initialacceptorconfiguration = 0.5;
-    r.where = FmtStr("%s<layer %i, metastable defect %i", cell.numberOfLayers, index);
+    r.where = LastLayerPlace(cell) + FmtStr("%s<, metastable defect %i", index);
     while (r.Next()) {
         if (StartsLayer(r) || r.Holds("interface properties") || r.Holds("interface recombination") ||
             r.Holds("front contact") || r.Holds("right contact") || r.Holds("spectrumfile") ||

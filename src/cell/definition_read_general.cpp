@@ -2,7 +2,10 @@
 // iteration limits, defect sampling, tunnelling switches, QE mode, mesh and Mott-Schottky settings),
 // and the working-point section at its end (illumination side, internal reflection, series and shunt
 // resistance, sign conventions).
+#include <algorithm>
+
 #include "cell/definition_reader.h"
+#include "platform/format.h"
 #include "platform/text_util.h"
 
 namespace tervo::defread {
@@ -59,7 +62,14 @@ constexpr auto kConvergenceKeys = std::to_array<Entry>({
     {"defectdiscretisations", NoCase,
      [](DefReader& r, DefReader&) {
          int& n = r.P.convergence.defectdiscretisations;
-         if (r.Integer(n)) n = LimitDefectDiscretisations(n);
+         int read = n;
+         if (!r.Integer(read)) return;
+         n = std::clamp(read, 1, MAX_DEFECT_DISCRETISATIONS);
+         if (n != read)
+             r.Warn(
+                 FmtStr("%s[q]<the number of energy samples of a distributed defect in \"%s\" is limited to "
+                        "%i .. %i; %i is taken.",
+                        TrimRight(r.line), 1, MAX_DEFECT_DISCRETISATIONS, n));
      }},
     {"widthtail", NoCase, [](DefReader& r, DefReader&) { r.Number(r.P.convergence.widthtail); }},
     {"widthgauss", NoCase, [](DefReader& r, DefReader&) { r.Number(r.P.convergence.widthgauss); }},
@@ -106,11 +116,11 @@ constexpr auto kWorkingPointKeys = std::to_array<Entry>({
     {"illuminated", NoCase, [](DefReader& r, DefReader&) { r.S.side = r.Holds("left") ? 0 : 1; }},
     {"internal Rfront", NoCase,
      [](DefReader& r, DefReader&) {
-         if (r.Number(r.S.Rfront, false, Range::NonNegative)) r.S.Tfront = 1 - r.S.Rfront;
+         if (r.Number(r.S.Rfront, false, Range::Fraction)) r.S.Tfront = 1 - r.S.Rfront;
      }},
     {"internal Tfront", NoCase,
      [](DefReader& r, DefReader&) {
-         if (r.Number(r.S.Tfront, false, Range::NonNegative)) r.S.Rfront = 1 - r.S.Tfront;
+         if (r.Number(r.S.Tfront, false, Range::Fraction)) r.S.Rfront = 1 - r.S.Tfront;
      }},
     {"Series resistance :", NoCase, [](DefReader& r, DefReader&) { r.Integer(r.S.RsPresent, true, 0, 1); }},
     {"Rs [Ohm.m2]", NoCase, [](DefReader& r, DefReader&) { r.Number(r.S.Rs, true, Range::NonNegative); }},

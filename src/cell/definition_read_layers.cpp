@@ -73,7 +73,7 @@ constexpr auto kLayerKeys = std::to_array<Entry>({
          if (name.size() > MAX_LAYER_NAME) name.resize(MAX_LAYER_NAME);
          t.L.name = name;
          t.L.material.name = name;
-         r.where = FmtStr("%s<layer %i (%s)", r.cell().numberOfLayers, name);
+         r.where = LastLayerPlace(r.cell());
      }},
     {"d", Exact,
      [](DefReader& r, LayerTarget& t) {
@@ -185,6 +185,12 @@ bool EndsLayerData(const DefReader& r) {
 }
 
 } // namespace
+
+std::string LastLayerPlace(const CellDefinition& cell) {
+    const int n = cell.numberOfLayers;
+    const std::string& name = n > 0 ? cell.layer[static_cast<size_t>(n - 1)].name : std::string();
+    return name.empty() ? FmtStr("%s<layer %i", n) : FmtStr("%s<layer %i (%s)", n, name);
+}
 
 bool StartsLayer(const DefReader& r) {
     return StartsWithNoCase(r.line, "layer");

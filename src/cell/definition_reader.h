@@ -39,7 +39,7 @@ std::string BaseName(const std::string& path);
 
 // The physical range of a value read from the file.  A value outside it is refused with a warning
 // and the field keeps what it held, as for a value that cannot be read.
-enum class Range { Any, Positive, NonNegative };
+enum class Range { Any, Positive, NonNegative, Fraction };
 
 // No thin-film layer is thicker than this: beyond it the at most 100 points of a layer's mesh would
 // leave steps of more than 10 um in its middle.
@@ -154,6 +154,9 @@ struct ContactReadState {
 };
 void ReadContactLine(DefReader& r, ContactParameters& c, ContactReadState& st);
 void FinishContact(ContactParameters& c, const ContactReadState& st);
+
+// "layer n (name)" of the last layer read, for messages.
+std::string LastLayerPlace(const CellDefinition& cell);
 
 // A line that opens a layer.
 bool StartsLayer(const DefReader& r);

@@ -175,33 +175,40 @@ void SaveResult(const std::string& part2, const std::string& part3, const std::s
         return;
     }
     WriteLine(file, outputHeader);
+    int written = 0;
     switch (table) {
     case ResultTable::Bands:
-        eb_naar_file(OUTPUT_TO_OPEN_FILE, &file, currentCalcVars);
+        written = eb_naar_file(OUTPUT_TO_OPEN_FILE, &file, currentCalcVars);
         break;
     case ResultTable::GenRec:
-        gen_naar_file(OUTPUT_TO_OPEN_FILE, &file, currentCalcVars, GENFILE_GENERATION);
+        written = gen_naar_file(OUTPUT_TO_OPEN_FILE, &file, currentCalcVars, GENFILE_GENERATION);
         break;
     case ResultTable::Occupation:
-        gen_naar_file(OUTPUT_TO_OPEN_FILE, &file, currentCalcVars, GENFILE_OCCUPATION);
+        written = gen_naar_file(OUTPUT_TO_OPEN_FILE, &file, currentCalcVars, GENFILE_OCCUPATION);
         break;
     case ResultTable::AC:
-        ac_naar_file(OUTPUT_TO_OPEN_FILE, &file, currentCalcVars);
+        written = ac_naar_file(OUTPUT_TO_OPEN_FILE, &file, currentCalcVars);
         break;
     case ResultTable::CV:
-        cv_naar_file(OUTPUT_TO_OPEN_FILE, &file);
+        written = cv_naar_file(OUTPUT_TO_OPEN_FILE, &file);
         break;
     case ResultTable::Cf:
-        cf_naar_file(OUTPUT_TO_OPEN_FILE, &file);
+        written = cf_naar_file(OUTPUT_TO_OPEN_FILE, &file);
         break;
     case ResultTable::QE:
-        qe_naar_file(OUTPUT_TO_OPEN_FILE, &file);
+        written = qe_naar_file(OUTPUT_TO_OPEN_FILE, &file);
         break;
     default:
-        iv_naar_file(OUTPUT_TO_OPEN_FILE, &file);
+        written = iv_naar_file(OUTPUT_TO_OPEN_FILE, &file);
         break;
     }
     CloseFile(file);
+    // A table that could not be written (reported by its writer) leaves no file that holds only the
+    // header.
+    if (written != 0) {
+        std::remove(path.c_str());
+        RaiseScriptStatus(EXIT_FAILED);
+    }
 }
 
 } // namespace

@@ -363,7 +363,7 @@ int RunScript(std::string& path, int* keepRunning) {
         const int code = ScriptCommandCode(command);
         if (code < 0) {
             TERVOErrorMessage("Error whilst reading the script file, in RunScriptFile()",
-                              FmtStr("%s<Command line not recoognised\n%s", commandLine));
+                              FmtStr("%s<Command line not recoognised\n%s\nin the script %s[q]", commandLine, path));
             RaiseScriptStatus(EXIT_REFUSED);
             continue;
         }

@@ -7,6 +7,7 @@
 
 #include "cell/working_settings.h"
 #include "platform/index.h"
+#include "platform/messages.h"
 #include "setup/mesh.h"
 #include "setup/parameter_sets.h"
 
@@ -100,6 +101,23 @@ TEST(FirstMesh, ThreeLayerStackHasDoublePointsAtInterfacesAndDenseEdges) {
     lit.cv->meshAlpha[0] = 1e11;
     ASSERT_EQ(CreateCalculationVariables(*lit.cv, nullptr, *lit.P, 1, 0), 0);
     EXPECT_LT(lit.cv->mesh.h[0], dark.cv->mesh.h[0]);
+}
+
+// A first layer of negative thickness makes the total negative and so the normalised thickness of
+// the next layer: the complaint names the layer whose own thickness is wrong.
+TEST(FirstMesh, ALayerWithoutThicknessIsTheOneNamed) {
+    InputParameters in = ThreeLayerCell();
+    in.cellParas.layer[0].material.d = -4e-6;
+    UpdateThicknessInProfiles_Layer(in.cellParas.layer[0]);
+    auto P = std::make_unique<CalculationParameters>();
+    auto cv = std::make_unique<CalculationVariables>();
+    parameterset1_to_3(in, *P, 300, nullptr, 0);
+    InitialiseCalculationVariables(*cv);
+    ErrorMessageMode = 2;
+    ClearReportedMessages();
+    EXPECT_NE(CreateCalculationVariables(*cv, nullptr, *P, 1, 0), 0);
+    ASSERT_FALSE(ReportedMessages().empty());
+    EXPECT_EQ(ReportedMessages().front().text, "Layer 1 has no thickness: no mesh can be made");
 }
 
 TEST(FirstMesh, GradedPropertiesAreExpandedWithTheirScales) {

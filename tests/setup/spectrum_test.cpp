@@ -144,6 +144,12 @@ TEST_F(SpectrumTest, UnusableSpectrumFilesAreReportedAndGiveNoWavelengths) {
     light.spectrumFile = Write("words.spe", "only words here\n1.0 is one number\n");
     EXPECT_EQ(bepaal_spectrum(light, l, P), 0);
     EXPECT_TRUE(Reported("End of file occured during reading file: " + light.spectrumFile));
+
+    // A wavelength twice would leave an interval of no width for a cut-off to divide by.
+    light.spectrumFile = Write("twice.spe", "400 1\n500 2\n400 3\n600 1\n");
+    light.cutoff = 1;
+    EXPECT_EQ(bepaal_spectrum(light, l, P), 0);
+    EXPECT_TRUE(Reported("The spectrum file \"" + light.spectrumFile + "\" holds the wavelength 400"));
 }
 
 // ---------------------------------------------------------------------------------------------------
