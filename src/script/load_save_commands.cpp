@@ -175,40 +175,33 @@ void SaveResult(const std::string& part2, const std::string& part3, const std::s
         return;
     }
     WriteLine(file, outputHeader);
-    int written = 0;
     switch (table) {
     case ResultTable::Bands:
-        written = eb_naar_file(OUTPUT_TO_OPEN_FILE, &file, currentCalcVars);
+        eb_naar_file(OUTPUT_TO_OPEN_FILE, &file, currentCalcVars);
         break;
     case ResultTable::GenRec:
-        written = gen_naar_file(OUTPUT_TO_OPEN_FILE, &file, currentCalcVars, GENFILE_GENERATION);
+        gen_naar_file(OUTPUT_TO_OPEN_FILE, &file, currentCalcVars, GENFILE_GENERATION);
         break;
     case ResultTable::Occupation:
-        written = gen_naar_file(OUTPUT_TO_OPEN_FILE, &file, currentCalcVars, GENFILE_OCCUPATION);
+        gen_naar_file(OUTPUT_TO_OPEN_FILE, &file, currentCalcVars, GENFILE_OCCUPATION);
         break;
     case ResultTable::AC:
-        written = ac_naar_file(OUTPUT_TO_OPEN_FILE, &file, currentCalcVars);
+        ac_naar_file(OUTPUT_TO_OPEN_FILE, &file, currentCalcVars);
         break;
     case ResultTable::CV:
-        written = cv_naar_file(OUTPUT_TO_OPEN_FILE, &file);
+        cv_naar_file(OUTPUT_TO_OPEN_FILE, &file);
         break;
     case ResultTable::Cf:
-        written = cf_naar_file(OUTPUT_TO_OPEN_FILE, &file);
+        cf_naar_file(OUTPUT_TO_OPEN_FILE, &file);
         break;
     case ResultTable::QE:
-        written = qe_naar_file(OUTPUT_TO_OPEN_FILE, &file);
+        qe_naar_file(OUTPUT_TO_OPEN_FILE, &file);
         break;
     default:
-        written = iv_naar_file(OUTPUT_TO_OPEN_FILE, &file);
+        iv_naar_file(OUTPUT_TO_OPEN_FILE, &file);
         break;
     }
     CloseFile(file);
-    // A table that could not be written (reported by its writer) leaves no file that holds only the
-    // header.
-    if (written != 0) {
-        std::remove(path.c_str());
-        RaiseScriptStatus(EXIT_FAILED);
-    }
 }
 
 } // namespace
