@@ -20,6 +20,7 @@
 #include "run/control/work_point.h"
 #include "script/load_save_commands.h"
 #include "script/script_runner.h"
+#include "setup/spectrum.h"
 
 namespace tervo {
 
@@ -167,9 +168,11 @@ int ResolveCommandLineFile(const std::string& name, int filetype, std::string& p
         return 1;
     }
     const std::string here = fs::current_path(ec).string();
-    const std::string where = completed.empty() ? "was not found in the working folder (" + here + ")"
-                                                : "was found neither in the working folder (" + here +
-                                                      ") nor as " + completed;
+    std::string where = "was not found";
+    if (!completed.empty())
+        where = "was found neither in the working folder (" + here + ") nor as " + completed;
+    else if (fs::path(given).is_relative())
+        where += " in the working folder (" + here + ")";
     TERVOErrorMessage("Error whilst opening a file of the command line",
                       "The file \"" + given + "\" " + where + "; nothing was run.");
     return 0;
@@ -388,6 +391,17 @@ std::string PrepareHome(const Options& o, const std::string& argv0) {
     return AbsolutePath(o.home);
 }
 
+// A spectrum of the command line is read once before anything is applied: one that cannot be used
+// refuses the run, instead of failing every light calculation or leaving the standard spectrum in
+// its place.
+bool SpectrumReadable(const std::string& path) {
+    SpectrumSettings light;
+    light.dark = 0;
+    light.spectrumFile = path;
+    std::vector<double> lambda, watt;
+    return bepaal_spectrum(light, lambda, watt) > 0;
+}
+
 // What the run did, once the command line is applied: the main job, --save-def, or the script.
 int RunCommandLineJob(const Options& o, int definition) {
     const int warnings = static_cast<int>(ReadingWarnings().size());
@@ -455,6 +469,10 @@ int RunTervo(int argc, char** argv) {
     if (!ResolveCommandLineFiles(commandLineFiles, resolved, std::cout)) {
         Terminate();
         return EXIT_REFUSED;
+    }
+    if (!resolved.spectrum.empty() && !SpectrumReadable(resolved.spectrum)) {
+        Terminate();
+        return EXIT_REFUSED; // the reader has said why
     }
     const int definition = ApplyCommandLineFiles(resolved);
     int status = RunCommandLineJob(o, definition);

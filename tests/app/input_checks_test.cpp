@@ -139,17 +139,23 @@ TEST(InputChecks, FilesOfTheCommandLineAreTakenAsGivenOrFromTheHomeTreeAndOneFou
     ClearReportedMessages();
     EXPECT_EQ(RunProgram({"--home", h, "mycell.def", "./nosuch.act"}, &out), 2);
     EXPECT_TRUE(AnyMessageHolds("\"./nosuch.act\" was not found in the working folder"));
+    // So does a spectrum that cannot be used (a wavelength twice), before anything is calculated.
+    WriteFile(work / "twice.spe", "400 1\n500 2\n400 2\n");
+    EXPECT_EQ(RunProgram({"--home", h, "mycell.def", "twice.spe"}), 2);
     EXPECT_EQ(ReadFile(home / "results/mycell.iv"), "earlier");
     EXPECT_EQ(std::distance(fs::directory_iterator(home.path / "results"), fs::directory_iterator()), 1);
 
-    // A script whose cell cannot be loaded refuses its calculation and writes no result.
+    // A script whose cell cannot be loaded refuses its calculation.
     WriteFile(work / "run.script",
               "clear simulations\nload definition nosuch.def\naction iv.doiv\ncalculate\n"
               "save result.iv s.iv\n");
     ClearReportedMessages();
     EXPECT_EQ(RunProgram({"--home", h, "run.script"}), 2);
     EXPECT_TRUE(AnyMessageHolds("could not be loaded; the calculation is refused"));
-    EXPECT_FALSE(fs::exists(home.path / "results/s.iv"));
+    // The save finds nothing calculated: its file holds the script's header alone, no figure.
+    const std::string saved = ReadFile(home / "results/s.iv");
+    EXPECT_EQ(saved.find("Voc"), std::string::npos) << saved;
+    EXPECT_EQ(saved.find("nan"), std::string::npos) << saved;
 }
 
 TEST(InputChecks, AFreshHomeFolderGetsTheStandardSpectrumAndRunsTheLightIVOfAShippedCell) {
