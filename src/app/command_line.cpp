@@ -310,6 +310,7 @@ void PrintUsage(std::ostream& out, const std::string& home) {
            "                      OUT.def (a bare name is written into the def folder); no calculation\n"
            "  --version           print the version and exit\n"
            "  --help              print this text and exit\n"
+           "  --                  the words behind it are file names, also when they begin with --\n"
            "\n"
            "Exit status:\n"
            "  0  everything ran as asked\n"
