@@ -18,6 +18,7 @@
 #include "run/control/problem.h"
 #include "run/control/startup.h"
 #include "run/control/work_point.h"
+#include "run/sweeps/point_recovery.h"
 #include "script/script_runner.h"
 
 namespace tervo {
@@ -220,6 +221,8 @@ void PrintUsage(std::ostream& out, const std::string& home) {
            "  --home DIR          home folder (default: the folder of the executable)\n"
            "  --save-def OUT.def  save the cell of the definition file on the command line to OUT.def\n"
            "                      (a bare name is written into the def folder)\n"
+           "  --no-recovery       cut a curve at its first point that does not converge, without\n"
+           "                      retrying it in smaller steps and with the coupled iteration\n"
            "  --version           print the version and exit\n"
            "  --help              print this text and exit\n"
            "\n"
@@ -256,6 +259,9 @@ int RunTervo(int argc, char** argv) {
             help = true;
         } else if (argument == "--version") {
             version = true;
+        } else if (argument == "--no-recovery") {
+            // A point that does not converge cuts its curve at once, without the retries.
+            sweepRecovery = 0;
         } else if (argument == "--home" || argument == "--save-def") {
             if (i + 1 >= argc || !argv[i + 1]) {
                 TERVOErrorMessage(COMMAND_LINE_TITLE, "The option " + argument + " needs a value behind it.");
@@ -264,10 +270,9 @@ int RunTervo(int argc, char** argv) {
             (argument == "--home" ? home : saveDefinition) = argv[++i];
             if (argument == "--save-def") saveDefinitionWanted = true;
         } else {
-            TERVOErrorMessage(
-                COMMAND_LINE_TITLE,
-                "Unknown option \"" + argument +
-                    "\"; the options are --home DIR, --save-def OUT.def, --version and --help.");
+            TERVOErrorMessage(COMMAND_LINE_TITLE, "Unknown option \"" + argument +
+                                                      "\"; the options are --home DIR, --save-def OUT.def, "
+                                                      "--no-recovery, --version and --help.");
             return 2;
         }
     }

@@ -6,6 +6,7 @@
 #include "run/control/driver.h"
 #include "run/control/work_point.h"
 #include "run/results/ac_result_files.h"
+#include "run/results/convergence_file.h"
 #include "run/results/extraction.h"
 #include "run/results/result_files.h"
 #include "run/results/result_list.h"
@@ -27,6 +28,15 @@ std::string ResultPath(const std::string& stem, const char* extension) {
     return MakePathname(MakePathname(GetProjectDir(), "results"), stem + "." + extension);
 }
 
+// A sweep of the run that stopped before its last point.
+bool CurveWasCut(const DataListElement* element) {
+    if (element == nullptr) return false;
+    for (const ConvergenceRow& row : element->convergence)
+        if (row.status == PointStatus::Cut) return true;
+    return (element->actie.Cf.calculate && CfConvergenceFailure == 1) ||
+           (element->actie.QE.calculate && QEConvergenceFailure == 1);
+}
+
 } // namespace
 
 std::string MainJobSummary(const std::string& definitionName, const DataListElement* element) {
@@ -40,8 +50,9 @@ std::string MainJobSummary(const std::string& definitionName, const DataListElem
     if (wp.dark)
         return line +
                FmtStr("%s< dark I-V of %i points (no cell parameters in the dark)", element->actie.IV.done);
-    auto value = [](int valid, int extrapolated, const std::string& text) {
+    auto value = [&p](int valid, int extrapolated, const std::string& text) {
         if (!valid) return std::string("n/a");
+        if (FigureCutOff(p, extrapolated)) return CutFigureText(p);
         return extrapolated ? text + " (extrapolated)" : text;
     };
     line += " Voc = " + value(p.VocValid, p.VocExtrapolated, FmtStr("%f[p4] V", p.Voc));
@@ -74,8 +85,9 @@ int RunMainJob(const std::string& definitionPath, std::string& summary) {
         update_eb_panel(currentCalcVars, 1);
         SaveResultFile(RESULT_EB, ResultPath(stem, "eb"));
     }
+    if (element && !element->convergence.empty()) SaveConvergenceFile(*element, ResultPath(stem, "conv"));
     summary = MainJobSummary(stem, element);
-    return lastCalculationResult == 0 ? 0 : 1;
+    return lastCalculationResult == 0 && !CurveWasCut(element) ? 0 : 1;
 }
 
 } // namespace tervo

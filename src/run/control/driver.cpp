@@ -286,7 +286,7 @@ bool SolveWorkingPoint(CalculationVariables& cv, bool fromPrevious, int metaPass
         } else {
             CopyCalculationVariables(cv, kortsluitcv);
             Full_x_Dependence(cv);
-            volgende_iv_punt(cv, 0, wp.voltage, std::max(wp.numberofpoints, 2));
+            WalkWithRecovery(cv, 0, wp.voltage, std::max(wp.numberofpoints, 2), "the working point");
         }
         if (cv.iteration_count != -1) {
             extraheer_stroom(cv, 0);

@@ -13,6 +13,7 @@
 #include "run/control/driver.h"
 #include "run/control/work_point.h"
 #include "run/results/extraction.h"
+#include "run/sweeps/point_recovery.h"
 #include "setup/absorption.h"
 #include "setup/generation.h"
 #include "solver/discrete_equations.h"
@@ -77,6 +78,15 @@ void ElectronsOnlyGuess(CalculationVariables& cv, double V, double dV, bool tilt
     }
 }
 
+// A solve counts when the solver says it converged and the state it left is a solution (a state
+// that only stopped moving is not); a state that is not becomes a failed one.
+bool SolvedAndSolution(CalculationVariables& cv, int result) {
+    if (result == -1 || cv.iteration_count == -1) return false;
+    if (StateIsSolution(cv)) return true;
+    cv.iteration_count = -1;
+    return false;
+}
+
 } // namespace
 
 void eerste_schatting(CalculationVariables& cv) {
@@ -127,7 +137,7 @@ int onder_belichting(CalculationVariables& cv) {
         return -1;
     }
     const int result = los_totaal_dc_stelsel_op_Gummel(cv);
-    CONVERGENTIEFALING = (result == -1 || cv.iteration_count == -1) ? 1 : 0;
+    CONVERGENTIEFALING = SolvedAndSolution(cv, result) ? 0 : 1;
     return 0;
 }
 
@@ -145,11 +155,24 @@ void volgende_iv_punt(CalculationVariables& cv, double Vfrom, double Vto, int n)
         const double V = Vfrom + i * (Vto - Vfrom) / (n - 1);
         volgende_schatting(cv, V, dV);
         const int result = los_totaal_dc_stelsel_op_Gummel(cv);
-        if (result == -1 || cv.iteration_count == -1) {
+        if (!SolvedAndSolution(cv, result)) {
             CONVERGENTIEFALING = 1;
             return;
         }
     }
+}
+
+void WalkWithRecovery(CalculationVariables& cv, double Vfrom, double Vto, int n, const std::string& what) {
+    if (!sweepRecovery || cv.iteration_count == -1) {
+        volgende_iv_punt(cv, Vfrom, Vto, n);
+        return;
+    }
+    CONVERGENTIEFALING = 0;
+    if (n < 2) n = 2;
+    SolvedState last;
+    KeepSolvedState(last, cv);
+    for (int i = 1; i <= n - 1; ++i)
+        if (SolveStep(cv, last, Vfrom + i * (Vto - Vfrom) / (n - 1), what) == PointStatus::Cut) return;
 }
 
 void volgende_schatting(CalculationVariables& cv, double V, double dV) {
@@ -314,7 +337,7 @@ int CalculateStartingPoint(double& start, double& stop, CalculationVariables& cv
     case Origin::PresentState:
         break;
     }
-    volgende_iv_punt(cv, from, choice.to, choice.steps);
+    WalkWithRecovery(cv, from, choice.to, choice.steps, name);
     if (pausestatus) {
         const int answer = Pause(0);
         if (answer != 1) return answer;

@@ -27,6 +27,10 @@ int onder_belichting(CalculationVariables& cv);
 // with CONVERGENTIEFALING 1.  A failed state is not stepped; a step below 1e-9 V is no step.
 void volgende_iv_punt(CalculationVariables& cv, double Vfrom, double Vto, int n);
 
+// The same walk with the retries of a failed step (smaller steps, then the coupled iteration) when
+// they are switched on; `what` names the walk in the messages of a recovered step.
+void WalkWithRecovery(CalculationVariables& cv, double Vfrom, double Vto, int n, const std::string& what);
+
 // The guess for voltage V reached by a step dV, by the routine that versieschatting chooses.
 void volgende_schatting(CalculationVariables& cv, double V, double dV);
 // Shifts the whole solution by the linear potential that the voltage step adds.

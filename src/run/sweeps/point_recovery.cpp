@@ -1,0 +1,179 @@
+#include "run/sweeps/point_recovery.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "cell/cell_records.h"
+#include "platform/format.h"
+#include "platform/index.h"
+#include "platform/messages.h"
+#include "run/control/driver.h"
+#include "run/sweeps/operating_points.h"
+#include "solver/discrete_equations.h"
+#include "solver/gummel.h"
+
+namespace tervo {
+
+int sweepRecovery = 1;
+
+namespace {
+
+void KeepArray(std::vector<double>& to, const MeshArray& from, int n) {
+    to.assign(from.begin(), from.begin() + n);
+}
+
+void RestoreArray(MeshArray& to, const std::vector<double>& from) {
+    std::copy(from.begin(), from.end(), to.begin());
+}
+
+bool SameMesh(const MeshBlock& a, const MeshBlock& b) {
+    const int n = std::clamp(a.n_points, 0, MAX_MESH_POINTS);
+    return a.n_points == b.n_points && std::equal(a.x.begin(), a.x.begin() + n, b.x.begin());
+}
+
+// The profile scratch of the solution test: one for the process, the program is single-threaded.
+CurrentProfiles& ProfileScratch() {
+    static CurrentProfiles scratch;
+    return scratch;
+}
+
+// Walks from the solved state `last` to Vto in steps that start at half the distance and halve again
+// after each failure, at most MAX_STEP_HALVINGS times.  Each solved step becomes the new `last`.
+bool WalkInHalvedSteps(CalculationVariables& cv, SolvedState& last, double Vto) {
+    double step = (Vto - last.V_applied) / 2;
+    int halvings = 1;
+    for (;;) {
+        const double V0 = last.V_applied;
+        const double Vn = std::fabs(Vto - V0) <= std::fabs(step) * (1 + 1e-9) ? Vto : V0 + step;
+        volgende_iv_punt(cv, V0, Vn, 2);
+        if (CONVERGENTIEFALING == 0) {
+            KeepSolvedState(last, cv);
+            if (Vn == Vto) return true;
+            continue;
+        }
+        RestoreSolvedState(cv, last);
+        if (++halvings > MAX_STEP_HALVINGS) return false;
+        step /= 2;
+    }
+}
+
+} // namespace
+
+void KeepSolvedState(SolvedState& kept, const CalculationVariables& cv) {
+    const int n = MeshPoints(cv);
+    kept.mesh = cv.mesh;
+    KeepArray(kept.psi, cv.psi, n);
+    KeepArray(kept.u, cv.u, n);
+    KeepArray(kept.v, cv.v, n);
+    KeepArray(kept.EFn, cv.EFn, n);
+    KeepArray(kept.EFp, cv.EFp, n);
+    kept.a_n = cv.a_n;
+    kept.a_p = cv.a_p;
+    kept.V_applied = cv.V_applied;
+    kept.V_norm = cv.V_norm;
+    kept.exp_V = cv.exp_V;
+    kept.iteration_count = cv.iteration_count;
+    kept.valid = true;
+    kept.retried = false;
+}
+
+void RestoreSolvedState(CalculationVariables& cv, const SolvedState& kept) {
+    if (!kept.valid) return;
+    if (!SameMesh(cv.mesh, kept.mesh)) {
+        // The failed solve refined the mesh: the properties and the light go back to the old one.
+        const MeshBlock failed = cv.mesh;
+        cv.mesh = kept.mesh;
+        Full_x_Dependence(cv);
+        RefreshAfterMeshChange(cv, failed);
+    }
+    RestoreArray(cv.psi, kept.psi);
+    RestoreArray(cv.u, kept.u);
+    RestoreArray(cv.v, kept.v);
+    RestoreArray(cv.EFn, kept.EFn);
+    RestoreArray(cv.EFp, kept.EFp);
+    cv.a_n = kept.a_n;
+    cv.a_p = kept.a_p;
+    cv.V_applied = kept.V_applied;
+    cv.V_norm = kept.V_norm;
+    cv.exp_V = kept.exp_V;
+    cv.iteration_count = kept.iteration_count;
+    update_psivar(cv);
+    CONVERGENTIEFALING = 0;
+}
+
+bool StateIsSolution(CalculationVariables& cv) {
+    const int n = MeshPoints(cv);
+    for (size_t i = 0; i < At(n); ++i)
+        if (!std::isfinite(cv.psi[i]) || !std::isfinite(cv.u[i]) || !std::isfinite(cv.v[i])) return false;
+    CurrentProfiles& p = ProfileScratch();
+    CalculateCurrentProfiles(cv, calculation_of_current, p);
+    double carriers = 0;
+    for (size_t i = 0; i < At(n); ++i) {
+        if (!std::isfinite(p.j_tot[i])) return false;
+        carriers = std::max(carriers, std::fabs(p.j_n[i]) + std::fabs(p.j_p[i]) + std::fabs(p.jn_tunnel[i]) +
+                                          std::fabs(p.jp_tunnel[i]));
+    }
+    return cv.J_spread <= std::max(SOLUTION_CURRENT_FLOOR, SOLUTION_CURRENT_SPREAD * carriers);
+}
+
+PointStatus SolveStep(CalculationVariables& cv, SolvedState& last, double Vto, const std::string& what) {
+    const double Vfrom = last.V_applied;
+    volgende_iv_punt(cv, Vfrom, Vto, 2);
+    if (CONVERGENTIEFALING == 0) {
+        KeepSolvedState(last, cv);
+        return PointStatus::Converged;
+    }
+    // A state that had already failed is not a start for a retry.
+    last.retried = sweepRecovery && last.valid && last.iteration_count != -1;
+    if (!last.retried) return PointStatus::Cut;
+
+    const double sign = zonnecel.signV;
+    RestoreSolvedState(cv, last);
+    if (WalkInHalvedSteps(cv, last, Vto)) {
+        TERVOErrorMessage(FmtStr("%s<While calculating %s ...", what),
+                          FmtStr("%s<Convergence failure at V = %f[p6] Volt; recovered in smaller steps "
+                                 "from V = %f[p6] Volt.",
+                                 Vto * sign, Vfrom * sign));
+        return PointStatus::RecoveredByHalving;
+    }
+    // The separate Newton blocks of the Gummel passes did not get there: psi, u and v together.
+    ConvergenceParameters& c = cv.parameters->convergence;
+    const int scheme = c.methodChoice;
+    c.methodChoice = RECOVERY_SCHEME;
+    const double reached = last.V_applied;
+    const bool coupled = WalkInHalvedSteps(cv, last, Vto);
+    c.methodChoice = scheme;
+    if (coupled) {
+        TERVOErrorMessage(FmtStr("%s<While calculating %s ...", what),
+                          FmtStr("%s<Convergence failure at V = %f[p6] Volt; recovered by the coupled "
+                                 "iteration from V = %f[p6] Volt.",
+                                 Vto * sign, reached * sign));
+        return PointStatus::RecoveredByCoupled;
+    }
+    // Back at the last solved state, whose voltage is where the curve is cut.
+    cv.iteration_count = -1;
+    CONVERGENTIEFALING = 1;
+    last.retried = true;
+    return PointStatus::Cut;
+}
+
+std::string RetriesText(const SolvedState& last) {
+    return last.retried ? "\nThe point was retried in smaller steps and with the coupled iteration." : "";
+}
+
+ConvergenceRow MakeConvergenceRow(const CalculationVariables& cv, const std::string& curve, int point,
+                                  double value, PointStatus status) {
+    ConvergenceRow row;
+    row.curve = curve;
+    row.point = point;
+    row.value = value;
+    row.passes = cv.iteration_count;
+    row.inner = cv.inner_iterations;
+    row.dpsi = cv.max_dpsi;
+    row.dFn = cv.max_dEFn;
+    row.dFp = cv.max_dEFp;
+    row.status = status;
+    return row;
+}
+
+} // namespace tervo
