@@ -247,6 +247,7 @@ int RunTervo(int argc, char** argv) {
     bool help = false;
     bool version = false;
     bool optionsEnded = false;
+    sweepRecovery = 1;
     for (int i = 1; i < argc; ++i) {
         const std::string argument = argv[i] ? argv[i] : "";
         if (optionsEnded || argument.rfind("--", 0) != 0) {

@@ -37,11 +37,15 @@ CurrentProfiles& ProfileScratch() {
     return scratch;
 }
 
-// Walks from the solved state `last` to Vto in steps that start at half the distance and halve again
-// after each failure, at most MAX_STEP_HALVINGS times.  Each solved step becomes the new `last`.
+// Walks from the solved state `last` to Vto in steps that start at half the distance, halve after each
+// failure and grow back by doubling after two solved steps in a row; a step below the distance divided
+// by 2^MAX_STEP_HALVINGS that fails ends the walk.  Each solved step becomes the new `last`.  Every
+// solved step covers at least the smallest step, so the walk ends after a bounded number of solves.
 bool WalkInHalvedSteps(CalculationVariables& cv, SolvedState& last, double Vto) {
-    double step = (Vto - last.V_applied) / 2;
-    int halvings = 1;
+    const double distance = Vto - last.V_applied;
+    const double smallest = std::fabs(distance) / (1 << MAX_STEP_HALVINGS);
+    double step = distance / 2;
+    int solvedInARow = 0;
     for (;;) {
         const double V0 = last.V_applied;
         const double Vn = std::fabs(Vto - V0) <= std::fabs(step) * (1 + 1e-9) ? Vto : V0 + step;
@@ -49,10 +53,15 @@ bool WalkInHalvedSteps(CalculationVariables& cv, SolvedState& last, double Vto) 
         if (CONVERGENTIEFALING == 0) {
             KeepSolvedState(last, cv);
             if (Vn == Vto) return true;
+            if (++solvedInARow == 2 && std::fabs(step) * 2 <= std::fabs(distance) / 2) {
+                step *= 2;
+                solvedInARow = 0;
+            }
             continue;
         }
         RestoreSolvedState(cv, last);
-        if (++halvings > MAX_STEP_HALVINGS) return false;
+        solvedInARow = 0;
+        if (std::fabs(step) <= smallest * (1 + 1e-9)) return false;
         step /= 2;
     }
 }

@@ -18,7 +18,7 @@ namespace tervo {
 
 // 1 (default): a failed point is retried before the curve is cut; 0: the first failure cuts.
 extern int sweepRecovery;
-// The largest number of times the voltage step is halved in one retry.
+// The smallest step of a retry is the failed step divided by 2 to this power.
 inline constexpr int MAX_STEP_HALVINGS = 6;
 // The coupling scheme of the second retry: psi, u and v in one Newton iteration.
 inline constexpr int RECOVERY_SCHEME = 13;
