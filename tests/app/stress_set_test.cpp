@@ -28,7 +28,8 @@ struct Outcome {
     std::string out, conv;
 };
 
-Outcome LightIV(const std::string& name, const std::string& cell, const std::vector<std::string>& options = {}) {
+Outcome LightIV(const std::string& name, const std::string& cell,
+                const std::vector<std::string>& options = {}) {
     ProgramHome home;
     WriteFile(home / (name + ".def"), cell);
     WriteFile(home / "light_iv.act", Shipped("examples/actions/light_iv.act"));

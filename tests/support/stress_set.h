@@ -11,9 +11,9 @@
 namespace tervo::test {
 
 struct StressVariant {
-    double thickness = 2;   // absorber, µm
-    double doping = 1e16;   // absorber acceptors, /cm3
-    double bufferChi = 0;   // electron affinity of the buffer (eV); 0 keeps the shipped one
+    double thickness = 2; // absorber, µm
+    double doping = 1e16; // absorber acceptors, /cm3
+    double bufferChi = 0; // electron affinity of the buffer (eV); 0 keeps the shipped one
     std::string Name() const {
         char text[96];
         std::snprintf(text, sizeof text, "cigs_d%g_na%g%s", thickness, doping, bufferChi > 0 ? "_spike" : "");
@@ -52,13 +52,14 @@ inline std::string StressDefinition(const std::string& shipped, const StressVari
             thickness = true;
         } else if (layer == 1 && !doping && line.rfind("Na(uniform) :", 0) == 0) {
             const double N = v.doping * 1e6;
-            std::snprintf(value, sizeof value, "Na(uniform) :\t %e\t %e\t %e\t 1\t 1\t %e\t %e\t 0\t 2\t[/m^3]", N, N,
-                          N, N, N);
+            std::snprintf(value, sizeof value,
+                          "Na(uniform) :\t %e\t %e\t %e\t 1\t 1\t %e\t %e\t 0\t 2\t[/m^3]", N, N, N, N, N);
             line = value;
             doping = true;
         } else if (layer == 2 && !chi && v.bufferChi > 0 && line.rfind("chi :", 0) == 0) {
             const double c = v.bufferChi;
-            std::snprintf(value, sizeof value, "chi :\t %f\t %f\t %f\t 1\t 1\t %f\t %f\t 0\t 2\t[eV]", c, c, c, c, c);
+            std::snprintf(value, sizeof value, "chi :\t %f\t %f\t %f\t 1\t 1\t %f\t %f\t 0\t 2\t[eV]", c, c,
+                          c, c, c);
             line = value;
             chi = true;
         }
