@@ -25,7 +25,7 @@ std::string Shipped(const fs::path& file) {
 // printed and its convergence record.
 struct Outcome {
     int status = -1;
-    std::string out, conv;
+    std::string out, conv, iv;
 };
 
 Outcome LightIV(const std::string& name, const std::string& cell,
@@ -40,6 +40,8 @@ Outcome LightIV(const std::string& name, const std::string& cell,
     r.status = RunProgram(arguments, &r.out);
     const fs::path conv = home.path / "results" / (name + ".conv");
     if (fs::exists(conv)) r.conv = ReadFile(conv);
+    const fs::path iv = home.path / "results" / (name + ".iv");
+    if (fs::exists(iv)) r.iv = ReadFile(iv);
     return r;
 }
 
@@ -66,6 +68,7 @@ TEST(StressSet, WithoutRetriesACurveIsCutAndItsFiguresPastTheCutAreNotGiven) {
     // short-circuit current and Voc would rest on extrapolation past the cut.
     EXPECT_NE(r.out.find("Jsc = n/a (curve cut at V = 0.8900 V)"), std::string::npos) << r.out;
     EXPECT_NE(r.conv.find("I-V\t31\t9.200000e-01\t-1\t"), std::string::npos) << r.conv;
+    EXPECT_NE(r.iv.find("\nJsc =\tn/a (curve cut at V = 0.8900 V)\n"), std::string::npos) << r.iv;
 }
 
 // A damaged graded cell whose solver states stop moving without being solutions: nothing of it is
