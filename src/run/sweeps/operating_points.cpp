@@ -21,17 +21,15 @@
 
 namespace tervo {
 
-namespace {
-
-// The applied voltage in volt, in units of kT/q and as exp(V/kT), and the offsets of the carrier
-// variables for it.
-void SetVoltage(CalculationVariables& cv, double V) {
+void SetAppliedVoltage(CalculationVariables& cv, double V) {
     const double kT = cv.parameters->kT;
     cv.V_applied = V;
     cv.V_norm = V / kT;
     cv.exp_V = std::exp(cv.V_norm);
     Set_an_And_ap(cv, cv.a_n, cv.a_p);
 }
+
+namespace {
 
 // The Dirichlet values of psi: 0 at the left contact, the difference of the work functions less
 // the applied voltage at the right one.
@@ -71,7 +69,7 @@ void ElectronsOnlyGuess(CalculationVariables& cv, double V, double dV, bool tilt
             if (away ? level < target : level > target) L[i] += dV / kT;
         }
     }
-    SetVoltage(cv, V);
+    SetAppliedVoltage(cv, V);
     for (size_t i = 0; i < At(n); ++i) {
         cv.u[i] = std::exp(L[i]) - cv.a_n;
         cv.EFn[i] = L[i];
@@ -90,7 +88,7 @@ bool SolvedAndSolution(CalculationVariables& cv, int result) {
 } // namespace
 
 void eerste_schatting(CalculationVariables& cv) {
-    SetVoltage(cv, 0.0);
+    SetAppliedVoltage(cv, 0.0);
     const int n = MeshPoints(cv);
     if (n == 0) return;
     SetContactPotentials(cv, 0.0);
@@ -175,6 +173,12 @@ void WalkWithRecovery(CalculationVariables& cv, double Vfrom, double Vto, int n,
         if (SolveStep(cv, last, Vfrom + i * (Vto - Vfrom) / (n - 1), what) == PointStatus::Cut) return;
 }
 
+void SolveAtPresentGuess(CalculationVariables& cv) {
+    CONVERGENTIEFALING = 0;
+    const int result = los_totaal_dc_stelsel_op_Gummel(cv);
+    if (!SolvedAndSolution(cv, result)) CONVERGENTIEFALING = 1;
+}
+
 void volgende_schatting(CalculationVariables& cv, double V, double dV) {
     if (versieschatting == 0)
         volgende_schatting_TERVO_MOST_RECENT(cv, V, dV);
@@ -185,7 +189,7 @@ void volgende_schatting(CalculationVariables& cv, double V, double dV) {
 }
 
 void volgende_schatting_TERVO_MOST_RECENT(CalculationVariables& cv, double V, double dV) {
-    SetVoltage(cv, V);
+    SetAppliedVoltage(cv, V);
     const double kT = cv.parameters->kT;
     const int n = MeshPoints(cv);
     for (int i = 0; i < n; ++i) {

@@ -11,6 +11,14 @@
 
 namespace tervo {
 
+// The applied voltage in volt, in units of kT/q and as exp(V/kT), and the offsets of the carrier
+// variables for it.
+void SetAppliedVoltage(CalculationVariables& cv, double V);
+
+// Solves from the guess that `cv` holds; CONVERGENTIEFALING 1 when the solve failed or its state is no
+// solution.
+void SolveAtPresentGuess(CalculationVariables& cv);
+
 // The first guess at V = 0: psi linear between the contact values, flat quasi-Fermi levels at the
 // Fermi level of the left contact.
 void eerste_schatting(CalculationVariables& cv);

@@ -31,6 +31,23 @@ bool SameMesh(const MeshBlock& a, const MeshBlock& b) {
     return a.n_points == b.n_points && std::equal(a.x.begin(), a.x.begin() + n, b.x.begin());
 }
 
+// The guess at Vto on the straight line through two solved states of the same mesh: potential and
+// quasi-Fermi levels point by point, the carrier variables from the levels with the offsets of Vto.
+void ExtrapolatedGuess(CalculationVariables& cv, const SolvedState& before, const SolvedState& last,
+                       double Vto) {
+    const double r = (Vto - last.V_applied) / (last.V_applied - before.V_applied);
+    SetAppliedVoltage(cv, Vto);
+    const size_t n = last.psi.size();
+    for (size_t i = 0; i < n; ++i) {
+        cv.psi[i] = last.psi[i] + r * (last.psi[i] - before.psi[i]);
+        cv.EFn[i] = last.EFn[i] + r * (last.EFn[i] - before.EFn[i]);
+        cv.EFp[i] = last.EFp[i] + r * (last.EFp[i] - before.EFp[i]);
+        cv.u[i] = std::exp(cv.EFn[i]) - cv.a_n;
+        cv.v[i] = std::exp(-cv.EFp[i]) - cv.a_p;
+    }
+    update_psivar(cv);
+}
+
 // The profile scratch of the solution test: one for the process, the program is single-threaded.
 CurrentProfiles& ProfileScratch() {
     static CurrentProfiles scratch;
@@ -125,13 +142,32 @@ bool StateIsSolution(CalculationVariables& cv) {
     return cv.J_spread <= std::max(SOLUTION_CURRENT_FLOOR, SOLUTION_CURRENT_SPREAD * carriers);
 }
 
-PointStatus SolveStep(CalculationVariables& cv, SolvedState& last, double Vto, const std::string& what) {
+PointStatus SolveStep(CalculationVariables& cv, SolvedState& last, double Vto, const std::string& what,
+                      SolvedState* before) {
     const double Vfrom = last.V_applied;
+    // Two solved points before this one on the same mesh: their straight line is the first guess.
+    // Should the solve from there fail, the ordinary guess takes over before any retry.
+    const bool extrapolate = sweepRecovery && before != nullptr && before->valid &&
+                             before->V_applied != Vfrom && SameMesh(before->mesh, cv.mesh) &&
+                             SameMesh(last.mesh, cv.mesh);
+    if (extrapolate) {
+        ExtrapolatedGuess(cv, *before, last, Vto);
+        SolveAtPresentGuess(cv);
+        if (CONVERGENTIEFALING == 0) {
+            std::swap(*before, last);
+            KeepSolvedState(last, cv);
+            return PointStatus::Converged;
+        }
+        RestoreSolvedState(cv, last);
+    }
     volgende_iv_punt(cv, Vfrom, Vto, 2);
     if (CONVERGENTIEFALING == 0) {
+        if (before != nullptr) std::swap(*before, last);
         KeepSolvedState(last, cv);
         return PointStatus::Converged;
     }
+    // The retries walk through points of their own: no straight line through the last two after them.
+    if (before != nullptr) before->valid = false;
     // A state that had already failed is not a start for a retry.
     last.retried = sweepRecovery && last.valid && last.iteration_count != -1;
     if (!last.retried) return PointStatus::Cut;

@@ -57,7 +57,10 @@ bool StateIsSolution(CalculationVariables& cv);
 // recovery when it is switched on.  On success `last` holds the new state; on a cut `cv` holds the
 // last failed iterate and `last` the state before.  `what` names the curve and the unit of its
 // messages ("I(V)", "C(V)", ...).
-PointStatus SolveStep(CalculationVariables& cv, SolvedState& last, double Vto, const std::string& what);
+// With `before`, the solved state before `last` on the walk, the first guess lies on the straight line
+// through the two (with the retries switched on); `before` then moves on with the walk.
+PointStatus SolveStep(CalculationVariables& cv, SolvedState& last, double Vto, const std::string& what,
+                      SolvedState* before = nullptr);
 
 // The line a cut message adds when the failed step from `last` was retried; empty without retries.
 std::string RetriesText(const SolvedState& last);

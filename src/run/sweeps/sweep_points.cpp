@@ -27,8 +27,9 @@ PointStatus StepToSweepPoint(CalculationVariables& cv, SweepWalk& walk, const st
     if (walk.twoBranches && i == walk.split) {
         ReturnToAKnownStartingPoint(cv, *walk.known, 1);
         KeepSolvedState(walk.last, cv);
+        walk.before.valid = false; // a new branch: no straight line through its first point yet
     }
-    return SolveStep(cv, walk.last, v[At(i)], walk.what);
+    return SolveStep(cv, walk.last, v[At(i)], walk.what, &walk.before);
 }
 
 double VoltageBeforeSweepPoint(const SweepWalk& walk, const std::vector<double>& v, int i) {

@@ -22,7 +22,8 @@ struct SweepWalk {
     const CalculationVariables* known = nullptr;
     double Vknown = 0; // V, internal convention
     int split = -1;
-    SolvedState last;                                 // the last solved point, where a retry starts
+    SolvedState last;   // the last solved point, where a retry starts
+    SolvedState before; // the one before it on the same branch, for the straight-line guess
     PointStatus firstStatus = PointStatus::Converged; // how the first voltage was reached
     std::string what;                                 // the curve in messages: "I(V)", "C(V)"
 };
