@@ -18,6 +18,7 @@
 #include "run/control/problem.h"
 #include "run/control/startup.h"
 #include "run/control/work_point.h"
+#include "run/sweeps/point_recovery.h"
 #include "script/load_save_commands.h"
 #include "script/script_runner.h"
 #include "setup/spectrum.h"
@@ -308,6 +309,8 @@ void PrintUsage(std::ostream& out, const std::string& home) {
            "  --strict            refuse every input file that needs a reading warning\n"
            "  --save-def OUT.def  load the definition file of the command line and write its cell to\n"
            "                      OUT.def (a bare name is written into the def folder); no calculation\n"
+           "  --no-recovery       cut a curve at its first point that does not converge, without\n"
+           "                      retrying it in smaller steps and with the coupled iteration\n"
            "  --version           print the version and exit\n"
            "  --help              print this text and exit\n"
            "  --                  the words behind it are file names, also when they begin with --\n"
@@ -345,6 +348,7 @@ struct Options {
 bool ReadOptions(int argc, char** argv, const std::string& argv0, Options& o) {
     o.files = {argv0.c_str()};
     bool optionsEnded = false;
+    sweepRecovery = 1;
     for (int i = 1; i < argc; ++i) {
         const std::string argument = argv[i] ? argv[i] : "";
         if (optionsEnded || argument.rfind("--", 0) != 0) {
@@ -359,6 +363,9 @@ bool ReadOptions(int argc, char** argv, const std::string& argv0, Options& o) {
             o.version = true;
         } else if (argument == "--strict") {
             o.strict = true;
+        } else if (argument == "--no-recovery") {
+            // A point that does not converge cuts its curve at once, without the retries.
+            sweepRecovery = 0;
         } else if (argument == "--home" || argument == "--save-def") {
             if (i + 1 >= argc || !argv[i + 1]) {
                 TERVOErrorMessage(COMMAND_LINE_TITLE, "The option " + argument + " needs a value behind it.");

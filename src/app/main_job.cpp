@@ -6,6 +6,7 @@
 #include "run/control/driver.h"
 #include "run/control/work_point.h"
 #include "run/results/ac_result_files.h"
+#include "run/results/convergence_file.h"
 #include "run/results/extraction.h"
 #include "run/results/result_files.h"
 #include "run/results/result_list.h"
@@ -40,8 +41,9 @@ std::string MainJobSummary(const std::string& definitionName, const DataListElem
     if (wp.dark)
         return line +
                FmtStr("%s< dark I-V of %i points (no cell parameters in the dark)", element->actie.IV.done);
-    auto value = [](int valid, int extrapolated, const std::string& text) {
+    auto value = [&p](int valid, int extrapolated, const std::string& text) {
         if (!valid) return std::string("n/a");
+        if (FigureCutOff(p, extrapolated)) return CutFigureText(p);
         return extrapolated ? text + " (extrapolated)" : text;
     };
     line += " Voc = " + value(p.VocValid, p.VocExtrapolated, FmtStr("%f[p4] V", p.Voc));
@@ -74,6 +76,7 @@ int RunMainJob(const std::string& definitionPath, std::string& summary) {
         update_eb_panel(currentCalcVars, 1);
         SaveResultFile(RESULT_EB, ResultPath(stem, "eb"));
     }
+    if (element && !element->convergence.empty()) SaveConvergenceFile(*element, ResultPath(stem, "conv"));
     summary = MainJobSummary(stem, element);
     return LastCalculationStatus();
 }

@@ -11,6 +11,7 @@
 #include "platform/text_file.h"
 #include "platform/text_util.h"
 #include "run/control/startup.h"
+#include "run/sweeps/point_recovery.h"
 #include "script/load_save_commands.h"
 
 namespace tervo {
@@ -216,6 +217,14 @@ void RunLine(ScriptLine& l) {
 // The commands whose handlers are not part of this build: the line is refused with a message in the
 // words of the command's own complaints, and the script goes on.
 void SetLine(ScriptLine& l) {
+    std::string part1, part2, part3, part4;
+    InterpretScriptVariable(l.argument, part1, part2, part3, part4);
+    // `set recovery.off` makes a point that does not converge cut its curve at once; `set recovery.on`
+    // gives the retries back (smaller steps, then the coupled iteration).
+    if (MatchesKeyword(part1, "recovery") && (MatchesKeyword(part2, "on") || MatchesKeyword(part2, "off"))) {
+        sweepRecovery = MatchesKeyword(part2, "on") ? 1 : 0;
+        return;
+    }
     TERVOErrorMessage("Error whilst processing set command in script",
                       FmtStr("%s<Script command: set %s %s\nThe set command is not available in this build",
                              l.argument, l.value));

@@ -335,6 +335,7 @@ struct CalculationVariables {
     int coupled_iterations = 0;
     int ft_iterations = 0;
     int iteration_count = 0;
+    int inner_iterations = 0; // inner Newton iterations of all passes of the last solve
     // Signed largest change of the last inner steps.
     double max_dpsi = 1e30;
     double max_dEFn = 1e30;

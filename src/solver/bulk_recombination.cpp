@@ -98,11 +98,12 @@ int totale_rdcbijdrage_multilevel(CalculationVariables& cv) {
     rec_dc_initialisatie(r.dc, n);
     const int layers =
         std::clamp(std::min(cv.parameters->numberOfLayers, cv.mesh.number_of_layers), 0, MAX_LAYERS);
-    std::unique_ptr<RecDcTerms> defect;
+    // The share of one defect, in a record of the process made once (it is cleared by the sum).
+    static RecDcTerms defectTerms;
+    RecDcTerms* defect = &defectTerms;
     for (int j = 0; j < layers; ++j) {
         for (int d = 0; d < MAX_DEFECTS; ++d) {
             if (r.rec_levels[At(j)][At(d)][0].empty()) continue;
-            if (!defect) defect = std::make_unique<RecDcTerms>();
             const int type = cv.parameters->srh[At(j)][At(d)][0].energy.type;
             const int result =
                 rdcbijdrage_distributie_multilevel(cv, j, d, r.axis[At(j)][At(d)], type, *defect);
@@ -213,7 +214,9 @@ int IterateFt(CalculationVariables& cv) {
     const ConvergenceParameters& settings = cv.parameters->convergence;
     const int layers =
         std::clamp(std::min(cv.parameters->numberOfLayers, cv.mesh.number_of_layers), 0, MAX_LAYERS);
-    auto scratch = std::make_unique<RecDcTerms>();
+    static RecDcTerms levelTerms; // made once, only read through the level records
+    RecDcTerms* scratch = &levelTerms;
+    rec_dc_initialisatie(*scratch, MeshPoints(cv));
     int iterations = 0;
     double change = 1.0;
     while (iterations < settings.maxiter_Ft && change > settings.termination_Ft) {

@@ -167,8 +167,13 @@ int rdcbijdrage_distributie_multilevel(CalculationVariables& cv, int layer, int 
     if (n < 2) return 1; // one sample spans no interval: the trapezoid sum is empty
     const int first = cv.mesh.first_point[At(layer)];
     const int last = cv.mesh.last_point[At(layer)];
-    auto previous = std::make_unique<RecDcTerms>();
-    auto current = std::make_unique<RecDcTerms>();
+    // Two records of the process for the neighbouring samples of the trapezoid sum, made once: a
+    // record is 64 kB, too much to make and clear at every Newton step.  The points in use are cleared.
+    static RecDcTerms previousSample, currentSample;
+    RecDcTerms* previous = &previousSample;
+    RecDcTerms* current = &currentSample;
+    rec_dc_initialisatie(*previous, MeshPoints(cv));
+    rec_dc_initialisatie(*current, MeshPoints(cv));
     if (rdcbijdrage_een_niveau_multilevel(cv, layer, defect, 0, *previous) < 0) return -1;
     for (int m = 1; m < n; ++m) {
         if (rdcbijdrage_een_niveau_multilevel(cv, layer, defect, m, *current) < 0) return -1 - m;

@@ -42,30 +42,6 @@ int ActiveScheme(int chosen) {
     return chosen == 12 ? 12 : 11;
 }
 
-// What derives from the mesh after an adaptive change: the exponentials and Bernoulli factors of psi,
-// quasi-Fermi levels consistent with the interpolated carrier variables, and the generation profiles
-// on the new points.  The internal optical model computes them anew; a generation profile from a file
-// is carried over by linear interpolation, which is what reading the file onto the new mesh gives
-// between the points of the old one.
-void RefreshAfterMeshChange(CalculationVariables& cv, const MeshBlock& oldMesh) {
-    update_psivar(cv);
-    for (size_t i = 0; i < At(MeshPoints(cv)); ++i) {
-        if (cv.a_n + cv.u[i] > 0) cv.EFn[i] = std::log(cv.a_n + cv.u[i]);
-        if (cv.a_p + cv.v[i] > 0) cv.EFp[i] = -std::log(cv.a_p + cv.v[i]);
-    }
-    for (GenerationParameters* g : {cv.generation, cv.illumination, cv.monochromatic}) {
-        if (g == nullptr) continue;
-        if (Generation_Mode == 0) {
-            bepaal_alfa(cv, *g);
-            CalculateFluxes(cv, *g, 0);
-            CalculateGeneration(cv, *g);
-        } else {
-            const MeshArray old = g->G;
-            InterpolateAndCopy(g->G.data(), old.data(), cv.mesh, oldMesh, cv.mesh.number_of_layers);
-        }
-    }
-}
-
 // Row scaling of a tridiagonal system: each row and its right-hand side divided by the largest
 // magnitude among them, so that the pivots of the elimination are of order one.
 void ScaleRow(std::array<double, 3>& row, double& rhs, double* extra) {
@@ -88,6 +64,30 @@ struct ScalarSystem {
 };
 
 } // namespace
+
+// What derives from the mesh after an adaptive change (or a return to an earlier mesh): the exponentials and
+// Bernoulli factors of psi, quasi-Fermi levels consistent with the interpolated carrier variables, and the
+// generation profiles on the new points.  The internal optical model computes them anew; a generation profile
+// from a file is carried over by linear interpolation, which is what reading the file onto the new mesh gives
+// between the points of the old one.
+void RefreshAfterMeshChange(CalculationVariables& cv, const MeshBlock& oldMesh) {
+    update_psivar(cv);
+    for (size_t i = 0; i < At(MeshPoints(cv)); ++i) {
+        if (cv.a_n + cv.u[i] > 0) cv.EFn[i] = std::log(cv.a_n + cv.u[i]);
+        if (cv.a_p + cv.v[i] > 0) cv.EFp[i] = -std::log(cv.a_p + cv.v[i]);
+    }
+    for (GenerationParameters* g : {cv.generation, cv.illumination, cv.monochromatic}) {
+        if (g == nullptr) continue;
+        if (Generation_Mode == 0) {
+            bepaal_alfa(cv, *g);
+            CalculateFluxes(cv, *g, 0);
+            CalculateGeneration(cv, *g);
+        } else {
+            const MeshArray old = g->G;
+            InterpolateAndCopy(g->G.data(), old.data(), cv.mesh, oldMesh, cv.mesh.number_of_layers);
+        }
+    }
+}
 
 // ---------------------------------------------------------------------------------------------------
 
@@ -534,6 +534,7 @@ int los_totaal_dc_stelsel_op_Gummel(CalculationVariables& cv) {
     const bool recalculateMesh = meshSettings.recalculateMesh != 0;
     const int cutoff = static_cast<int>(0.25 * c.maxiter);
     cv.iteration_count = 0;
+    cv.inner_iterations = 0;
     InitialiseTunnelCurrent(cv, 0);
     cv.max_dpsi = cv.max_dEFn = cv.max_dEFp = 1e30;
     double J1 = 0.0, J2 = 0.0;
@@ -564,6 +565,8 @@ int los_totaal_dc_stelsel_op_Gummel(CalculationVariables& cv) {
             if (u_or_v_iteratie_Gummel(cv, 1) < 0 || cv.v_iterations == -1) return fail();
             vMoved = cv.v_iterations >= 1;
         }
+
+        cv.inner_iterations += cv.psi_iterations + cv.u_iterations + (scheme == 12 ? 0 : cv.v_iterations);
 
         if (recalculateMesh) {
             const MeshBlock oldMesh = cv.mesh;

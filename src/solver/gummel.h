@@ -32,6 +32,10 @@ void InitialiseTunnelCurrent(CalculationVariables& cv, int which);
 // converge, also after a hard failure.
 int los_totaal_dc_stelsel_op_Gummel(CalculationVariables& cv);
 
+// After the mesh of `cv` changed from `oldMesh` (its properties already expanded on the new one): the
+// exponentials of psi, the quasi-Fermi levels and the generation profiles on the new points.
+void RefreshAfterMeshChange(CalculationVariables& cv, const MeshBlock& oldMesh);
+
 // Newton iteration on psi with the carriers' quasi-Fermi levels held.  `equilibrium` nonzero takes
 // the limit of the start mode (maxiter_psi_start).  0, or -1 at a hard failure; `psi_iterations` is
 // the count (0: psi did not move), -1 at failure.

@@ -197,8 +197,12 @@ void ifrdcbijdrage_distributie(CalculationVariables& cv, int interface, int defe
     }
     // Trapezoid rule over the energy axis; the fields of other interfaces stay 0.
     const EnergyAxis& axis = r.ifr_axis[At(interface)][At(defect)];
-    auto previous = std::make_unique<IfrDcTerms>();
-    auto current = std::make_unique<IfrDcTerms>();
+    // Records of the process for the neighbouring samples, made once and cleared for this mesh.
+    static IfrDcTerms previousSample, currentSample;
+    IfrDcTerms* previous = &previousSample;
+    IfrDcTerms* current = &currentSample;
+    ifr_dc_initialisatie(*previous, layers, points);
+    ifr_dc_initialisatie(*current, layers, points);
     ifrdcbijdrage_een_niveau_tunnel(cv, samples[0], *previous, defect, 0);
     for (int m = 1; m < n; ++m) {
         ifrdcbijdrage_een_niveau_tunnel(cv, samples[At(m)], *current, defect, m);
@@ -219,11 +223,11 @@ void totale_ifrdcbijdrage(CalculationVariables& cv) {
     RecombinationData& r = cv.recombination;
     IfrDcTerms& ifr = r.ifr;
     ifr_dc_initialisatie(ifr, layers, n);
-    std::unique_ptr<IfrDcTerms> defect;
+    static IfrDcTerms defectTerms; // the share of one defect, made once; cleared by the sum
+    IfrDcTerms* defect = &defectTerms;
     for (size_t j = 0; j < Interfaces(layers); ++j)
         for (int d = 0; d < MAX_IFDEFECTS; ++d) {
             if (r.ifr_levels[j][At(d)].empty()) continue;
-            if (!defect) defect = std::make_unique<IfrDcTerms>();
             ifrdcbijdrage_distributie(cv, static_cast<int>(j), d, *defect);
             tel_ifrdcbijdragen_op(ifr, *defect, ifr, layers, n);
         }

@@ -286,7 +286,7 @@ bool SolveWorkingPoint(CalculationVariables& cv, bool fromPrevious, int metaPass
         } else {
             CopyCalculationVariables(cv, kortsluitcv);
             Full_x_Dependence(cv);
-            volgende_iv_punt(cv, 0, wp.voltage, std::max(wp.numberofpoints, 2));
+            WalkWithRecovery(cv, 0, wp.voltage, std::max(wp.numberofpoints, 2), "the working point");
         }
         if (cv.iteration_count != -1) {
             extraheer_stroom(cv, 0);
@@ -397,9 +397,16 @@ int calculate_withMeta(const BatchRecord* batch, const CurveFitterRecord* curvef
 
 int LastCalculationStatus() {
     if (lastCalculationResult != 0) return EXIT_FAILED;
-    const bool cut =
-        (actie.IV.calculate && IVConvergenceFailure) || (actie.CV.calculate && CVConvergenceFailure) ||
-        (actie.Cf.calculate && CfConvergenceFailure) || (actie.QE.calculate && QEConvergenceFailure);
+    // A calculation that asked for a sweep made the newest element of the result list; a cut I-V or
+    // C-V curve has a point marked cut in its convergence record.
+    const bool anySweep =
+        actie.IV.calculate || actie.CV.calculate || actie.Cf.calculate || actie.QE.calculate;
+    const DataListElement* element = anySweep ? pointer_naar_huidige() : nullptr;
+    if (element == nullptr) return EXIT_RAN;
+    for (const ConvergenceRow& row : element->convergence)
+        if (row.status == PointStatus::Cut) return EXIT_FAILED;
+    const bool cut = (element->actie.Cf.calculate && CfConvergenceFailure == 1) ||
+                     (element->actie.QE.calculate && QEConvergenceFailure == 1);
     return cut ? EXIT_FAILED : EXIT_RAN;
 }
 

@@ -74,7 +74,7 @@ void Simulate(int request);
 extern int lastCalculationResult;
 
 // The exit status that the last Simulate earns: EXIT_FAILED when a stage failed or a sweep that the
-// action list asked for was cut (its convergence-failure flag is up), else EXIT_RAN.
+// action list asked for was cut, else EXIT_RAN.
 int LastCalculationStatus();
 
 // The fixed sequence of a simulation; 0 when it ran to its end (a sweep may have been cut), -1 when

@@ -150,16 +150,21 @@ void SolarCellParameterLines(std::string& text, const DataListElement& e) {
     if (!s.VocValid && !s.JscValid && !s.FFValid && !s.etaValid) return;
     AppendBlank(text);
     AppendLine(text, "solar cell parameters deduced from calculated IV-curve:");
-    if (s.VocValid) AppendLine(text, Marked(FmtStr("%s<Voc =\t%f[w12p6]\tVolt", s.Voc), s.VocExtrapolated));
-    if (s.JscValid) AppendLine(text, Marked(FmtStr("%s<Jsc =\t%f[w14p8]\tmA/cm2", s.Jsc), s.JscExtrapolated));
-    if (s.FFValid) AppendLine(text, Marked(FmtStr("%s<FF =\t%f[w10p4]\t%%", s.FF), s.FFExtrapolated));
+    // A figure that rests on an extrapolation past the end of a cut curve is not given as a number.
+    auto figure = [&](const std::string& name, const std::string& line, int extrapolated) {
+        AppendLine(text, FigureCutOff(s, extrapolated) ? name + " =\t" + CutFigureText(s)
+                                                       : Marked(line, extrapolated));
+    };
+    if (s.VocValid) figure("Voc", FmtStr("%s<Voc =\t%f[w12p6]\tVolt", s.Voc), s.VocExtrapolated);
+    if (s.JscValid) figure("Jsc", FmtStr("%s<Jsc =\t%f[w14p8]\tmA/cm2", s.Jsc), s.JscExtrapolated);
+    if (s.FFValid) figure("FF", FmtStr("%s<FF =\t%f[w10p4]\t%%", s.FF), s.FFExtrapolated);
     if (s.etaValid) {
-        const std::string eta = e.wp.generationFromFile
-                                    ? FmtStr("%s<collection efficiency =\t%f[w10p4]\t%%", s.eta)
-                                    : FmtStr("%s<eta =\t%f[w10p4]\t%%", s.eta);
-        AppendLine(text, Marked(eta, s.etaExtrapolated));
-        AppendLine(text, Marked(FmtStr("%s<V_MPP =\t%f[w12p6]\tVolt", s.V_MPP), s.etaExtrapolated));
-        AppendLine(text, Marked(FmtStr("%s<J_MPP =\t%f[w14p8]\tmA/cm2", s.J_MPP), s.etaExtrapolated));
+        const bool collection = e.wp.generationFromFile != 0;
+        const std::string eta = collection ? FmtStr("%s<collection efficiency =\t%f[w10p4]\t%%", s.eta)
+                                           : FmtStr("%s<eta =\t%f[w10p4]\t%%", s.eta);
+        figure(collection ? "collection efficiency" : "eta", eta, s.etaExtrapolated);
+        figure("V_MPP", FmtStr("%s<V_MPP =\t%f[w12p6]\tVolt", s.V_MPP), s.etaExtrapolated);
+        figure("J_MPP", FmtStr("%s<J_MPP =\t%f[w14p8]\tmA/cm2", s.J_MPP), s.etaExtrapolated);
     }
 }
 

@@ -12,6 +12,28 @@ void InitialiseSolarCellParameters(SolarCellParameters& p) {
     p = SolarCellParameters{};
 }
 
+bool FigureCutOff(const SolarCellParameters& p, int extrapolated) {
+    return p.cut != 0 && extrapolated != 0;
+}
+
+std::string CutFigureText(const SolarCellParameters& p) {
+    return FmtStr("%s<n/a (curve cut at V = %f[p4] V)", p.cutVoltage);
+}
+
+const char* PointStatusText(PointStatus status) {
+    switch (status) {
+    case PointStatus::Converged:
+        return "converged";
+    case PointStatus::RecoveredByHalving:
+        return "recovered by step halving";
+    case PointStatus::RecoveredByCoupled:
+        return "recovered by the coupled scheme";
+    case PointStatus::Cut:
+        return "cut";
+    }
+    return "";
+}
+
 DataListElement* pointer_naar_eerste() {
     return resultList.empty() ? nullptr : &resultList.front();
 }

@@ -29,12 +29,21 @@ struct SolarCellParameters {
     int JscValid = 0;
     int FFValid = 0;
     int etaValid = 0;
+    // The curve was cut at cutVoltage (V, user's convention): a figure that rests on extrapolation
+    // reaches past the last solved point and is not given.
+    int cut = 0;
+    double cutVoltage = 0;
 
     bool operator==(const SolarCellParameters&) const = default;
 };
 
 // Nothing known: all values 0, nothing valid, nothing extrapolated.
 void InitialiseSolarCellParameters(SolarCellParameters& p);
+
+// Whether a figure with this extrapolation flag can be given, and the reason when it cannot:
+// "n/a (curve cut at V = ... V)" for an extrapolation past the point where a cut curve ends.
+bool FigureCutOff(const SolarCellParameters& p, int extrapolated);
+std::string CutFigureText(const SolarCellParameters& p);
 
 inline constexpr int NUMBER_OF_PLOT_HANDLES = 19;
 inline constexpr int NUMBER_OF_CURVE_COLOURS = 10;
@@ -47,6 +56,20 @@ inline constexpr int NO_PLOT = -2;              // plot handle of a curve that i
 // curve keeps one of them, and a C-V row finds its currents on the merged curve by it.
 inline constexpr double SAME_VOLTAGE_TOLERANCE = 1e-5;
 
+// How a point of a curve was reached.
+enum class PointStatus { Converged, RecoveredByHalving, RecoveredByCoupled, Cut };
+const char* PointStatusText(PointStatus status);
+
+// The figures of one point for the convergence record.
+struct ConvergenceRow {
+    std::string curve;                 // "I-V", "C-V", "C-f", "QE"
+    int point = 0;                     // in the order of calculation, from 1
+    double value = 0;                  // the swept value: V (user's convention), Hz or nm
+    int passes = 0;                    // outer passes of the last solve, -1 when it failed
+    int inner = 0;                     // inner Newton iterations of that solve, all passes
+    double dpsi = 0, dFn = 0, dFp = 0; // last updates, kT
+    PointStatus status = PointStatus::Converged;
+};
 struct DataListElement {
     int number = 0; // number of the simulation in its own series (single shot, batch, curve fit)
     WorkPoint wp;   // the working point at the start of the simulation
@@ -88,6 +111,8 @@ struct DataListElement {
     std::string fitMeasurementName;
     int fitMeasurementFixed = 0; // 1 if a parameter is fixed for this measurement
     std::string fitFixedParameterText;
+    // How each point of the curves was reached, in the order of calculation.
+    std::vector<ConvergenceRow> convergence;
 };
 
 // The list of the session, first simulation first.  The list owns its elements and their curves;

@@ -149,7 +149,8 @@ int calccv(CalculationVariables& cv, Actie& action, int mode) {
     omega_us = 6.283185307179586 * wp.frequency;
     omega = omega_us * cv.parameters->scale.time;
 
-    const SweepWalk walk = StartSweepWalk(cv, w.v_cell, points, mode);
+    SweepWalk walk = StartSweepWalk(cv, w.v_cell, points, mode, "C(V)");
+    std::vector<ConvergenceRow> rows;
     const bool twoBranches = walk.twoBranches;
 
     const double signV = zonnecel.signV, signJ = zonnecel.signJ;
@@ -161,17 +162,22 @@ int calccv(CalculationVariables& cv, Actie& action, int mode) {
         statusLine.text =
             FmtStr("%s<Calculating C(V) at %f[w8p2e2] Hz from %f[p3] V to %f[p3] V: V = %f[p3] Volt",
                    wp.frequency, req.start * signV, req.stop * signV, w.v_cell[At(i)] * signV);
-        if (i > 0) StepToSweepPoint(cv, walk, w.v_cell, i);
+        const PointStatus status = i > 0 ? StepToSweepPoint(cv, walk, w.v_cell, i) : walk.firstStatus;
         if (CONVERGENTIEFALING == 1) {
             CVConvergenceFailure = 1;
             const double previous = VoltageBeforeSweepPoint(walk, w.v_cell, i);
             TERVOErrorMessage(
                 "While calculating C(V)...",
                 FmtStr("%s<Convergence failure at V = %f[p6] Volt\nC(V) calculation cut at V = %f[p6] Volt",
-                       w.v_cell[At(i)] * signV, previous * signV));
+                       w.v_cell[At(i)] * signV, previous * signV) +
+                    RetriesText(walk.last));
+            rows.push_back(MakeConvergenceRow(cv, "C-V", static_cast<int>(rows.size()) + 1,
+                                              w.v_cell[At(i)] * signV, PointStatus::Cut));
             break;
         }
         done = i + 1;
+        rows.push_back(MakeConvergenceRow(cv, "C-V", static_cast<int>(rows.size()) + 1,
+                                          w.v_cell[At(i)] * signV, status));
         StoreSteadyStatePoint(cv, w, i);
         const size_t I = At(i);
 
@@ -186,6 +192,7 @@ int calccv(CalculationVariables& cv, Actie& action, int mode) {
                 FmtStr("%s<Small-signal solution failed at V = %f[p6] Volt\nC(V) calculation cut "
                        "at V = %f[p6] Volt",
                        w.v_cell[I] * signV, VoltageBeforeSweepPoint(walk, w.v_cell, i) * signV));
+            rows.back().status = PointStatus::Cut;
             break;
         }
         extraheer_kleinsignaalstroom(cv);
@@ -262,7 +269,15 @@ int calccv(CalculationVariables& cv, Actie& action, int mode) {
             e.recAuger[K] = p.auger;
         }
         e.actie.IV.points = e.actie.IV.done = m;
+        // A cut of the I-V sweep stays with the merged curve: its figures are not taken past the cut
+        // even where points of the C-V sweep lie beyond it.
+        const SolarCellParameters before = e.parameters;
         IVParameters(e.iv_as.data(), e.ivcurrent.data(), m, IV_SIMULATION, nullptr);
+        if (before.cut) {
+            e.parameters.cut = before.cut;
+            e.parameters.cutVoltage = before.cutVoltage;
+        }
+        e.convergence.insert(e.convergence.end(), rows.begin(), rows.end());
 
         // Mott-Schottky on the walked voltages, then the units of the result list.
         MottSchottkyAnalysis(w.v_cell.data(), w.Capaciteit.data(), done, NW, w.een_breedte.data(),

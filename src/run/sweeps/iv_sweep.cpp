@@ -423,27 +423,44 @@ int calciv(CalculationVariables& cv, Actie& action, int mode) {
 
     // Two branches walk away from a known state inside the range: first upwards, then, after a
     // return to the stored state, downwards.
-    SweepWalk walk = StartSweepWalk(cv, w.v_cell, points, mode);
+    SweepWalk walk = StartSweepWalk(cv, w.v_cell, points, mode, "I(V)");
     const bool twoBranches = walk.twoBranches;
     int& split = walk.split;
+    std::vector<ConvergenceRow> rows;
+    double cutAt = 0;
 
     for (int i = 0; i < points; ++i) {
         if (pausestatus) {
             const int answer = Pause(0);
             if (answer != 1) return answer;
         }
-        if (i > 0) StepToSweepPoint(cv, walk, w.v_cell, i);
+        const PointStatus status = i > 0 ? StepToSweepPoint(cv, walk, w.v_cell, i) : walk.firstStatus;
         if (CONVERGENTIEFALING == 1) {
-            IVConvergenceFailure = 1;
             const double previous = VoltageBeforeSweepPoint(walk, w.v_cell, i);
+            if (IVConvergenceFailure == 0) cutAt = previous; // the first cut ends the upper branch
+            IVConvergenceFailure = 1;
             TERVOErrorMessage(
                 "While calculating I(V) ...",
                 FmtStr("%s<Convergence failure at V = %f[p6] Volt.\nI(V) calculation cut at V = "
                        "%f[p6] Volt.",
-                       w.v_cell[At(i)], previous));
+                       w.v_cell[At(i)], previous) +
+                    RetriesText(walk.last));
+            rows.push_back(MakeConvergenceRow(cv, "I-V", static_cast<int>(rows.size()) + 1,
+                                              w.v_cell[At(i)] * zonnecel.signV, PointStatus::Cut));
+            // With the retries on, a cut of the upper branch leaves the lower one to be walked: the
+            // curve loses its end beyond the cut, not the points on the other side of the start.
+            if (sweepRecovery && twoBranches && i < split && split < points) {
+                DropRestOfFirstBranch(w, i - 1, split, points);
+                points = points + i - split;
+                split = i;
+                --i;
+                continue;
+            }
             break;
         }
         done = i + 1;
+        rows.push_back(MakeConvergenceRow(cv, "I-V", static_cast<int>(rows.size()) + 1,
+                                          w.v_cell[At(i)] * zonnecel.signV, status));
         StoreSteadyStatePoint(cv, w, i);
         const size_t I = At(i);
 
@@ -485,6 +502,11 @@ int calciv(CalculationVariables& cv, Actie& action, int mode) {
         store(element->recRadiative, w.recRadiative, 1.0);
         store(element->recAuger, w.recAuger, 1.0);
         IVParameters(element->iv_as.data(), element->ivcurrent.data(), done, IV_SIMULATION, nullptr);
+        if (IVConvergenceFailure == 1) {
+            element->parameters.cut = 1;
+            element->parameters.cutVoltage = cutAt * signV;
+        }
+        element->convergence.insert(element->convergence.end(), rows.begin(), rows.end());
     }
     return 1;
 }

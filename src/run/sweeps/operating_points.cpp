@@ -13,6 +13,7 @@
 #include "run/control/driver.h"
 #include "run/control/work_point.h"
 #include "run/results/extraction.h"
+#include "run/sweeps/point_recovery.h"
 #include "setup/absorption.h"
 #include "setup/generation.h"
 #include "solver/discrete_equations.h"
@@ -20,17 +21,15 @@
 
 namespace tervo {
 
-namespace {
-
-// The applied voltage in volt, in units of kT/q and as exp(V/kT), and the offsets of the carrier
-// variables for it.
-void SetVoltage(CalculationVariables& cv, double V) {
+void SetAppliedVoltage(CalculationVariables& cv, double V) {
     const double kT = cv.parameters->kT;
     cv.V_applied = V;
     cv.V_norm = V / kT;
     cv.exp_V = std::exp(cv.V_norm);
     Set_an_And_ap(cv, cv.a_n, cv.a_p);
 }
+
+namespace {
 
 // The Dirichlet values of psi: 0 at the left contact, the difference of the work functions less
 // the applied voltage at the right one.
@@ -70,17 +69,26 @@ void ElectronsOnlyGuess(CalculationVariables& cv, double V, double dV, bool tilt
             if (away ? level < target : level > target) L[i] += dV / kT;
         }
     }
-    SetVoltage(cv, V);
+    SetAppliedVoltage(cv, V);
     for (size_t i = 0; i < At(n); ++i) {
         cv.u[i] = std::exp(L[i]) - cv.a_n;
         cv.EFn[i] = L[i];
     }
 }
 
+// A solve counts when the solver says it converged and the state it left is a solution (a state
+// that only stopped moving is not); a state that is not becomes a failed one.
+bool SolvedAndSolution(CalculationVariables& cv, int result) {
+    if (result == -1 || cv.iteration_count == -1) return false;
+    if (StateIsSolution(cv)) return true;
+    cv.iteration_count = -1;
+    return false;
+}
+
 } // namespace
 
 void eerste_schatting(CalculationVariables& cv) {
-    SetVoltage(cv, 0.0);
+    SetAppliedVoltage(cv, 0.0);
     const int n = MeshPoints(cv);
     if (n == 0) return;
     SetContactPotentials(cv, 0.0);
@@ -127,7 +135,7 @@ int onder_belichting(CalculationVariables& cv) {
         return -1;
     }
     const int result = los_totaal_dc_stelsel_op_Gummel(cv);
-    CONVERGENTIEFALING = (result == -1 || cv.iteration_count == -1) ? 1 : 0;
+    CONVERGENTIEFALING = SolvedAndSolution(cv, result) ? 0 : 1;
     return 0;
 }
 
@@ -145,11 +153,30 @@ void volgende_iv_punt(CalculationVariables& cv, double Vfrom, double Vto, int n)
         const double V = Vfrom + i * (Vto - Vfrom) / (n - 1);
         volgende_schatting(cv, V, dV);
         const int result = los_totaal_dc_stelsel_op_Gummel(cv);
-        if (result == -1 || cv.iteration_count == -1) {
+        if (!SolvedAndSolution(cv, result)) {
             CONVERGENTIEFALING = 1;
             return;
         }
     }
+}
+
+void WalkWithRecovery(CalculationVariables& cv, double Vfrom, double Vto, int n, const std::string& what) {
+    if (!sweepRecovery || cv.iteration_count == -1) {
+        volgende_iv_punt(cv, Vfrom, Vto, n);
+        return;
+    }
+    CONVERGENTIEFALING = 0;
+    if (n < 2) n = 2;
+    SolvedState last;
+    KeepSolvedState(last, cv);
+    for (int i = 1; i <= n - 1; ++i)
+        if (SolveStep(cv, last, Vfrom + i * (Vto - Vfrom) / (n - 1), what) == PointStatus::Cut) return;
+}
+
+void SolveAtPresentGuess(CalculationVariables& cv) {
+    CONVERGENTIEFALING = 0;
+    const int result = los_totaal_dc_stelsel_op_Gummel(cv);
+    if (!SolvedAndSolution(cv, result)) CONVERGENTIEFALING = 1;
 }
 
 void volgende_schatting(CalculationVariables& cv, double V, double dV) {
@@ -162,7 +189,7 @@ void volgende_schatting(CalculationVariables& cv, double V, double dV) {
 }
 
 void volgende_schatting_TERVO_MOST_RECENT(CalculationVariables& cv, double V, double dV) {
-    SetVoltage(cv, V);
+    SetAppliedVoltage(cv, V);
     const double kT = cv.parameters->kT;
     const int n = MeshPoints(cv);
     for (int i = 0; i < n; ++i) {
@@ -314,7 +341,7 @@ int CalculateStartingPoint(double& start, double& stop, CalculationVariables& cv
     case Origin::PresentState:
         break;
     }
-    volgende_iv_punt(cv, from, choice.to, choice.steps);
+    WalkWithRecovery(cv, from, choice.to, choice.steps, name);
     if (pausestatus) {
         const int answer = Pause(0);
         if (answer != 1) return answer;

@@ -11,6 +11,14 @@
 
 namespace tervo {
 
+// The applied voltage in volt, in units of kT/q and as exp(V/kT), and the offsets of the carrier
+// variables for it.
+void SetAppliedVoltage(CalculationVariables& cv, double V);
+
+// Solves from the guess that `cv` holds; CONVERGENTIEFALING 1 when the solve failed or its state is no
+// solution.
+void SolveAtPresentGuess(CalculationVariables& cv);
+
 // The first guess at V = 0: psi linear between the contact values, flat quasi-Fermi levels at the
 // Fermi level of the left contact.
 void eerste_schatting(CalculationVariables& cv);
@@ -26,6 +34,10 @@ int onder_belichting(CalculationVariables& cv);
 // Walks from Vfrom to Vto in n - 1 equal steps, each a guess and a solve; stops at the first failure
 // with CONVERGENTIEFALING 1.  A failed state is not stepped; a step below 1e-9 V is no step.
 void volgende_iv_punt(CalculationVariables& cv, double Vfrom, double Vto, int n);
+
+// The same walk with the retries of a failed step (smaller steps, then the coupled iteration) when
+// they are switched on; `what` names the walk in the messages of a recovered step.
+void WalkWithRecovery(CalculationVariables& cv, double Vfrom, double Vto, int n, const std::string& what);
 
 // The guess for voltage V reached by a step dV, by the routine that versieschatting chooses.
 void volgende_schatting(CalculationVariables& cv, double V, double dV);

@@ -10,6 +10,7 @@
 #include "run/control/work_point.h"
 #include "run/results/extraction.h"
 #include "run/sweeps/iv_sweep.h"
+#include "run/sweeps/point_recovery.h"
 
 namespace tervo {
 
@@ -21,14 +22,20 @@ struct SweepWalk {
     const CalculationVariables* known = nullptr;
     double Vknown = 0; // V, internal convention
     int split = -1;
+    SolvedState last;   // the last solved point, where a retry starts
+    SolvedState before; // the one before it on the same branch, for the straight-line guess
+    PointStatus firstStatus = PointStatus::Converged; // how the first voltage was reached
+    std::string what;                                 // the curve in messages: "I(V)", "C(V)"
 };
 
 // Sets up the walk of a sweep that starts in `mode` (`CalculateStartingPoint`) over the voltages
 // `v` and, with two branches, brings the state to the first of them.
-SweepWalk StartSweepWalk(CalculationVariables& cv, std::vector<double>& v, int points, int mode);
+SweepWalk StartSweepWalk(CalculationVariables& cv, std::vector<double>& v, int points, int mode,
+                         const std::string& what);
 
-// Brings the state from the point before to point i > 0 (from the known state at a branch's start).
-void StepToSweepPoint(CalculationVariables& cv, const SweepWalk& walk, const std::vector<double>& v, int i);
+// Brings the state from the point before to point i > 0 (from the known state at a branch's start),
+// with the retries of a failed point when they are switched on; CONVERGENTIEFALING is 1 on a cut.
+PointStatus StepToSweepPoint(CalculationVariables& cv, SweepWalk& walk, const std::vector<double>& v, int i);
 
 // The voltage from which the walk to point i began: where a curve cut at point i ends.
 double VoltageBeforeSweepPoint(const SweepWalk& walk, const std::vector<double>& v, int i);

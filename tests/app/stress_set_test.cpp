@@ -1,0 +1,88 @@
+// Cells across the ranges that researchers use complete their light I-V; a point that is not a
+// solution is never written as a number, and a figure past a cut curve is not given.
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+
+#include "run/results/result_list.h"
+#include "support/program_run.h"
+#include "support/stress_set.h"
+
+namespace fs = std::filesystem;
+using namespace tervo;
+using namespace tervo::test;
+
+namespace {
+
+const fs::path kSource = TERVO_SOURCE_DIR;
+
+std::string Shipped(const fs::path& file) {
+    return ReadFile(kSource / file);
+}
+
+// Runs `cell` (definition text) under the shipped light I-V in a fresh home; the exit status, what it
+// printed and its convergence record.
+struct Outcome {
+    int status = -1;
+    std::string out, conv, iv;
+};
+
+Outcome LightIV(const std::string& name, const std::string& cell,
+                const std::vector<std::string>& options = {}) {
+    ProgramHome home;
+    WriteFile(home / (name + ".def"), cell);
+    WriteFile(home / "light_iv.act", Shipped("examples/actions/light_iv.act"));
+    std::vector<std::string> arguments = options;
+    arguments.insert(arguments.end(),
+                     {"--home", home.path.string(), home / (name + ".def"), home / "light_iv.act"});
+    Outcome r;
+    r.status = RunProgram(arguments, &r.out);
+    const fs::path conv = home.path / "results" / (name + ".conv");
+    if (fs::exists(conv)) r.conv = ReadFile(conv);
+    const fs::path iv = home.path / "results" / (name + ".iv");
+    if (fs::exists(iv)) r.iv = ReadFile(iv);
+    return r;
+}
+
+} // namespace
+
+TEST(StressSet, EveryCheapVariantCompletesItsWholeSweep) {
+    const std::string cigs = Shipped("home/def/cigs.def");
+    for (const StressVariant& v : StressGrid(true)) {
+        SCOPED_TRACE(v.Name());
+        const std::string cell = StressDefinition(cigs, v);
+        ASSERT_FALSE(cell.empty());
+        const Outcome r = LightIV(v.Name(), cell);
+        EXPECT_EQ(r.status, 0) << r.out;
+        EXPECT_EQ(r.conv.find("\tcut"), std::string::npos) << r.conv;
+        EXPECT_EQ(r.out.find("n/a"), std::string::npos) << r.out;
+    }
+}
+
+TEST(StressSet, WithoutRetriesACurveIsCutAndItsFiguresPastTheCutAreNotGiven) {
+    const StressVariant v{3, 1e16, 0};
+    const Outcome r = LightIV(v.Name(), StressDefinition(Shipped("home/def/cigs.def"), v), {"--no-recovery"});
+    EXPECT_EQ(r.status, 1);
+    // The sweep walks up from 0 V: cut at its upper end, it has no point below 0 V either, so both the
+    // short-circuit current and Voc would rest on extrapolation past the cut.
+    EXPECT_NE(r.out.find("Jsc = n/a (curve cut at V = 0.8900 V)"), std::string::npos) << r.out;
+    EXPECT_NE(r.conv.find("I-V\t31\t9.200000e-01\t-1\t"), std::string::npos) << r.conv;
+    EXPECT_NE(r.iv.find("\nJsc =\tn/a (curve cut at V = 0.8900 V)\n"), std::string::npos) << r.iv;
+}
+
+// A damaged graded cell whose solver states stop moving without being solutions: nothing of it is
+// written as a number, and the run says so with its exit status.
+TEST(StressSet, AStateThatIsNoSolutionIsNeverWrittenAsANumber) {
+    ProgramHome home;
+    fs::copy_file(kSource / "tests/app/data/zero_curve.def", home / "zero_curve.def");
+    WriteFile(home / "light_iv.act", Shipped("examples/actions/light_iv.act"));
+    std::string out;
+    EXPECT_EQ(RunProgram({"--no-recovery", "--home", home.path.string(), home / "zero_curve.def",
+                          home / "light_iv.act"},
+                         &out),
+              1);
+    EXPECT_NE(out.find("zero_curve: Voc = n/a, Jsc = n/a, FF = n/a, eta = n/a"), std::string::npos) << out;
+    EXPECT_FALSE(fs::exists(home / "results/zero_curve.iv"));
+    EXPECT_NE(ReadFile(home / "results/zero_curve.conv").find("\tcut\n"), std::string::npos);
+}

@@ -1,0 +1,73 @@
+// Variants of the shipped CIGS cell across the ranges researchers use: absorber thickness, absorber
+// doping and the conduction-band offset at the buffer.  The tests run the cheap ones, the benchmarks
+// all of them.
+#pragma once
+
+#include <cstdio>
+#include <sstream>
+#include <string>
+#include <vector>
+
+namespace tervo::test {
+
+struct StressVariant {
+    double thickness = 2; // absorber, µm
+    double doping = 1e16; // absorber acceptors, /cm3
+    double bufferChi = 0; // electron affinity of the buffer (eV); 0 keeps the shipped one
+    std::string Name() const {
+        char text[96];
+        std::snprintf(text, sizeof text, "cigs_d%g_na%g%s", thickness, doping, bufferChi > 0 ? "_spike" : "");
+        return text;
+    }
+};
+
+// The thickness-doping grid: 0.3 to 100 µm times 1e14 to 1e18 /cm3, and the cell with a 0.4 eV
+// spike of the conduction band at the buffer (absorber affinity 4.5 eV, buffer 4.1 eV).
+inline std::vector<StressVariant> StressGrid(bool cheapOnly) {
+    std::vector<StressVariant> all;
+    const std::vector<double> thin{0.3, 1, 3}, thick{10, 30, 100};
+    for (const std::vector<double>* set : {&thin, &thick}) {
+        if (cheapOnly && set == &thick) break;
+        for (double d : *set)
+            for (double na : {1e14, 1e15, 1e16, 1e17, 1e18})
+                if (!cheapOnly || (na != 1e15 && na != 1e17)) all.push_back({d, na, 0});
+    }
+    all.push_back({2, 1e16, 4.1});
+    return all;
+}
+
+// The definition text of the shipped CIGS cell (`shipped`) with the variant's absorber and buffer.
+inline std::string StressDefinition(const std::string& shipped, const StressVariant& v) {
+    std::istringstream in(shipped);
+    std::ostringstream out;
+    std::string line;
+    int layer = 0;
+    bool thickness = false, doping = false, chi = false;
+    char value[160];
+    while (std::getline(in, line)) {
+        if (line == "layer") ++layer;
+        if (layer == 1 && !thickness && line.rfind("d :", 0) == 0) {
+            std::snprintf(value, sizeof value, "d : %.4e [m]", v.thickness * 1e-6);
+            line = value;
+            thickness = true;
+        } else if (layer == 1 && !doping && line.rfind("Na(uniform) :", 0) == 0) {
+            const double N = v.doping * 1e6;
+            std::snprintf(value, sizeof value,
+                          "Na(uniform) :\t %e\t %e\t %e\t 1\t 1\t %e\t %e\t 0\t 2\t[/m^3]", N, N, N, N, N);
+            line = value;
+            doping = true;
+        } else if (layer == 2 && !chi && v.bufferChi > 0 && line.rfind("chi :", 0) == 0) {
+            const double c = v.bufferChi;
+            std::snprintf(value, sizeof value, "chi :\t %f\t %f\t %f\t 1\t 1\t %f\t %f\t 0\t 2\t[eV]", c, c,
+                          c, c, c);
+            line = value;
+            chi = true;
+        }
+        out << line << '\n';
+    }
+    // A line that was not found would leave the shipped cell under the variant's name.
+    if (!thickness || !doping || (v.bufferChi > 0 && !chi)) return "";
+    return out.str();
+}
+
+} // namespace tervo::test
