@@ -12,6 +12,10 @@ namespace tervo::defread {
 
 namespace {
 
+// An iteration limit beyond this makes a point that does not converge look like a hang: no solve
+// that has not converged in 100000 passes will.
+constexpr int MAX_ITERATION_LIMIT = 100000;
+
 using Entry = KeyEntry<DefReader>;
 constexpr KeyMatch NoCase = KeyMatch::NoCase;
 
@@ -50,13 +54,15 @@ constexpr auto kConvergenceKeys = std::to_array<Entry>({
     {"termination_Meta_full", NoCase,
      [](DefReader& r, DefReader&) { r.Number(r.P.convergence.termination_Meta_full); }},
     {"maxmetaiter_full", NoCase,
-     [](DefReader& r, DefReader&) { r.Integer(r.P.convergence.maxmetaiter_full, false, 0); }},
+     [](DefReader& r, DefReader&) {
+         r.Integer(r.P.convergence.maxmetaiter_full, false, 0, MAX_ITERATION_LIMIT);
+     }},
     {"usemetaclamping", NoCase, [](DefReader& r, DefReader&) { r.Integer(r.P.convergence.usemetaclamping); }},
     // One limit for the outer loop and every inner iteration.
     {"maxiter", NoCase,
      [](DefReader& r, DefReader&) {
          ConvergenceParameters& c = r.P.convergence;
-         if (r.Integer(c.maxiter, false, 1))
+         if (r.Integer(c.maxiter, false, 1, MAX_ITERATION_LIMIT))
              c.maxiter_psi_start = c.maxiter_psi = c.maxiter_u = c.maxiter_v = c.maxiter;
      }},
     {"defectdiscretisations", NoCase,
