@@ -372,6 +372,25 @@ double Bern_deriv(double x) {
     return 0.0;
 }
 
+void BernoulliOfLink(double x, double& Bplus, double& Bmin, double& dBplus, double& dBmin) {
+    // B(x) = x / (e^x - 1) and B(-x) = B(x) + x, so that B'(-x) = -1 - B'(x): one exponential gives
+    // all four.  Near 0 and far out, where x / expm1(x) loses digits or the exponential leaves the
+    // range, the piecewise forms of Bern and Bern_deriv take over.
+    const double ax = std::fabs(x);
+    if (ax < 1e-3 || ax > 30) {
+        Bplus = Bern(x);
+        Bmin = Bern(-x);
+        dBplus = Bern_deriv(x);
+        dBmin = Bern_deriv(-x);
+        return;
+    }
+    const double em1 = std::expm1(x); // e^x - 1
+    Bplus = x / em1;
+    Bmin = Bplus + x;
+    dBplus = (em1 - x * (em1 + 1)) / (em1 * em1);
+    dBmin = -1 - dBplus;
+}
+
 void update_psivar(CalculationVariables& cv) {
     const CalculationParameters& P = *cv.parameters;
     const int n = std::clamp(cv.mesh.n_points, 0, MAX_MESH_POINTS);
@@ -384,14 +403,8 @@ void update_psivar(CalculationVariables& cv) {
     for (size_t i = 1; i < At(n); ++i) {
         const double dn = (cv.psi[i] + P.band_n[i]) - (cv.psi[i - 1] + P.band_n[i - 1]);
         const double dp = (cv.psi[i] + P.band_p[i]) - (cv.psi[i - 1] + P.band_p[i - 1]);
-        cv.Bn_plus[i] = Bern(dn);
-        cv.Bn_min[i] = Bern(-dn);
-        cv.Bp_plus[i] = Bern(dp);
-        cv.Bp_min[i] = Bern(-dp);
-        cv.dBn_plus[i] = Bern_deriv(dn);
-        cv.dBn_min[i] = Bern_deriv(-dn);
-        cv.dBp_plus[i] = Bern_deriv(dp);
-        cv.dBp_min[i] = Bern_deriv(-dp);
+        BernoulliOfLink(dn, cv.Bn_plus[i], cv.Bn_min[i], cv.dBn_plus[i], cv.dBn_min[i]);
+        BernoulliOfLink(dp, cv.Bp_plus[i], cv.Bp_min[i], cv.dBp_plus[i], cv.dBp_min[i]);
     }
 }
 

@@ -37,6 +37,8 @@ using InterfaceExtra = std::array<double, MAX_INTERFACES>;
 // never overflow.
 double Bern(double x);
 double Bern_deriv(double x);
+// B(x), B(-x), B'(x) and B'(-x) of one link from one exponential.
+void BernoulliOfLink(double x, double& Bplus, double& Bmin, double& dBplus, double& dBmin);
 
 // exp(psi), exp(-psi) and the Bernoulli factors of every link (entry i: the link from i-1 to i), from
 // psi and the band grading.  Runs after every change of psi.

@@ -24,6 +24,8 @@ const char* PointStatusText(PointStatus status) {
     switch (status) {
     case PointStatus::Converged:
         return "converged";
+    case PointStatus::ConvergedCoupled:
+        return "converged by the coupled scheme";
     case PointStatus::RecoveredByHalving:
         return "recovered by step halving";
     case PointStatus::RecoveredByCoupled:

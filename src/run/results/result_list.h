@@ -57,7 +57,7 @@ inline constexpr int NO_PLOT = -2;              // plot handle of a curve that i
 inline constexpr double SAME_VOLTAGE_TOLERANCE = 1e-5;
 
 // How a point of a curve was reached.
-enum class PointStatus { Converged, RecoveredByHalving, RecoveredByCoupled, Cut };
+enum class PointStatus { Converged, ConvergedCoupled, RecoveredByHalving, RecoveredByCoupled, Cut };
 const char* PointStatusText(PointStatus status);
 
 // The figures of one point for the convergence record.

@@ -142,29 +142,49 @@ bool StateIsSolution(CalculationVariables& cv) {
     return cv.J_spread <= std::max(SOLUTION_CURRENT_FLOOR, SOLUTION_CURRENT_SPREAD * carriers);
 }
 
-PointStatus SolveStep(CalculationVariables& cv, SolvedState& last, double Vto, const std::string& what,
-                      SolvedState* before) {
-    const double Vfrom = last.V_applied;
-    // Two solved points before this one on the same mesh: their straight line is the first guess.
-    // Should the solve from there fail, the ordinary guess takes over before any retry.
+namespace {
+
+// Moves the walk on to the state in `cv`: `last` becomes `before`, the new state `last`.  Whether the
+// walk prefers the coupled iteration stays with `last`.
+void Advance(CalculationVariables& cv, SolvedState& last, SolvedState* before) {
+    const bool coupled = last.coupled;
+    if (before != nullptr) std::swap(*before, last);
+    KeepSolvedState(last, cv);
+    last.coupled = coupled;
+}
+
+// The first attempt at Vto: from the straight line through the two points before (when there are two
+// on the same mesh), then from the ordinary guess.
+bool FirstAttempt(CalculationVariables& cv, SolvedState& last, double Vto, SolvedState* before) {
     const bool extrapolate = sweepRecovery && before != nullptr && before->valid &&
-                             before->V_applied != Vfrom && SameMesh(before->mesh, cv.mesh) &&
+                             before->V_applied != last.V_applied && SameMesh(before->mesh, cv.mesh) &&
                              SameMesh(last.mesh, cv.mesh);
     if (extrapolate) {
         ExtrapolatedGuess(cv, *before, last, Vto);
         SolveAtPresentGuess(cv);
-        if (CONVERGENTIEFALING == 0) {
-            std::swap(*before, last);
-            KeepSolvedState(last, cv);
-            return PointStatus::Converged;
-        }
+        if (CONVERGENTIEFALING == 0) return true;
         RestoreSolvedState(cv, last);
     }
-    volgende_iv_punt(cv, Vfrom, Vto, 2);
-    if (CONVERGENTIEFALING == 0) {
-        if (before != nullptr) std::swap(*before, last);
-        KeepSolvedState(last, cv);
-        return PointStatus::Converged;
+    volgende_iv_punt(cv, last.V_applied, Vto, 2);
+    return CONVERGENTIEFALING == 0;
+}
+
+} // namespace
+
+PointStatus SolveStep(CalculationVariables& cv, SolvedState& last, double Vto, const std::string& what,
+                      SolvedState* before) {
+    const double Vfrom = last.V_applied;
+    ConvergenceParameters& c = cv.parameters->convergence;
+    const int scheme = c.methodChoice;
+    // Once a walk needed the coupled iteration, its next points start with it: the separate blocks
+    // that failed at the point before would fail again and cost the retries at every point.
+    const bool coupledFirst = sweepRecovery && last.coupled && scheme != RECOVERY_SCHEME;
+    if (coupledFirst) c.methodChoice = RECOVERY_SCHEME;
+    const bool solved = FirstAttempt(cv, last, Vto, before);
+    c.methodChoice = scheme;
+    if (solved) {
+        Advance(cv, last, before);
+        return coupledFirst ? PointStatus::ConvergedCoupled : PointStatus::Converged;
     }
     // The retries walk through points of their own: no straight line through the last two after them.
     if (before != nullptr) before->valid = false;
@@ -174,7 +194,7 @@ PointStatus SolveStep(CalculationVariables& cv, SolvedState& last, double Vto, c
 
     const double sign = zonnecel.signV;
     RestoreSolvedState(cv, last);
-    if (WalkInHalvedSteps(cv, last, Vto)) {
+    if (!coupledFirst && WalkInHalvedSteps(cv, last, Vto)) {
         TERVOErrorMessage(FmtStr("%s<While calculating %s ...", what),
                           FmtStr("%s<Convergence failure at V = %f[p6] Volt; recovered in smaller steps "
                                  "from V = %f[p6] Volt.",
@@ -182,13 +202,12 @@ PointStatus SolveStep(CalculationVariables& cv, SolvedState& last, double Vto, c
         return PointStatus::RecoveredByHalving;
     }
     // The separate Newton blocks of the Gummel passes did not get there: psi, u and v together.
-    ConvergenceParameters& c = cv.parameters->convergence;
-    const int scheme = c.methodChoice;
     c.methodChoice = RECOVERY_SCHEME;
     const double reached = last.V_applied;
     const bool coupled = WalkInHalvedSteps(cv, last, Vto);
     c.methodChoice = scheme;
     if (coupled) {
+        last.coupled = true;
         TERVOErrorMessage(FmtStr("%s<While calculating %s ...", what),
                           FmtStr("%s<Convergence failure at V = %f[p6] Volt; recovered by the coupled "
                                  "iteration from V = %f[p6] Volt.",

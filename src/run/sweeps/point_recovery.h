@@ -34,6 +34,7 @@ struct SolvedState {
     int iteration_count = 0;
     bool valid = false;
     bool retried = false; // the last step from this state failed and was retried
+    bool coupled = false; // the walk needed the coupled iteration: its next steps start with it
 };
 
 void KeepSolvedState(SolvedState& kept, const CalculationVariables& cv);
