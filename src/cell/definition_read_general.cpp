@@ -30,9 +30,9 @@ void ReadMottSchottkyLine(DefReader& r) {
     MottSchottkySettings& ms = r.S.ms;
     int v = 0;
     if (r.Holds("#")) {
-        if (r.Integer(v, true)) ms.layer = v - 1;
+        if (r.Integer(v, true, 0, MAX_LAYERS)) ms.layer = v - 1; // 0: no sheet chosen
     } else if (r.Holds("side")) {
-        if (r.Integer(v, true)) ms.side = v;
+        if (r.Integer(v, true, -1, 1)) ms.side = v;
     } else if (r.Holds("analysis number of points")) {
         r.Integer(ms.fitPoints, true);
     } else if (r.Holds("analysis polynomial order middle")) {
