@@ -91,7 +91,9 @@ TEST_F(ActionList, SavedListsReadBackTheSame) {
     ASSERT_EQ(SaveWP2Settings("initial.wp2"), 0);
 
     FreshSettings();
+    const size_t warnings = ReadingWarnings().size();
     ASSERT_EQ(LoadActionList(In("def", "round")), 0);
+    EXPECT_EQ(ReadingWarnings().size(), warnings) << "every line the writer writes is one the reader knows";
     ActionPanelSettings expected = saved;
     expected.second.numberofpoints = 5; // not read back: it stays at its default
     ExpectSameSettings(actionPanel, expected);
