@@ -193,6 +193,11 @@ bool ResolveCommandLineFiles(const CommandLineFiles& named, CommandLineFiles& re
 int ApplyCommandLineFiles(const CommandLineFiles& files) {
     int definition = 1;
     if (!files.def.empty()) definition = Laad_data_uit_file(files.def) == 0 ? 0 : -1;
+    // A script of the same command line must not calculate another cell in its place.
+    if (definition == -1) {
+        scriptCellRefused = true;
+        scriptCellRefusedName = files.def;
+    }
     // The readers of action and working-point files pass a missing file over in silence; named on the
     // command line it is a mistake of the user, who is told.
     const auto applySettings = [](const std::string& name, int filetype, int (*reader)(const std::string&)) {
@@ -417,7 +422,8 @@ int RunCommandLineJob(const Options& o, int definition) {
     if (!commandLineFiles.script.empty()) {
         if (scriptResult != 0) return EXIT_REFUSED; // the script could not be read (reported)
         if (warnings > 0) std::cout << BaseNameOf(commandLineFiles.script) << ": " << readWith << std::endl;
-        return ScriptExitStatus;
+        // A definition of the command line that could not be loaded refuses that part of the input.
+        return definition == -1 ? WorseExitStatus(ScriptExitStatus, EXIT_REFUSED) : ScriptExitStatus;
     }
     if (o.saveDefinitionWanted) {
         if (definition == 1) {
