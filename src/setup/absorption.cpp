@@ -471,51 +471,63 @@ namespace {
 // Alpha L of every mesh point at one wavelength.
 using AlphaColumn = std::array<double, MAX_MESH_POINTS>;
 
-// The photon flux of wavelength k at the n mesh points into `flux`, for the band absorption `alpha`
-// (alpha L of each point), to which the absorption of the defects is added.  False, with the flux 0
+// The photon flux of wavelength k at the n mesh points into `flux`, for the band absorption `band`
+// (alpha L of each point) and the absorption of the defects.  False, with the flux 0
 // everywhere, when no light of this wavelength enters or the generation comes from a file.
 bool BeerLambert(const CalculationVariables& cv, const GenerationParameters& gp, int k, int fromFile,
-                 double frontReflection, AlphaColumn& alpha, double* flux) {
+                 double frontReflection, const AlphaColumn& band, double* flux) {
     const int n = std::clamp(cv.mesh.n_points, 0, MAX_MESH_POINTS);
-    std::fill(flux, flux + n, 0.0);
     // Source strength: the photon flux entering the cell, normalised with the scales of layer 0.
     const ScaleParameters& sc = cv.parameters->scale;
     const double N0 = sc.density[0];
     const double incoming = At(k) < gp.incomingFlux_us.size() ? gp.incomingFlux_us[At(k)] : 0.0;
     const double s = sc.length * incoming / (N0 * sc.diffusion);
-    if (s == 0 || fromFile || !std::isfinite(s)) return false;
+    if (s == 0 || fromFile || !std::isfinite(s)) {
+        std::fill(flux, flux + n, 0.0);
+        return false;
+    }
+    AlphaColumn alpha;
+    std::copy(band.begin(), band.begin() + n, alpha.begin());
     AddDefectAbsorption(cv, k, alpha);
 
-    // Optical depth from the left and from the right, alpha L times the normalised steps.  Only the
-    // first n places are used: left unset beyond them, so that no call pays for clearing the whole
-    // capacity.
-    std::array<double, MAX_MESH_POINTS> D, E;
-    const MeshBlock& mesh = cv.mesh;
-    D[0] = 0;
-    for (int j = 1; j < n; ++j) D[At(j)] = D[At(j - 1)] + mesh.h[At(j - 1)] * alpha[At(j - 1)];
-    E[At(n - 1)] = 0;
-    for (int j = n - 2; j >= 0; --j) E[At(j)] = E[At(j + 1)] + mesh.h[At(j)] * alpha[At(j + 1)];
-    const double Dt = D[At(n - 1)], E0 = E[0];
-
-    // The light passes once, is reflected with R at the far contact, and the share Rfront of what
-    // returns to the front is sent back in: a geometric series of round trips.
     const bool fromLeft = gp.side != +1;
     const std::vector<double>& far = fromLeft ? gp.rightFilter : gp.leftFilter;
     const double R = At(k) < far.size() ? far[At(k)] : 0.0;
-    // A lossless cavity (no absorption, both mirrors perfect) would hold an unbounded flux; it carries
-    // no generation, so the flux is kept finite.
-    const double roundTrips = 1.0 / std::max(1.0 - frontReflection * R * std::exp(-(E0 + Dt)), 1e-12);
+
+    // Optical depth from the left and from the right, alpha L times the normalised steps; without a
+    // reflection at the far contact only the depth along the first pass.  Only the first n places
+    // are used: left unset beyond them, so that no call pays for clearing the whole capacity.
+    std::array<double, MAX_MESH_POINTS> D, E;
+    const MeshBlock& mesh = cv.mesh;
+    if (fromLeft || R != 0) {
+        D[0] = 0;
+        for (int j = 1; j < n; ++j) D[At(j)] = D[At(j - 1)] + mesh.h[At(j - 1)] * alpha[At(j - 1)];
+    }
+    if (!fromLeft || R != 0) {
+        E[At(n - 1)] = 0;
+        for (int j = n - 2; j >= 0; --j) E[At(j)] = E[At(j + 1)] + mesh.h[At(j)] * alpha[At(j + 1)];
+    }
+
+    // The light passes once, is reflected with R at the far contact, and the share Rfront of what
+    // returns to the front is sent back in: a geometric series of round trips.  A lossless cavity
+    // (no absorption, both mirrors perfect) would hold an unbounded flux; it carries no generation,
+    // so the flux is kept finite.
+    const double Dt = R != 0 ? D[At(n - 1)] : 0.0, E0 = R != 0 ? E[0] : 0.0;
+    const double roundTrips =
+        R != 0 ? 1.0 / std::max(1.0 - frontReflection * R * std::exp(-(E0 + Dt)), 1e-12) : 1.0;
+    // The source in the density scale of each layer.
+    std::array<double, MAX_LAYERS> source{};
+    for (int i = 0; i < std::min(mesh.number_of_layers, MAX_LAYERS); ++i)
+        source[At(i)] = s * N0 / sc.density[At(i)];
     // Where the light crosses a layer that does not absorb it (every layer, beyond the longest
-    // cut-off), the depth stays the same from point to point: its exponential is taken once.  Without
-    // a reflection at the far contact the reflected pass adds nothing.
+    // cut-off), the depth stays the same from point to point: its exponential is taken once.
     Attenuation toward, back;
     int layer = 0;
     for (int j = 0; j < n; ++j) {
         while (layer + 1 < mesh.number_of_layers && j > mesh.last_point[At(layer)]) ++layer;
-        const double Ni = sc.density[At(layer)];
         const double first = toward(fromLeft ? D[At(j)] : E[At(j)]); // along the first pass
         const double reflected = R != 0 ? R * back(fromLeft ? E[At(j)] + Dt : D[At(j)] + E0) : 0.0;
-        flux[j] = s * N0 / Ni * (first + reflected) * roundTrips;
+        flux[j] = source[At(layer)] * (first + reflected) * roundTrips;
     }
     return true;
 }
@@ -612,15 +624,22 @@ void CalculateOpticalGeneration(CalculationVariables& cv, GenerationParameters& 
     std::array<double, MAX_MESH_POINTS> flux;
     for (int k0 = 0; k0 < nl; k0 += kBlock) {
         const int width = std::min(kBlock, nl - k0);
+        std::array<bool, kBlock> absorbed{};
         for (int j = 0; j < n; ++j)
-            for (int b = 0; b < width; ++b)
-                block[At(b)][At(j)] = a[At(j)] != nullptr ? a[At(j)][k0 + b] : 0.0;
+            for (int b = 0; b < width; ++b) {
+                const double value = a[At(j)] != nullptr ? a[At(j)][k0 + b] : 0.0;
+                block[At(b)][At(j)] = value;
+                absorbed[At(b)] = absorbed[At(b)] || value != 0;
+            }
         for (int b = 0; b < width; ++b) {
             const int k = k0 + b;
-            // The defects add their absorption to the column; G takes the band absorption alone.
-            if (!BeerLambert(cv, gp, k, fromFile, Rfront, block[At(b)], flux.data())) continue;
+            // Light that no layer absorbs generates nothing: G gains exactly 0 from it.
+            if (!absorbed[At(b)]) continue;
+            // G takes the band absorption alone.
+            const AlphaColumn& band = block[At(b)];
+            if (!BeerLambert(cv, gp, k, fromFile, Rfront, band, flux.data())) continue;
             for (int j = 0; j < n; ++j)
-                if (a[At(j)] != nullptr) gp.G[At(j)] += flux[At(j)] * a[At(j)][k];
+                if (a[At(j)] != nullptr) gp.G[At(j)] += flux[At(j)] * band[At(j)];
         }
     }
 }
