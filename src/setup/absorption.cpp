@@ -214,6 +214,9 @@ void FillLayerAlpha(const CalculationVariables& cv, GenerationParameters& gp, in
         rows.keys.insert(rows.keys.begin() + at, k);
         rows.rows.insert(rows.rows.begin() + at, std::move(row));
         rows.rowsL.insert(rows.rowsL.begin() + at, std::move(rowL));
+        int extent = nl;
+        while (extent > 0 && rows.rows[index][At(extent - 1)] == 0) --extent;
+        rows.extent.insert(rows.extent.begin() + at, extent);
     }
     if (rows.keys.size() > 2 * At(last - first + 1)) {
         std::vector<char> used(rows.keys.size(), 0);
@@ -224,11 +227,13 @@ void FillLayerAlpha(const CalculationVariables& cv, GenerationParameters& gp, in
             rows.keys[kept] = rows.keys[r];
             rows.rows[kept] = std::move(rows.rows[r]);
             rows.rowsL[kept] = std::move(rows.rowsL[r]);
+            rows.extent[kept] = rows.extent[r];
             ++kept;
         }
         rows.keys.resize(kept);
         rows.rows.resize(kept);
         rows.rowsL.resize(kept);
+        rows.extent.resize(kept);
     }
     for (int j = first; j <= last; ++j) {
         gp.alphaLayerOfPoint[At(j)] = layer;
@@ -475,7 +480,7 @@ using AlphaColumn = std::array<double, MAX_MESH_POINTS>;
 // (alpha L of each point) and the absorption of the defects.  False, with the flux 0
 // everywhere, when no light of this wavelength enters or the generation comes from a file.
 bool BeerLambert(const CalculationVariables& cv, const GenerationParameters& gp, int k, int fromFile,
-                 double frontReflection, const AlphaColumn& band, double* flux) {
+                 double frontReflection, const double* band, double* flux) {
     const int n = std::clamp(cv.mesh.n_points, 0, MAX_MESH_POINTS);
     // Source strength: the photon flux entering the cell, normalised with the scales of layer 0.
     const ScaleParameters& sc = cv.parameters->scale;
@@ -487,7 +492,7 @@ bool BeerLambert(const CalculationVariables& cv, const GenerationParameters& gp,
         return false;
     }
     AlphaColumn alpha;
-    std::copy(band.begin(), band.begin() + n, alpha.begin());
+    std::copy(band, band + n, alpha.begin());
     AddDefectAbsorption(cv, k, alpha);
 
     const bool fromLeft = gp.side != +1;
@@ -571,7 +576,7 @@ void CalculateFluxesEverywhere(CalculationVariables& cv, GenerationParameters& g
         const double* row = gp.alphaPoints == n ? AlphaLOfPoint(gp, j) : nullptr;
         alpha[At(j)] = row != nullptr ? row[k] : 0.0;
     }
-    BeerLambert(cv, gp, k, fromFile, frontReflection, alpha, gp.flux.data() + FluxIndex(gp, k, 0));
+    BeerLambert(cv, gp, k, fromFile, frontReflection, alpha.data(), gp.flux.data() + FluxIndex(gp, k, 0));
 }
 
 void CalculateFluxes(CalculationVariables& cv, GenerationParameters& gp, int fromFile,
@@ -618,28 +623,39 @@ void CalculateOpticalGeneration(CalculationVariables& cv, GenerationParameters& 
     std::array<const double*, MAX_MESH_POINTS> a;
     if (cv.parameters == nullptr || n == 0 || !AlphaRowsOfMesh(gp, n, a)) return;
     // The rows of alpha hold one point's wavelengths side by side; a block of wavelengths is taken out
-    // of them at once, so that each pass through the stack reads one column in a row.
-    constexpr int kBlock = 8;
-    std::array<AlphaColumn, kBlock> block;
+    // of them at once, a stretch of each row in turn, so that each pass through the stack reads one
+    // column in a row.
+    // Beyond the last wavelength that some point absorbs, G gains nothing.
+    int absorbedUpTo = 0;
+    for (int j = 0; j < n; ++j) {
+        const int r = gp.alphaRowOfPoint[At(j)];
+        const LayerAlphaRows& rows = gp.alphaRows[At(gp.alphaLayerOfPoint[At(j)])];
+        if (r >= 0 && At(r) < rows.extent.size()) absorbedUpTo = std::max(absorbedUpTo, rows.extent[At(r)]);
+    }
+    const int used = std::min(nl, absorbedUpTo);
+    constexpr int kBlock = 64;
+    std::vector<double> block(At(kBlock) * At(n));
     std::array<double, MAX_MESH_POINTS> flux;
-    for (int k0 = 0; k0 < nl; k0 += kBlock) {
-        const int width = std::min(kBlock, nl - k0);
+    for (int k0 = 0; k0 < used; k0 += kBlock) {
+        const int width = std::min(kBlock, used - k0);
         std::array<bool, kBlock> absorbed{};
-        for (int j = 0; j < n; ++j)
+        for (int j = 0; j < n; ++j) {
+            const double* row = a[At(j)];
             for (int b = 0; b < width; ++b) {
-                const double value = a[At(j)] != nullptr ? a[At(j)][k0 + b] : 0.0;
-                block[At(b)][At(j)] = value;
+                const double value = row != nullptr ? row[k0 + b] : 0.0;
+                block[At(b) * At(n) + At(j)] = value;
                 absorbed[At(b)] = absorbed[At(b)] || value != 0;
             }
+        }
         for (int b = 0; b < width; ++b) {
             const int k = k0 + b;
             // Light that no layer absorbs generates nothing: G gains exactly 0 from it.
             if (!absorbed[At(b)]) continue;
             // G takes the band absorption alone.
-            const AlphaColumn& band = block[At(b)];
+            const double* band = block.data() + At(b) * At(n);
             if (!BeerLambert(cv, gp, k, fromFile, Rfront, band, flux.data())) continue;
             for (int j = 0; j < n; ++j)
-                if (a[At(j)] != nullptr) gp.G[At(j)] += flux[At(j)] * band[At(j)];
+                if (a[At(j)] != nullptr) gp.G[At(j)] += flux[At(j)] * band[j];
         }
     }
 }

@@ -35,6 +35,7 @@ struct LayerAlphaRows {
     std::vector<std::uint64_t> keys;        // bit patterns of the compositions y, rising
     std::vector<std::vector<double>> rows;  // alpha (/m) at each wavelength, one row per composition
     std::vector<std::vector<double>> rowsL; // alpha L, normalised
+    std::vector<int> extent;                // of each row: 1 + the index of its last non-zero alpha
 };
 
 struct GenerationParameters {
