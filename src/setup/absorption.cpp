@@ -521,18 +521,24 @@ bool BeerLambert(const CalculationVariables& cv, const GenerationParameters& gp,
     const double roundTrips =
         R != 0 ? 1.0 / std::max(1.0 - frontReflection * R * std::exp(-(E0 + Dt)), 1e-12) : 1.0;
     // The source in the density scale of each layer.
+    const int layers = std::clamp(mesh.number_of_layers, 1, MAX_LAYERS);
     std::array<double, MAX_LAYERS> source{};
-    for (int i = 0; i < std::min(mesh.number_of_layers, MAX_LAYERS); ++i)
-        source[At(i)] = s * N0 / sc.density[At(i)];
+    for (int i = 0; i < layers; ++i) source[At(i)] = s * N0 / sc.density[At(i)];
     // Where the light crosses a layer that does not absorb it (every layer, beyond the longest
     // cut-off), the depth stays the same from point to point: its exponential is taken once.
+    const double* depth = fromLeft ? D.data() : E.data(); // along the first pass
     Attenuation toward, back;
-    int layer = 0;
-    for (int j = 0; j < n; ++j) {
-        while (layer + 1 < mesh.number_of_layers && j > mesh.last_point[At(layer)]) ++layer;
-        const double first = toward(fromLeft ? D[At(j)] : E[At(j)]); // along the first pass
-        const double reflected = R != 0 ? R * back(fromLeft ? E[At(j)] + Dt : D[At(j)] + E0) : 0.0;
-        flux[j] = source[At(layer)] * (first + reflected) * roundTrips;
+    for (int i = 0, j = 0; i < layers; ++i) {
+        const int end = i + 1 < layers ? std::min(mesh.last_point[At(i)] + 1, n) : n;
+        const double sourceHere = source[At(i)];
+        if (R == 0) {
+            for (; j < end; ++j) flux[j] = sourceHere * toward(depth[j]);
+            continue;
+        }
+        for (; j < end; ++j) {
+            const double reflected = R * back(fromLeft ? E[At(j)] + Dt : D[At(j)] + E0);
+            flux[j] = sourceHere * (toward(depth[j]) + reflected) * roundTrips;
+        }
     }
     return true;
 }
