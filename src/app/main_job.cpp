@@ -41,13 +41,13 @@ std::string MainJobSummary(const std::string& definitionName, const DataListElem
     if (wp.dark)
         return line +
                FmtStr("%s< dark I-V of %i points (no cell parameters in the dark)", element->actie.IV.done);
-    auto value = [&p](int valid, int extrapolated, const std::string& text) {
+    auto value = [&p](int valid, int extrapolated, const std::string& text, bool isJsc = false) {
         if (!valid) return std::string("n/a");
-        if (FigureCutOff(p, extrapolated)) return CutFigureText(p);
+        if (FigureCutOff(p, extrapolated, isJsc)) return CutFigureText(p);
         return extrapolated ? text + " (extrapolated)" : text;
     };
     line += " Voc = " + value(p.VocValid, p.VocExtrapolated, FmtStr("%f[p4] V", p.Voc));
-    line += ", Jsc = " + value(p.JscValid, p.JscExtrapolated, FmtStr("%f[p3] mA/cm2", p.Jsc));
+    line += ", Jsc = " + value(p.JscValid, p.JscExtrapolated, FmtStr("%f[p3] mA/cm2", p.Jsc), true);
     line += ", FF = " + value(p.FFValid, p.FFExtrapolated, FmtStr("%f[p2] %%", p.FF));
     line += ", eta = " + value(p.etaValid, p.etaExtrapolated, FmtStr("%f[p2] %%", p.eta));
     if (lastCalculationResult != 0) line += " (the calculation stopped early; see the messages)";

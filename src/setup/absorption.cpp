@@ -1,8 +1,11 @@
 #include "setup/absorption.h"
 
 #include <algorithm>
+#include <bit>
 #include <cmath>
+#include <cstdint>
 #include <limits>
+#include <tuple>
 #include <utility>
 
 #include "cell/grading.h"
@@ -140,6 +143,117 @@ void InterpolateAlphaAtGap(const MaterialParameters& m, int law, double EgY,
         result[At(k)] = std::pow(aA, 1 - y) * std::pow(aB, y);
     }
 }
+
+bool SameProfile(const Profile& a, const Profile& b) {
+    const auto fields = [](const Profile& p) {
+        return std::tie(p.law, p.dependence, p.pureA, p.pureB, p.lawPar1, p.lawPar2, p.lawPar3, p.leftValue,
+                        p.rightValue, p.unitPar1, p.unitPar2, p.gradingFile, p.xlist, p.ylist, p.npoints,
+                        p.logInterpolation, p.relativePosition, p.thickness);
+    };
+    return fields(a) == fields(b);
+}
+
+// Whether two materials absorb alike: the same band gap law and absorption block.
+bool SameAbsorptionInputs(const MaterialParameters& a, const MaterialParameters& b) {
+    return a.compositionType == b.compositionType && SameProfile(a.Eg, b.Eg) &&
+           SameProfile(a.absorption, b.absorption) && a.A_pureA == b.A_pureA && a.B_pureA == b.B_pureA &&
+           a.A_pureB == b.A_pureB && a.B_pureB == b.B_pureB && a.absorptionA == b.absorptionA &&
+           a.absorptionB == b.absorptionB && a.absorptionFileA == b.absorptionFileA &&
+           a.absorptionFileB == b.absorptionFileB;
+}
+
+// The tables of the two pure materials of a layer, with no rows yet.  False when a table cannot be
+// made (the readers report why).
+bool MakeLayerRows(const MaterialParameters& m, int law, LayerAlphaRows& rows) {
+    rows = LayerAlphaRows{};
+    // A layer of pure B takes material B's data as its own material A.
+    const int materialA = m.compositionType == 20 ? 1 : 0;
+    if (!MakeAlphaTable(m, materialA, rows.tableA)) return false;
+    if (m.Eg.law == LAW_UNIFORM || m.compositionType == 0)
+        rows.tableB = rows.tableA;
+    else if (!MakeAlphaTable(m, 1, rows.tableB))
+        return false;
+    rows.material = m;
+    rows.law = law;
+    rows.valid = true;
+    return true;
+}
+
+// Alpha of layer `layer` at every wavelength on the present mesh.  Each composition of the layer's
+// points has one row, made by InterpolateAlpha the first time the composition occurs and taken as it
+// is afterwards: alpha at a point is the row of exactly its own composition (the same bits of y),
+// never one interpolated between compositions, so that a row from an earlier mesh gives the very
+// numbers that a new interpolation would.  Rows of compositions that the mesh no longer holds are
+// dropped once the rows outnumber the layer's points twice, which bounds what a long run of meshes
+// leaves behind.
+void FillLayerAlpha(const CalculationVariables& cv, GenerationParameters& gp, int layer, LayerAlphaRows& rows,
+                    int nl, double L) {
+    const MeshBlock& mesh = cv.mesh;
+    const MaterialParameters& m = cv.parameters->material[At(layer)];
+    const int n = std::clamp(mesh.n_points, 0, MAX_MESH_POINTS);
+    const int first = std::max(mesh.first_point[At(layer)], 0);
+    const int last = std::min(mesh.last_point[At(layer)], n - 1);
+    if (rows.length != L) {
+        rows.length = L;
+        for (size_t r = 0; r < rows.rows.size(); ++r)
+            for (size_t k = 0; k < rows.rows[r].size(); ++k) rows.rowsL[r][k] = rows.rows[r][k] * L;
+    }
+    const auto key = [&](int j) { return std::bit_cast<std::uint64_t>(mesh.y[At(j)]); };
+    const auto find = [&](std::uint64_t k) {
+        return static_cast<size_t>(std::lower_bound(rows.keys.begin(), rows.keys.end(), k) -
+                                   rows.keys.begin());
+    };
+    for (int j = first; j <= last; ++j) {
+        const std::uint64_t k = key(j);
+        const size_t index = find(k);
+        if (index < rows.keys.size() && rows.keys[index] == k) continue;
+        std::vector<double> row, rowL(At(nl));
+        InterpolateAlpha(m, rows.law, gp.lambda, row, nl, rows.tableA, rows.tableB, mesh.y[At(j)]);
+        for (int w = 0; w < nl; ++w) rowL[At(w)] = row[At(w)] * L;
+        const auto at = static_cast<std::ptrdiff_t>(index);
+        rows.keys.insert(rows.keys.begin() + at, k);
+        rows.rows.insert(rows.rows.begin() + at, std::move(row));
+        rows.rowsL.insert(rows.rowsL.begin() + at, std::move(rowL));
+        int extent = nl;
+        while (extent > 0 && rows.rows[index][At(extent - 1)] == 0) --extent;
+        rows.extent.insert(rows.extent.begin() + at, extent);
+    }
+    if (rows.keys.size() > 2 * At(last - first + 1)) {
+        std::vector<char> used(rows.keys.size(), 0);
+        for (int j = first; j <= last; ++j) used[find(key(j))] = 1;
+        size_t kept = 0;
+        for (size_t r = 0; r < rows.keys.size(); ++r) {
+            if (!used[r]) continue;
+            rows.keys[kept] = rows.keys[r];
+            rows.rows[kept] = std::move(rows.rows[r]);
+            rows.rowsL[kept] = std::move(rows.rowsL[r]);
+            rows.extent[kept] = rows.extent[r];
+            ++kept;
+        }
+        rows.keys.resize(kept);
+        rows.rows.resize(kept);
+        rows.rowsL.resize(kept);
+        rows.extent.resize(kept);
+    }
+    for (int j = first; j <= last; ++j) {
+        gp.alphaLayerOfPoint[At(j)] = layer;
+        gp.alphaRowOfPoint[At(j)] = static_cast<int>(find(key(j)));
+    }
+}
+
+// exp(-depth), with the last depth and its exponential remembered: along a run of points of equal
+// depth the exponential is taken once.
+struct Attenuation {
+    double depth = std::numeric_limits<double>::quiet_NaN();
+    double value = 0;
+    double operator()(double d) {
+        if (!(d == depth)) {
+            depth = d;
+            value = std::exp(-d);
+        }
+        return value;
+    }
+};
 
 int LayerOfPoint(const MeshBlock& mesh, int j) {
     for (int i = 0; i < mesh.number_of_layers; ++i)
@@ -300,8 +414,15 @@ int bepaal_alfa(CalculationVariables& cv, GenerationParameters& gp) {
     const int n = std::clamp(mesh.n_points, 0, MAX_MESH_POINTS);
     const int nl = std::clamp(gp.numberOfWavelengths, 0, static_cast<int>(gp.lambda.size()));
     const double L = P.scale.length;
-    gp.alfa_us.assign(At(n), std::vector<double>(At(nl), 0.0));
-    gp.alfa.assign(At(n), std::vector<double>(At(nl), 0.0));
+    // Every point's row is set by its layer; a layer without usable data leaves alpha 0.
+    gp.alphaPoints = n;
+    std::fill(gp.alphaRowOfPoint.begin(), gp.alphaRowOfPoint.begin() + n, -1);
+    std::fill(gp.alphaLayerOfPoint.begin(), gp.alphaLayerOfPoint.begin() + n, 0);
+    // Rows made for other wavelengths are of no use.
+    if (gp.alphaRowsLambda.size() != At(nl) ||
+        !std::equal(gp.alphaRowsLambda.begin(), gp.alphaRowsLambda.end(), gp.lambda.begin()))
+        ForgetAlphaRows(gp);
+    gp.alphaRowsLambda.assign(gp.lambda.begin(), gp.lambda.begin() + nl);
 
     int result = 1;
     const int layers = std::min({P.numberOfLayers, mesh.number_of_layers, MAX_LAYERS});
@@ -313,40 +434,26 @@ int bepaal_alfa(CalculationVariables& cv, GenerationParameters& gp) {
         for (int j = first; j <= last; ++j)
             gp.cutoffWavelength[At(j)] = P.Eg[At(j)] > 0 ? HC_OVER_Q_NM / P.Eg[At(j)] : 0.0;
 
-        // A layer of pure B takes material B's data as its own material A.
-        const int materialA = m.compositionType == 20 ? 1 : 0;
-        AlphaTable tableA, tableB;
-        bool usable = MakeAlphaTable(m, materialA, tableA);
-        if (usable) {
-            if (m.Eg.law == LAW_UNIFORM || m.compositionType == 0)
-                tableB = tableA;
-            else
-                usable = MakeAlphaTable(m, 1, tableB);
-        }
-        if (!usable) {
-            TERVOErrorMessage("Error whilst reading the absorption data of layer " + std::to_string(i + 1),
-                              "The absorption of layer " + std::to_string(i + 1) +
-                                  " cannot be determined; it is taken as 0.");
-            result = 0;
-            continue;
-        }
-
-        // Points of equal composition share one absorption spectrum.
-        std::vector<double> row;
-        double rowY = std::numeric_limits<double>::quiet_NaN();
+        LayerAlphaRows& rows = gp.alphaRows[At(i)];
         const int law = P.composition[At(i)].law;
-        for (int j = first; j <= last; ++j) {
-            const double y = mesh.y[At(j)];
-            if (!(y == rowY)) {
-                InterpolateAlpha(m, law, gp.lambda, row, nl, tableA, tableB, y);
-                rowY = y;
+        if (!rows.valid || rows.law != law || !SameAbsorptionInputs(rows.material, m)) {
+            if (!MakeLayerRows(m, law, rows)) {
+                TERVOErrorMessage("Error whilst reading the absorption data of layer " +
+                                      std::to_string(i + 1),
+                                  "The absorption of layer " + std::to_string(i + 1) +
+                                      " cannot be determined; it is taken as 0.");
+                result = 0;
+                continue;
             }
-            gp.alfa_us[At(j)] = row;
-            std::vector<double>& scaled = gp.alfa[At(j)];
-            for (int k = 0; k < nl; ++k) scaled[At(k)] = row[At(k)] * L;
         }
+        FillLayerAlpha(cv, gp, i, rows, nl, L);
     }
     return result;
+}
+
+void ForgetAlphaRows(GenerationParameters& gp) {
+    for (LayerAlphaRows& rows : gp.alphaRows) rows = LayerAlphaRows{};
+    gp.alphaRowsLambda.clear();
 }
 
 double ExtractAlpha(const CalculationParameters& parameters, double wavelength, int layer) {
@@ -370,52 +477,118 @@ double ExtractAlpha(const CalculationVariables& cv, double wavelength, int layer
 // ---------------------------------------------------------------------------------------------------
 // Flux and generation.
 
+namespace {
+
+// Alpha L of every mesh point at one wavelength.
+using AlphaColumn = std::array<double, MAX_MESH_POINTS>;
+
+// The photon flux of wavelength k at the n mesh points into `flux`, for the band absorption `band`
+// (alpha L of each point) and the absorption of the defects.  False, with the flux 0
+// everywhere, when no light of this wavelength enters or the generation comes from a file.
+bool BeerLambert(const CalculationVariables& cv, const GenerationParameters& gp, int k, int fromFile,
+                 double frontReflection, const double* band, double* flux) {
+    const int n = std::clamp(cv.mesh.n_points, 0, MAX_MESH_POINTS);
+    // Source strength: the photon flux entering the cell, normalised with the scales of layer 0.
+    const ScaleParameters& sc = cv.parameters->scale;
+    const double N0 = sc.density[0];
+    const double incoming = At(k) < gp.incomingFlux_us.size() ? gp.incomingFlux_us[At(k)] : 0.0;
+    const double s = sc.length * incoming / (N0 * sc.diffusion);
+    if (s == 0 || fromFile || !std::isfinite(s)) {
+        std::fill(flux, flux + n, 0.0);
+        return false;
+    }
+    AlphaColumn alpha;
+    std::copy(band, band + n, alpha.begin());
+    AddDefectAbsorption(cv, k, alpha);
+
+    const bool fromLeft = gp.side != +1;
+    const std::vector<double>& far = fromLeft ? gp.rightFilter : gp.leftFilter;
+    const double R = At(k) < far.size() ? far[At(k)] : 0.0;
+
+    // Optical depth from the left and from the right, alpha L times the normalised steps; without a
+    // reflection at the far contact only the depth along the first pass.  Only the first n places
+    // are used: left unset beyond them, so that no call pays for clearing the whole capacity.
+    std::array<double, MAX_MESH_POINTS> D, E;
+    const MeshBlock& mesh = cv.mesh;
+    if (fromLeft || R != 0) {
+        D[0] = 0;
+        for (int j = 1; j < n; ++j) D[At(j)] = D[At(j - 1)] + mesh.h[At(j - 1)] * alpha[At(j - 1)];
+    }
+    if (!fromLeft || R != 0) {
+        E[At(n - 1)] = 0;
+        for (int j = n - 2; j >= 0; --j) E[At(j)] = E[At(j + 1)] + mesh.h[At(j)] * alpha[At(j + 1)];
+    }
+
+    // The light passes once, is reflected with R at the far contact, and the share Rfront of what
+    // returns to the front is sent back in: a geometric series of round trips.  A lossless cavity
+    // (no absorption, both mirrors perfect) would hold an unbounded flux; it carries no generation,
+    // so the flux is kept finite.
+    const double Dt = R != 0 ? D[At(n - 1)] : 0.0, E0 = R != 0 ? E[0] : 0.0;
+    const double roundTrips =
+        R != 0 ? 1.0 / std::max(1.0 - frontReflection * R * std::exp(-(E0 + Dt)), 1e-12) : 1.0;
+    // The source in the density scale of each layer.
+    const int layers = std::clamp(mesh.number_of_layers, 1, MAX_LAYERS);
+    std::array<double, MAX_LAYERS> source{};
+    for (int i = 0; i < layers; ++i) source[At(i)] = s * N0 / sc.density[At(i)];
+    // Where the light crosses a layer that does not absorb it (every layer, beyond the longest
+    // cut-off), the depth stays the same from point to point: its exponential is taken once.
+    const double* depth = fromLeft ? D.data() : E.data(); // along the first pass
+    Attenuation toward, back;
+    for (int i = 0, j = 0; i < layers; ++i) {
+        const int end = i + 1 < layers ? std::min(mesh.last_point[At(i)] + 1, n) : n;
+        const double sourceHere = source[At(i)];
+        if (R == 0) {
+            for (; j < end; ++j) flux[j] = sourceHere * toward(depth[j]);
+            continue;
+        }
+        for (; j < end; ++j) {
+            const double reflected = R * back(fromLeft ? E[At(j)] + Dt : D[At(j)] + E0);
+            flux[j] = sourceHere * (toward(depth[j]) + reflected) * roundTrips;
+        }
+    }
+    return true;
+}
+
+// The alpha L rows of the n mesh points (null for alpha 0), or false when the absorption is not on
+// this mesh.
+bool AlphaRowsOfMesh(const GenerationParameters& gp, int n, std::array<const double*, MAX_MESH_POINTS>& a) {
+    if (gp.alphaPoints != n) return false;
+    for (int j = 0; j < n; ++j) a[At(j)] = AlphaLOfPoint(gp, j);
+    return true;
+}
+
+} // namespace
+
+const double* AlphaOfPoint(const GenerationParameters& gp, int j) {
+    if (j < 0 || j >= std::min(gp.alphaPoints, MAX_MESH_POINTS)) return nullptr;
+    const int r = gp.alphaRowOfPoint[At(j)];
+    const int layer = gp.alphaLayerOfPoint[At(j)];
+    if (r < 0 || layer < 0 || layer >= MAX_LAYERS) return nullptr;
+    const LayerAlphaRows& rows = gp.alphaRows[At(layer)];
+    return At(r) < rows.rows.size() ? rows.rows[At(r)].data() : nullptr;
+}
+
+const double* AlphaLOfPoint(const GenerationParameters& gp, int j) {
+    if (j < 0 || j >= std::min(gp.alphaPoints, MAX_MESH_POINTS)) return nullptr;
+    const int r = gp.alphaRowOfPoint[At(j)];
+    const int layer = gp.alphaLayerOfPoint[At(j)];
+    if (r < 0 || layer < 0 || layer >= MAX_LAYERS) return nullptr;
+    const LayerAlphaRows& rows = gp.alphaRows[At(layer)];
+    return At(r) < rows.rowsL.size() ? rows.rowsL[At(r)].data() : nullptr;
+}
+
 void CalculateFluxesEverywhere(CalculationVariables& cv, GenerationParameters& gp, int k, int fromFile,
                                double frontReflection) {
     if (cv.parameters == nullptr) return;
     const int n = std::clamp(cv.mesh.n_points, 0, MAX_MESH_POINTS);
     const int nl = gp.numberOfWavelengths;
     if (n == 0 || k < 0 || k >= nl || gp.fluxPoints != n || gp.flux.size() < FluxIndex(gp, nl, 0)) return;
-    double* flux = gp.flux.data() + FluxIndex(gp, k, 0);
-    std::fill(flux, flux + n, 0.0);
-
-    // Source strength: the photon flux entering the cell, normalised with the scales of layer 0.
-    const ScaleParameters& sc = cv.parameters->scale;
-    const double N0 = sc.density[0];
-    const double incoming = At(k) < gp.incomingFlux_us.size() ? gp.incomingFlux_us[At(k)] : 0.0;
-    const double s = sc.length * incoming / (N0 * sc.diffusion);
-    if (s == 0 || fromFile || !std::isfinite(s)) return;
-
-    std::array<double, MAX_MESH_POINTS> alpha{}, D{}, E{};
-    for (int j = 0; j < n; ++j)
-        alpha[At(j)] =
-            (At(j) < gp.alfa.size() && At(k) < gp.alfa[At(j)].size()) ? gp.alfa[At(j)][At(k)] : 0.0;
-    AddDefectAbsorption(cv, k, alpha);
-
-    // Optical depth from the left and from the right, alpha L times the normalised steps.
-    const MeshBlock& mesh = cv.mesh;
-    D[0] = 0;
-    for (int j = 1; j < n; ++j) D[At(j)] = D[At(j - 1)] + mesh.h[At(j - 1)] * alpha[At(j - 1)];
-    E[At(n - 1)] = 0;
-    for (int j = n - 2; j >= 0; --j) E[At(j)] = E[At(j + 1)] + mesh.h[At(j)] * alpha[At(j + 1)];
-    const double Dt = D[At(n - 1)], E0 = E[0];
-
-    // The light passes once, is reflected with R at the far contact, and the share Rfront of what
-    // returns to the front is sent back in: a geometric series of round trips.
-    const bool fromLeft = gp.side != +1;
-    const std::vector<double>& far = fromLeft ? gp.rightFilter : gp.leftFilter;
-    const double R = At(k) < far.size() ? far[At(k)] : 0.0;
-    // A lossless cavity (no absorption, both mirrors perfect) would hold an unbounded flux; it carries
-    // no generation, so the flux is kept finite.
-    const double roundTrips = 1.0 / std::max(1.0 - frontReflection * R * std::exp(-(E0 + Dt)), 1e-12);
-    int layer = 0;
+    AlphaColumn alpha;
     for (int j = 0; j < n; ++j) {
-        while (layer + 1 < mesh.number_of_layers && j > mesh.last_point[At(layer)]) ++layer;
-        const double Ni = sc.density[At(layer)];
-        const double toward = fromLeft ? D[At(j)] : E[At(j)];         // depth along the first pass
-        const double back = fromLeft ? E[At(j)] + Dt : D[At(j)] + E0; // depth along the reflected pass
-        flux[j] = s * N0 / Ni * (std::exp(-toward) + R * std::exp(-back)) * roundTrips;
+        const double* row = gp.alphaPoints == n ? AlphaLOfPoint(gp, j) : nullptr;
+        alpha[At(j)] = row != nullptr ? row[k] : 0.0;
     }
+    BeerLambert(cv, gp, k, fromFile, frontReflection, alpha.data(), gp.flux.data() + FluxIndex(gp, k, 0));
 }
 
 void CalculateFluxes(CalculationVariables& cv, GenerationParameters& gp, int fromFile,
@@ -435,20 +608,76 @@ void CalculateGeneration(CalculationVariables& cv, GenerationParameters& gp) {
     const int n = std::clamp(cv.mesh.n_points, 0, MAX_MESH_POINTS);
     const int nl = std::max(gp.numberOfWavelengths, 0);
     gp.G.fill(0.0);
-    gp.generation.assign(gp.flux.size(), 0.0);
-    if (gp.fluxPoints != n || gp.flux.size() != At(nl) * At(n) || gp.alfa.size() < At(n)) return;
-    for (int j = 0; j < n; ++j) {
-        const std::vector<double>& a = gp.alfa[At(j)];
-        if (a.size() < At(nl)) continue;
-        double sum = 0;
-        for (int k = 0; k < nl; ++k) {
-            const size_t index = FluxIndex(gp, k, j);
-            const double g = gp.flux[index] * a[At(k)];
-            gp.generation[index] = g;
-            sum += g;
-        }
-        gp.G[At(j)] = sum;
+    std::array<const double*, MAX_MESH_POINTS> a;
+    if (gp.fluxPoints != n || gp.flux.size() != At(nl) * At(n) || !AlphaRowsOfMesh(gp, n, a)) return;
+    // Wavelength by wavelength along the rows of the flux; each G[j] adds its terms in the order of
+    // the wavelengths.
+    for (int k = 0; k < nl; ++k) {
+        const double* flux = gp.flux.data() + FluxIndex(gp, k, 0);
+        for (int j = 0; j < n; ++j)
+            if (a[At(j)] != nullptr) gp.G[At(j)] += flux[j] * a[At(j)][k];
     }
+}
+
+void CalculateOpticalGeneration(CalculationVariables& cv, GenerationParameters& gp, int fromFile,
+                                bool keepFluxes) {
+    if (keepFluxes) {
+        CalculateFluxes(cv, gp, fromFile);
+        CalculateGeneration(cv, gp);
+        return;
+    }
+    const int n = std::clamp(cv.mesh.n_points, 0, MAX_MESH_POINTS);
+    const int nl = std::max(gp.numberOfWavelengths, 0);
+    gp.fluxPoints = n;
+    gp.flux.clear();
+    gp.flux.shrink_to_fit();
+    gp.G.fill(0.0);
+    std::array<const double*, MAX_MESH_POINTS> a;
+    if (cv.parameters == nullptr || n == 0 || !AlphaRowsOfMesh(gp, n, a)) return;
+    // The rows of alpha hold one point's wavelengths side by side; a block of wavelengths is taken out
+    // of them at once, a stretch of each row in turn, so that each pass through the stack reads one
+    // column in a row.
+    // Beyond the last wavelength that some point absorbs, G gains nothing.
+    int absorbedUpTo = 0;
+    for (int j = 0; j < n; ++j) {
+        const int r = gp.alphaRowOfPoint[At(j)];
+        const LayerAlphaRows& rows = gp.alphaRows[At(gp.alphaLayerOfPoint[At(j)])];
+        if (r >= 0 && At(r) < rows.extent.size()) absorbedUpTo = std::max(absorbedUpTo, rows.extent[At(r)]);
+    }
+    const int used = std::min(nl, absorbedUpTo);
+    constexpr int kBlock = 64;
+    std::vector<double> block(At(kBlock) * At(n));
+    std::array<double, MAX_MESH_POINTS> flux;
+    for (int k0 = 0; k0 < used; k0 += kBlock) {
+        const int width = std::min(kBlock, used - k0);
+        std::array<bool, kBlock> absorbed{};
+        for (int j = 0; j < n; ++j) {
+            const double* row = a[At(j)];
+            for (int b = 0; b < width; ++b) {
+                const double value = row != nullptr ? row[k0 + b] : 0.0;
+                block[At(b) * At(n) + At(j)] = value;
+                absorbed[At(b)] = absorbed[At(b)] || value != 0;
+            }
+        }
+        for (int b = 0; b < width; ++b) {
+            const int k = k0 + b;
+            // Light that no layer absorbs generates nothing: G gains exactly 0 from it.
+            if (!absorbed[At(b)]) continue;
+            // G takes the band absorption alone.
+            const double* band = block.data() + At(b) * At(n);
+            if (!BeerLambert(cv, gp, k, fromFile, Rfront, band, flux.data())) continue;
+            for (int j = 0; j < n; ++j)
+                if (a[At(j)] != nullptr) gp.G[At(j)] += flux[At(j)] * band[j];
+        }
+    }
+}
+
+double GenerationAt(const GenerationParameters& gp, int k, int j) {
+    const double* a = AlphaLOfPoint(gp, j);
+    if (a == nullptr || j >= gp.fluxPoints || k < 0 || k >= gp.numberOfWavelengths ||
+        gp.flux.size() <= FluxIndex(gp, k, j))
+        return 0.0;
+    return gp.flux[FluxIndex(gp, k, j)] * a[k];
 }
 
 void AddQEGeneration(const GenerationParameters& spectrum, const GenerationParameters& mono,

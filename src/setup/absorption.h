@@ -10,8 +10,9 @@
 // Instead, G(x) can be read from a ".gen" file.  Defect levels with optical capture data add sub-gap
 // absorption that depends on their occupation (impurity photovoltaic mode).
 //
-// All lengths on the mesh are normalised by L, alpha is stored both in /m (`alfa_us`) and as alpha L
-// (`alfa`); see generation.h for the normalisation of flux and generation.
+// All lengths on the mesh are normalised by L, alpha is kept both in /m and as alpha L, one row of
+// wavelengths for each composition of a layer; see generation.h for the normalisation of flux and
+// generation.
 #pragma once
 
 #include <string>
@@ -26,12 +27,6 @@ namespace tervo {
 inline constexpr int ALPHA_GRID_POINTS = 100;
 // A first wavelength above this asks DetermineLayerAlpha for a grid; unused grid places hold 2e30.
 inline constexpr double ALPHA_GRID_REQUEST = 1e30;
-
-// The absorption spectrum of one pure material on its own wavelength grid.
-struct AlphaTable {
-    std::vector<double> lambda; // nm, rising
-    std::vector<double> alpha;  // /m
-};
 
 // Alpha of the pure material A (`material` 0) or B (1) of a layer at n wavelengths (nm), in /m, or in
 // /cm with `display` 1.  The cut-off wavelength of the material is `pureA` or `pureB` of the absorption
@@ -52,11 +47,16 @@ void InterpolateAlpha(const MaterialParameters& material, int law, const std::ve
 // towards that end.
 double LogInterpolateFromTable(double position, const double* x, const double* y, int n);
 
-// Alpha of every layer at every wavelength of `gp` on the mesh of `cv`: fills `alfa_us`, `alfa` and the
-// cut-off wavelength of each point, and refreshes the cut-off wavelengths of the pure materials in the
-// parameters from their band gaps.  1, or 0 when a layer's absorption data cannot be used (reported;
-// its alpha is then 0).
+// Alpha of every layer at every wavelength of `gp` on the mesh of `cv` (AlphaOfPoint, AlphaLOfPoint)
+// and the cut-off wavelength of each point, and refreshes the cut-off wavelengths of the pure materials in
+// the parameters from their band gaps.  The absorption of each composition is kept in `gp` for later meshes
+// of the same wavelengths and materials (see ForgetAlphaRows).  1, or 0 when a layer's absorption data cannot
+// be used (reported; its alpha is then 0).
 int bepaal_alfa(CalculationVariables& cv, GenerationParameters& gp);
+
+// Drops the absorption rows that bepaal_alfa keeps in `gp` from one mesh to the next, so that the
+// next call reads the absorption data anew (a new illumination, or data files that may have changed).
+void ForgetAlphaRows(GenerationParameters& gp);
 
 // The larger alpha (/m) of the pure materials of a layer at one wavelength (nm): what limits the
 // finest mesh step at the layer's edges under light.  0 when the data cannot be used.
@@ -74,8 +74,22 @@ void CalculateFluxes(CalculationVariables& cv, GenerationParameters& gp, int fro
 void CalculateFluxesEverywhere(CalculationVariables& cv, GenerationParameters& gp, int k, int fromFile,
                                double frontReflection);
 
-// generation[k][j] = flux[k][j] alpha L; G[j] is the sum over the wavelengths.
+// G[j], the sum over the wavelengths k of flux[k][j] alpha L, from the fluxes that CalculateFluxes made.
 void CalculateGeneration(CalculationVariables& cv, GenerationParameters& gp);
+
+// Fluxes and G together, with the internal reflection `Rfront`.  The fluxes are kept in `gp` only with
+// `keepFluxes` (the occupation of defects with optical capture reads them); else each wavelength's
+// flux goes into G as it is made, and `flux` is left empty.  G is the same either way.
+void CalculateOpticalGeneration(CalculationVariables& cv, GenerationParameters& gp, int fromFile,
+                                bool keepFluxes);
+
+// The generation of wavelength k at mesh point j, flux times alpha L (0 where no flux is kept).
+double GenerationAt(const GenerationParameters& gp, int k, int j);
+
+// Alpha (/m) and alpha L of mesh point j at every wavelength of `gp`, as bepaal_alfa set them; null
+// where alpha is 0 (a layer whose absorption could not be determined, a point off the mesh).
+const double* AlphaOfPoint(const GenerationParameters& gp, int j);
+const double* AlphaLOfPoint(const GenerationParameters& gp, int j);
 
 // While a monochromatic probe is added to a generation from a file: the total G becomes the file's G
 // (held by `spectrum`) plus the probe's G, and back.

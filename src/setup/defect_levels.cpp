@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 #include <memory>
 #include <string>
 
@@ -50,9 +51,14 @@ void CarryOver(const std::vector<double>& oldValues, const MeshArray& oldX, int 
                std::vector<double>& newValues, const MeshArray& newX, int newFirst) {
     const size_t m = oldValues.size();
     if (m == 0 || newValues.empty()) return;
+    // The new positions rise, so the search for each goes on from where the one before stopped:
+    // every old interval passed then lies below this position too.
+    size_t j = 0;
+    double previous = -std::numeric_limits<double>::infinity();
     for (size_t k = 0; k < newValues.size(); ++k) {
         const double x = newX[At(newFirst) + k];
-        size_t j = 0;
+        if (!(x >= previous)) j = 0;
+        previous = x;
         while (j + 1 < m && oldX[At(oldFirst) + j + 1] < x) ++j;
         if (j + 1 >= m) {
             newValues[k] = oldValues[m - 1];

@@ -9,11 +9,34 @@
 
 #include <array>
 #include <cstddef>
+#include <cstdint>
 #include <vector>
 
 #include "cell/cell_records.h"
 
 namespace tervo {
+
+// The absorption spectrum of one pure material on its own wavelength grid.
+struct AlphaTable {
+    std::vector<double> lambda; // nm, rising
+    std::vector<double> alpha;  // /m
+};
+
+// The absorption of one layer's compositions at the wavelengths of an illumination, kept from one
+// mesh to the next: an adaptive mesh keeps most of its points, and so most of its compositions, and a
+// row made once serves every later mesh.  `material`, `law` and `length` are what the rows were made
+// from.
+struct LayerAlphaRows {
+    bool valid = false;
+    MaterialParameters material;
+    int law = 0;
+    double length = 0; // L of alpha L
+    AlphaTable tableA, tableB;
+    std::vector<std::uint64_t> keys;        // bit patterns of the compositions y, rising
+    std::vector<std::vector<double>> rows;  // alpha (/m) at each wavelength, one row per composition
+    std::vector<std::vector<double>> rowsL; // alpha L, normalised
+    std::vector<int> extent;                // of each row: 1 + the index of its last non-zero alpha
+};
 
 struct GenerationParameters {
     int numberOfWavelengths = 0;
@@ -34,15 +57,22 @@ struct GenerationParameters {
     std::vector<double> incomingFlux_us;                    // photons per m2 and second
     std::array<double, MAX_MESH_POINTS> cutoffWavelength{}; // 1239.977/Eg(x), nm
     std::array<double, MAX_MESH_POINTS> G{};                // normalised generation
-    // Per wavelength k and mesh point j, at k * fluxPoints + j (see FluxIndex), normalised.
+    // Per wavelength k and mesh point j, at k * fluxPoints + j (see FluxIndex), normalised.  Held
+    // only where the occupation of defects with optical capture reads it (CalculateOpticalGeneration);
+    // the generation of one wavelength is flux times alpha L (GenerationAt).
     std::vector<double> flux;
-    std::vector<double> generation;           // the same layout
-    int fluxPoints = 0;                       // mesh points of one wavelength's row in flux and generation
-    std::vector<std::vector<double>> alfa_us; // [mesh point][wavelength], /m
-    std::vector<std::vector<double>> alfa;    // alpha L, normalised
+    int fluxPoints = 0; // mesh points of one wavelength's row in flux
+    // Alpha of mesh point j is the row alphaRowOfPoint[j] of the layer alphaLayerOfPoint[j] in
+    // `alphaRows` (AlphaOfPoint, AlphaLOfPoint); row -1: the layer's absorption could not be
+    // determined, alpha 0.  `alphaPoints` points are set; the rows belong to `alphaRowsLambda`.
+    int alphaPoints = 0;
+    std::array<int, MAX_MESH_POINTS> alphaRowOfPoint{};
+    std::array<int, MAX_MESH_POINTS> alphaLayerOfPoint{};
+    std::vector<double> alphaRowsLambda;
+    std::array<LayerAlphaRows, MAX_LAYERS> alphaRows;
 };
 
-// Position of wavelength k at mesh point j in `flux` and `generation`.
+// Position of wavelength k at mesh point j in `flux`.
 inline std::size_t FluxIndex(const GenerationParameters& gp, int k, int j) {
     return static_cast<std::size_t>(k) * static_cast<std::size_t>(gp.fluxPoints) +
            static_cast<std::size_t>(j);

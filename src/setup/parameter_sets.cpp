@@ -611,6 +611,17 @@ void Full_MetaNt_x_Dependence(CalculationVariables& cv, MetaStableDefectParamete
 // ---------------------------------------------------------------------------------------------------
 // States.
 
+namespace {
+
+// The recombination data emptied where they stand: the record is large, and a fresh one assigned to
+// it would be built beside it first and then copied over.
+void ResetRecombinationData(RecombinationData& r) {
+    std::destroy_at(&r);
+    std::construct_at(&r);
+}
+
+} // namespace
+
 void InitialiseCalculationVariables(CalculationVariables& cv) {
     cv.parameters = nullptr;
     cv.generation = nullptr;
@@ -623,7 +634,7 @@ void InitialiseCalculationVariables(CalculationVariables& cv) {
     cv.ft_iterations = 0;
     cv.iteration_count = 0;
     cv.max_dpsi = cv.max_dEFn = cv.max_dEFp = 1e30;
-    cv.recombination = RecombinationData{};
+    ResetRecombinationData(cv.recombination);
 }
 
 int CreateCalculationVariables(CalculationVariables& cv, GenerationParameters* generation,
@@ -646,9 +657,9 @@ int CreateCalculationVariables(CalculationVariables& cv, GenerationParameters* g
     // The recombination data belong to the mesh and are built anew for it; on a kept mesh the
     // occupations and optical rates of the levels carry over.
     const bool keep = !newMesh && RecdataMatchesMesh(cv);
-    auto old = std::make_unique<RecombinationData>();
-    if (keep) *old = cv.recombination;
-    cv.recombination = RecombinationData{};
+    std::unique_ptr<RecombinationData> old;
+    if (keep) old = std::make_unique<RecombinationData>(std::move(cv.recombination));
+    ResetRecombinationData(cv.recombination);
     if (result == 0 && cv.mesh.n_points > 0) {
         CreateRecdataStructures(cv, keep ? old.get() : nullptr);
         CreateIFRecdataStructures(cv, keep ? old.get() : nullptr);

@@ -80,8 +80,7 @@ void RefreshAfterMeshChange(CalculationVariables& cv, const MeshBlock& oldMesh) 
         if (g == nullptr) continue;
         if (Generation_Mode == 0) {
             bepaal_alfa(cv, *g);
-            CalculateFluxes(cv, *g, 0);
-            CalculateGeneration(cv, *g);
+            CalculateOpticalGeneration(cv, *g, 0, IPV_Mode == 1);
         } else {
             const MeshArray old = g->G;
             InterpolateAndCopy(g->G.data(), old.data(), cv.mesh, oldMesh, cv.mesh.number_of_layers);

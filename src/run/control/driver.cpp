@@ -133,6 +133,8 @@ int PrepareIllumination(GenerationParameters& gp, WorkPoint& w) {
     light.ND = w.ND;
     const int n = bepaal_spectrum(light, gp.lambda, gp.watt_lambda);
     if (n <= 0) return 0;
+    // The absorption data are read anew for each calculation: a file may have changed since.
+    ForgetAlphaRows(gp);
     gp.numberOfWavelengths = n;
     w.power_spectrum = light.power_spectrum;
     w.power_cutoff = light.power_cutoff;
@@ -145,8 +147,7 @@ int PrepareIllumination(GenerationParameters& gp, WorkPoint& w) {
 int ComputeGeneration(CalculationVariables& cv, GenerationParameters& gp, const WorkPoint& w) {
     if (Generation_Mode == 0) {
         CalculateIncomingFluxes(gp, PHOTON_FLUX_CONSTANT, 0);
-        CalculateFluxes(cv, gp, 0);
-        CalculateGeneration(cv, gp);
+        CalculateOpticalGeneration(cv, gp, 0, IPV_Mode == 1);
         return 1;
     }
     return bereken_generatie_uit_file(cv, gp, w.dark, w.generationFile, w.attenuation);

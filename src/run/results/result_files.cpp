@@ -152,8 +152,8 @@ void SolarCellParameterLines(std::string& text, const DataListElement& e) {
     AppendLine(text, "solar cell parameters deduced from calculated IV-curve:");
     // A figure that rests on an extrapolation past the end of a cut curve is not given as a number.
     auto figure = [&](const std::string& name, const std::string& line, int extrapolated) {
-        AppendLine(text, FigureCutOff(s, extrapolated) ? name + " =\t" + CutFigureText(s)
-                                                       : Marked(line, extrapolated));
+        AppendLine(text, FigureCutOff(s, extrapolated, name == "Jsc") ? name + " =\t" + CutFigureText(s)
+                                                                      : Marked(line, extrapolated));
     };
     if (s.VocValid) figure("Voc", FmtStr("%s<Voc =\t%f[w12p6]\tVolt", s.Voc), s.VocExtrapolated);
     if (s.JscValid) figure("Jsc", FmtStr("%s<Jsc =\t%f[w14p8]\tmA/cm2", s.Jsc), s.JscExtrapolated);

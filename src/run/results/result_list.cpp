@@ -12,12 +12,13 @@ void InitialiseSolarCellParameters(SolarCellParameters& p) {
     p = SolarCellParameters{};
 }
 
-bool FigureCutOff(const SolarCellParameters& p, int extrapolated) {
-    return p.cut != 0 && extrapolated != 0;
+bool FigureCutOff(const SolarCellParameters& p, int extrapolated, bool isJsc) {
+    return extrapolated != 0 && (p.cut != 0 || (p.beyondSweep != 0 && !isJsc));
 }
 
 std::string CutFigureText(const SolarCellParameters& p) {
-    return FmtStr("%s<n/a (curve cut at V = %f[p4] V)", p.cutVoltage);
+    if (p.cut) return FmtStr("%s<n/a (curve cut at V = %f[p4] V)", p.cutVoltage);
+    return FmtStr("%s<n/a (Voc beyond the end of the sweep at |V| = %f[p4] V)", p.sweepEnd);
 }
 
 const char* PointStatusText(PointStatus status) {

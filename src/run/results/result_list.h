@@ -33,6 +33,10 @@ struct SolarCellParameters {
     // reaches past the last solved point and is not given.
     int cut = 0;
     double cutVoltage = 0;
+    // Voc was extrapolated by more than the curve's last step beyond its end at |V| = sweepEnd: the
+    // figures that rest on Voc and on the power beyond the end are not given.
+    int beyondSweep = 0;
+    double sweepEnd = 0;
 
     bool operator==(const SolarCellParameters&) const = default;
 };
@@ -41,8 +45,10 @@ struct SolarCellParameters {
 void InitialiseSolarCellParameters(SolarCellParameters& p);
 
 // Whether a figure with this extrapolation flag can be given, and the reason when it cannot:
-// "n/a (curve cut at V = ... V)" for an extrapolation past the point where a cut curve ends.
-bool FigureCutOff(const SolarCellParameters& p, int extrapolated);
+// "n/a (curve cut at V = ... V)" for an extrapolation past the point where a cut curve ends, "n/a
+// (Voc beyond the end of the sweep at |V| = ... V)" for Voc and the figures on it extrapolated far past
+// the end of a curve (the short-circuit current is extrapolated towards 0 V, not past the end).
+bool FigureCutOff(const SolarCellParameters& p, int extrapolated, bool isJsc = false);
 std::string CutFigureText(const SolarCellParameters& p);
 
 inline constexpr int NUMBER_OF_PLOT_HANDLES = 19;

@@ -173,6 +173,11 @@ void FindVoc(const double* V, const double* J, int n, SolarCellParameters& p) {
         if (J[other] == J[end]) other += step;
         if (J[other] == J[end]) return invalid();
         p.Voc = std::fabs(LineAtZero(J[end], V[end], J[other], V[other]));
+        // A chord of the last two points carried further than their own distance is a guess.
+        if (std::fabs(p.Voc - std::fabs(V[end])) > std::fabs(V[end] - V[other])) {
+            p.beyondSweep = 1;
+            p.sweepEnd = std::fabs(V[end]);
+        }
     } else {
         int i = 0;
         while (i < n - 2 && !(J[i + 1] * J[i] <= 0)) ++i;

@@ -227,8 +227,7 @@ void ReturnToAKnownStartingPoint(CalculationVariables& cv, const CalculationVari
     // The stored state lies on another mesh: the generation profile is formed anew on it.
     GenerationParameters& gp = cv.generation != nullptr ? *cv.generation : generatieparameters;
     if (Generation_Mode == 0) {
-        CalculateFluxes(cv, gp, 0);
-        CalculateGeneration(cv, gp);
+        CalculateOpticalGeneration(cv, gp, 0, IPV_Mode == 1);
     } else {
         bereken_generatie_uit_file(cv, gp, wp.dark, wp.generationFile, wp.attenuation);
     }

@@ -131,12 +131,15 @@ void AddIncomingFluxes(const GenerationParameters& spectrum, const GenerationPar
                        GenerationParameters& total) {
     const int n = std::min(total.numberOfWavelengths, static_cast<int>(total.lambda.size()));
     total.incomingFlux_us.assign(At(std::max(n, 0)), 0.0);
+    // The wavelengths of the sum rise without repeats (AddSpectra): each is found by bisection.
+    const auto begin = total.lambda.begin(), end = total.lambda.begin() + std::max(n, 0);
     for (const GenerationParameters* part : {&spectrum, &mono}) {
         const int m = std::min({part->numberOfWavelengths, static_cast<int>(part->lambda.size()),
                                 static_cast<int>(part->incomingFlux_us.size())});
         for (int k = 0; k < m; ++k) {
-            const int t = ExactIndex(total, part->lambda[At(k)]);
-            if (t >= 0) total.incomingFlux_us[At(t)] += part->incomingFlux_us[At(k)];
+            const double l = part->lambda[At(k)];
+            const auto at = std::lower_bound(begin, end, l);
+            if (at != end && *at == l) total.incomingFlux_us[At(at - begin)] += part->incomingFlux_us[At(k)];
         }
     }
 }
@@ -213,20 +216,20 @@ void calcqe(CalculationVariables& cv, Actie& action) {
         AddPower(*mono, l, power);
 
         // The probe alone (no neutral density or cut-off acts on it), then the sum of both lights.
+        // Without light-dependent absorption by defects the generation is linear in the light of each
+        // wavelength: the sum's G is the bias light's G, made once on the mesh, plus the probe's.
+        // With it, the occupation of the defects sees the fluxes of the whole sum.
         CalculateIncomingFluxes(*mono, PHOTON_FLUX_CONSTANT, 1);
-        CalculateFluxes(cv, *mono, 0);
-        CalculateGeneration(cv, *mono);
+        CalculateOpticalGeneration(cv, *mono, 0, IPV_Mode == 1);
         AddIncomingFluxes(bias, *mono, *total);
-        CalculateFluxes(cv, *total, Generation_Mode);
-        if (Generation_Mode == 0)
-            CalculateGeneration(cv, *total);
+        if (IPV_Mode == 1)
+            CalculateOpticalGeneration(cv, *total, Generation_Mode, true);
         else
             AddQEGeneration(bias, *mono, *total);
 
         StartFromWorkingPoint(cv);
         onder_belichting(cv);
         if (CONVERGENTIEFALING == 1) QEConvergenceFailure = 1;
-        if (Generation_Mode != 0) RemoveQEGeneration(*mono, *total);
         AddPower(*mono, l, -power);
 
         if (QEConvergenceFailure) {
