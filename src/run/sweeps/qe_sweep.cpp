@@ -14,6 +14,7 @@
 #include "run/results/extraction.h"
 #include "run/results/result_list.h"
 #include "run/sweeps/operating_points.h"
+#include "run/sweeps/point_recovery.h"
 #include "setup/absorption.h"
 #include "setup/mesh.h"
 #include "setup/spectrum.h"
@@ -206,6 +207,7 @@ void calcqe(CalculationVariables& cv, Actie& action) {
 
     std::vector<double> qe(At(points), 0.0);
     int done = 0;
+    std::vector<ConvergenceRow> rows;
     for (int i = 0; i < points && QEConvergenceFailure == 0; ++i) {
         if (pausestatus && Pause(0) != 1) break;
         const double l = lambda[At(i)];
@@ -230,6 +232,8 @@ void calcqe(CalculationVariables& cv, Actie& action) {
         StartFromWorkingPoint(cv);
         onder_belichting(cv);
         if (CONVERGENTIEFALING == 1) QEConvergenceFailure = 1;
+        rows.push_back(MakeConvergenceRow(cv, "QE", i + 1, l,
+                                          QEConvergenceFailure ? PointStatus::Cut : PointStatus::Converged));
         AddPower(*mono, l, -power);
 
         if (QEConvergenceFailure) {
@@ -259,6 +263,8 @@ void calcqe(CalculationVariables& cv, Actie& action) {
 
     request.done = done;
     StoreCurve(lambda, qe, points, done);
+    if (DataListElement* element = pointer_naar_huidige())
+        element->convergence.insert(element->convergence.end(), rows.begin(), rows.end());
 
     // The bias light alone again, and the optical data of the defects on its wavelengths.
     cv.generation = biasPointer;
