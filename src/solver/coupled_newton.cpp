@@ -245,8 +245,8 @@ int tridiagonal_3x3(const Phiuv_trimatrix& A, const Phiuv_coupling_row& coupling
         for (int i = std::max(first, 1); i <= last; ++i) {
             const size_t I = At(i);
             G[I] = multiply_3matrix_x_3matrix(Pinv, A.super[I - 1]);
-            // The row before, the first of this layer, inherited from the interface row the coupling
-            // to this point: it adds to its super-diagonal block.
+            // Eliminating the interface row from the first row of this layer carried the interface
+            // coupling, which reaches this point, into that row's super-diagonal block.
             if (j > 0 && i == first + 1)
                 G[I] = subtract_3x3(G[I], multiply_3matrix_x_3matrix(
                                               Pinv, multiply_3matrix_x_3matrix(A.sub[I - 1], E[At(j - 1)])));
