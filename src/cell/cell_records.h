@@ -348,14 +348,14 @@ struct ConvergenceParameters {
     int Tunneliface_allowed = 0;
     int Tunnelintraband_allowed = 0;
     int Tunnelcontact_allowed = 0;
-    int methodSwitchIter = 10;
+    int gummelPassesFirst = 10; // passes of separate Gummel blocks before scheme 14 couples them
     int maxiter_psi_start = 250;
     int maxiter_psi = 250;
     int maxiter_u = 250;
     int maxiter_v = 250;
     int maxiter_Ft = 50;
-    int methodChoice = 11;
-    int method = 11;
+    int coupling_scheme = 11; // 11 psi, u, v separately; 12 psi, then (u, v); 13 all coupled; 14 11, then 13
+    int active_scheme = 11;   // the scheme of the present outer pass
     int failAction_psi = 2;
     int failAction_u = 2;
     int failAction_v = 2;

@@ -14,6 +14,7 @@
 #include "setup/generation.h"
 #include "setup/mesh.h"
 #include "solver/bulk_recombination.h"
+#include "solver/coupled_newton.h"
 #include "solver/interface_recombination.h"
 
 namespace tervo {
@@ -34,12 +35,6 @@ double SignedLargest(std::span<const double> delta, int n) {
     for (size_t i = 0; i < At(n); ++i)
         if (std::fabs(delta[i]) > std::fabs(best)) best = delta[i];
     return best;
-}
-
-// The scheme that a pass uses.  The fully coupled iteration is not part of this solver yet: its two
-// schemes, and any unknown code, run the three separate Gummel blocks.
-int ActiveScheme(int chosen) {
-    return chosen == 12 ? 12 : 11;
 }
 
 // Row scaling of a tridiagonal system: each row and its right-hand side divided by the largest
@@ -291,59 +286,27 @@ int bereken_delta_uv_Gummel(CalculationVariables& cv, const uv_trimatrix& J, con
     return tridiagonal_2x2(J, rhs, delta, MeshPoints(cv));
 }
 
-void AddCrossDerivativesToJacobian2x2(CalculationVariables& cv, uv_trimatrix& blocks) {
-    const CalculationParameters& P = *cv.parameters;
-    const RecDcTerms& dc = cv.recombination.dc;
-    const IfrDcTerms& ifr = cv.recombination.ifr;
-    const MeshBlock& mesh = cv.mesh;
-    const int layers = std::clamp(mesh.number_of_layers, 0, MAX_LAYERS);
-    const int e = MeshPoints(cv) - 1;
-    for (int j = 0; j < layers; ++j) {
-        const int first = mesh.first_point[At(j)];
-        const int last = mesh.last_point[At(j)];
-        const double Db = (P.D_n[At(last)] + P.D_n[At(first)]) / 2;
-        const double Dpb = (P.D_p[At(last)] + P.D_p[At(first)]) / 2;
-        for (int i = first; i <= last; ++i) {
-            const size_t I = At(i);
-            if (i == 0 || i == e) continue; // the contact rows hold no u-v coupling
-            if (i == first) {
-                const size_t k = At(j - 1);
-                const double wn = 2 * mesh.h[I] / (P.D_n[I + 1] + P.D_n[I]);
-                const double wp = 2 * mesh.h[I] / (P.D_p[I + 1] + P.D_p[I]);
-                blocks.sub[I][0][1] = cv.exp_min_psi[I] * wn * ifr.dRn_right_dv_left[k] / P.Nc_eff[I];
-                blocks.main[I][0][1] = cv.exp_min_psi[I] * wn * ifr.dRn_right_dv_right[k] / P.Nc_eff[I];
-                blocks.sub[I][1][0] = cv.exp_psi[I] * wp * ifr.dRp_right_du_left[k] / P.Nv_eff[I];
-                blocks.main[I][1][0] = cv.exp_psi[I] * wp * ifr.dRp_right_du_right[k] / P.Nv_eff[I];
-            } else if (i == last) {
-                const size_t k = At(j);
-                const double wn = 2 * mesh.h[I - 1] / (P.D_n[I - 1] + P.D_n[I]);
-                const double wp = 2 * mesh.h[I - 1] / (P.D_p[I - 1] + P.D_p[I]);
-                blocks.main[I][0][1] = cv.exp_min_psi[I] * wn * ifr.dRn_left_dv_left[k] / P.Nc_eff[I];
-                blocks.super[I][0][1] = cv.exp_min_psi[I] * wn * ifr.dRn_left_dv_right[k] / P.Nc_eff[I];
-                blocks.main[I][1][0] = cv.exp_psi[I] * wp * ifr.dRp_left_du_left[k] / P.Nv_eff[I];
-                blocks.super[I][1][0] = cv.exp_psi[I] * wp * ifr.dRp_left_du_right[k] / P.Nv_eff[I];
-            } else {
-                const double hs = mesh.h[I - 1] + mesh.h[I];
-                blocks.main[I][0][1] = cv.exp_min_psi[I] * hs * hs * dc.dR_dv[I] * 0.25 / (P.Nc_eff[I] * Db);
-                blocks.main[I][1][0] = cv.exp_psi[I] * hs * hs * dc.dR_du[I] * 0.25 / (P.Nv_eff[I] * Dpb);
-            }
-        }
-    }
-}
-
 // ---------------------------------------------------------------------------------------------------
 // Inner iterations.
 
-namespace {
-
-// The terms of the present iterate that each pass of an inner iteration starts from: the tunnelling
-// terms reset, the bulk and the interface recombination.  False when a defect routine fails.
 bool RefreshRecombination(CalculationVariables& cv) {
     InitialiseTunnelCurrent(cv, 0);
     if (totale_rdcbijdrage_multilevel(cv) < 0) return false;
     totale_ifrdcbijdrage(cv);
     return true;
 }
+
+int AdaptMeshToIterate(CalculationVariables& cv, MeshBlock& previous) {
+    previous = cv.mesh;
+    MeshRefinementSources sources;
+    sources.recombination = cv.recombination.dc.R.data();
+    const int result = RecalculateIntervals(cv, sources);
+    if (result == -1) issueMeshWarning = 0;
+    if (result == 1) RefreshAfterMeshChange(cv, previous);
+    return result;
+}
+
+namespace {
 
 // Counts one more step of an inner iteration.  Past its limit the iteration ends, with the report
 // that its policy asks for (1 and 3 report); `text` composes the report only then.  True when the
@@ -550,39 +513,48 @@ int los_totaal_dc_stelsel_op_Gummel(CalculationVariables& cv) {
     for (;;) {
         ++k;
         cv.iteration_count = k;
-        const int scheme = ActiveScheme(c.methodChoice);
-        c.method = scheme;
+        // Scheme 14 approaches the solution by the robust separate blocks and finishes with the
+        // coupled Newton iteration, which converges fast once it is close.
+        if (c.coupling_scheme == 14)
+            c.active_scheme = k < c.gummelPassesFirst ? 11 : 13;
+        else
+            c.active_scheme = c.coupling_scheme;
 
-        if (psi_iteratie_Gummel(cv, 0) < 0 || cv.psi_iterations == -1) return fail();
-        psiMoved = cv.psi_iterations >= 1;
-        if (scheme == 12) {
-            if (uv_iteratie_Gummel(cv) < 0 || cv.u_iterations == -1) return fail();
-            uMoved = vMoved = cv.u_iterations >= 1;
+        if (c.active_scheme == 13) {
+            // One coupled iteration carries its own mesh adaptation and occupation update and runs
+            // until nothing moves: the pass has nothing left to do.
+            if (fully_coupled_iteration(cv) < 0 || cv.psi_iterations == -1) return fail();
+            cv.inner_iterations += cv.psi_iterations;
+            psiMoved = uMoved = vMoved = ftMoved = false;
+            meshResult = 0;
         } else {
-            if (u_or_v_iteratie_Gummel(cv, -1) < 0 || cv.u_iterations == -1) return fail();
-            uMoved = cv.u_iterations >= 1;
-            if (u_or_v_iteratie_Gummel(cv, 1) < 0 || cv.v_iterations == -1) return fail();
-            vMoved = cv.v_iterations >= 1;
-        }
+            if (psi_iteratie_Gummel(cv, 0) < 0 || cv.psi_iterations == -1) return fail();
+            psiMoved = cv.psi_iterations >= 1;
+            if (c.active_scheme == 12) {
+                if (uv_iteratie_Gummel(cv) < 0 || cv.u_iterations == -1) return fail();
+                uMoved = vMoved = cv.u_iterations >= 1;
+            } else { // 11, and any unknown code
+                if (u_or_v_iteratie_Gummel(cv, -1) < 0 || cv.u_iterations == -1) return fail();
+                uMoved = cv.u_iterations >= 1;
+                if (u_or_v_iteratie_Gummel(cv, 1) < 0 || cv.v_iterations == -1) return fail();
+                vMoved = cv.v_iterations >= 1;
+            }
+            cv.inner_iterations +=
+                cv.psi_iterations + cv.u_iterations + (c.active_scheme == 12 ? 0 : cv.v_iterations);
 
-        cv.inner_iterations += cv.psi_iterations + cv.u_iterations + (scheme == 12 ? 0 : cv.v_iterations);
-
-        if (recalculateMesh) {
-            const MeshBlock oldMesh = cv.mesh;
-            MeshRefinementSources sources;
-            sources.recombination = cv.recombination.dc.R.data();
-            meshResult = RecalculateIntervals(cv, sources);
-            if (meshResult == -1) issueMeshWarning = 0;
-            if (meshResult == 1) RefreshAfterMeshChange(cv, oldMesh);
+            if (recalculateMesh) {
+                MeshBlock oldMesh;
+                meshResult = AdaptMeshToIterate(cv, oldMesh);
+            }
+            if (meshResult == 1 && !psiMoved && !uMoved && !vMoved && !ftMoved) {
+                ++meshPasses;
+                if (meshPasses > meshPassesLimit) meshResult = 0;
+            } else {
+                meshPasses = 0;
+            }
+            IterateFt(cv);
+            ftMoved = cv.ft_iterations >= 2;
         }
-        if (meshResult == 1 && !psiMoved && !uMoved && !vMoved && !ftMoved) {
-            ++meshPasses;
-            if (meshPasses > meshPassesLimit) meshResult = 0;
-        } else {
-            meshPasses = 0;
-        }
-        IterateFt(cv);
-        ftMoved = cv.ft_iterations >= 2;
 
         if (k >= c.maxiter) break;
         if (k > cutoff) {

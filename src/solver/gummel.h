@@ -1,6 +1,8 @@
-// The steady state of one working point by Gummel's decoupled iteration: passes of Newton iterations
-// on psi alone, then on the carriers (u and v one after the other, or both together in 2x2 blocks),
-// repeated until nothing moves any more or the total current has settled.
+// The steady state of one working point by passes of Newton iterations, repeated until nothing moves
+// any more or the total current has settled.  The coupling scheme chooses what a pass does: 11 psi
+// alone, then u, then v (Gummel's decoupled iteration); 12 psi, then u and v together in 2x2 blocks;
+// 13 psi, u and v together in 3x3 blocks (solver/coupled_newton); 14 the passes of 11 up to
+// gummelPassesFirst, then 13.
 //
 // A solve starts from whatever state the record holds and leaves the solution in it.  Success or
 // failure stands in the iteration counters: `iteration_count` is the number of passes, -1 when the
@@ -66,7 +68,14 @@ void clamping_psi(CalculationVariables& cv, std::span<double> delta, double clam
 // level, applies it and refreshes EFn or EFp.  1 when the change is above the termination test.
 int clamping_u_or_v(CalculationVariables& cv, std::span<double> delta, double clamp, int carrier);
 
-// The u-v coupling of the recombination in the 2x2 blocks of the lumped carrier system.
-void AddCrossDerivativesToJacobian2x2(CalculationVariables& cv, uv_trimatrix& blocks);
+// What every Newton step of an inner iteration starts from: the tunnelling terms cleared, the bulk and
+// the interface recombination of the present iterate.  False when a defect routine fails.
+bool RefreshRecombination(CalculationVariables& cv);
+
+// One adaptive step of the mesh on the present iterate and, when the mesh changed, what derives from
+// it (exponentials and Bernoulli factors, quasi-Fermi levels, generation); `previous` receives the
+// mesh before the step.  1 changed, 0 not, -1 it could not be refined further (issueMeshWarning is
+// then cleared).
+int AdaptMeshToIterate(CalculationVariables& cv, MeshBlock& previous);
 
 } // namespace tervo

@@ -50,18 +50,8 @@ vector_2x1 subtract_2x1(const vector_2x1& a, const vector_2x1& b) {
     return {{a[0] - b[0], a[1] - b[1]}};
 }
 
-vector_3x1 subtract_3x1(const vector_3x1& a, const vector_3x1& b) {
-    return {{a[0] - b[0], a[1] - b[1], a[2] - b[2]}};
-}
-
 vector_2x1 multiply_2matrix_x_2vector(const matrix_2x2& A, const vector_2x1& x) {
     return {{A[0][0] * x[0] + A[0][1] * x[1], A[1][0] * x[0] + A[1][1] * x[1]}};
-}
-
-vector_3x1 multiply_3matrix_x_3vector(const matrix_3x3& A, const vector_3x1& x) {
-    vector_3x1 y;
-    for (int i = 0; i < 3; ++i) y[i] = A[i][0] * x[0] + A[i][1] * x[1] + A[i][2] * x[2];
-    return y;
 }
 
 matrix_2x2 copy_2x2(const matrix_2x2& A) {
@@ -73,16 +63,6 @@ matrix_3x3 copy_3x3(const matrix_3x3& A) {
 
 double determinant(const matrix_2x2& A) {
     return A[0][0] * A[1][1] - A[0][1] * A[1][0];
-}
-
-double determinant_minor(const matrix_3x3& A, int i, int j) {
-    const auto m = Minor(A, i, j);
-    return m[0] * m[3] - m[1] * m[2];
-}
-
-double determinant_3x3(const matrix_3x3& A) {
-    return A[0][0] * determinant_minor(A, 0, 0) - A[0][1] * determinant_minor(A, 0, 1) +
-           A[0][2] * determinant_minor(A, 0, 2);
 }
 
 matrix_2x2 minus_2x2(const matrix_2x2& A) {
@@ -120,24 +100,10 @@ matrix_2x2 subtract_2x2(const matrix_2x2& A, const matrix_2x2& B) {
     return C;
 }
 
-matrix_3x3 subtract_3x3(const matrix_3x3& A, const matrix_3x3& B) {
-    matrix_3x3 C;
-    for (int i = 0; i < 3; ++i)
-        for (int j = 0; j < 3; ++j) C[i][j] = A[i][j] - B[i][j];
-    return C;
-}
-
 matrix_2x2 multiply_2matrix_x_2matrix(const matrix_2x2& A, const matrix_2x2& B) {
     matrix_2x2 C;
     for (int i = 0; i < 2; ++i)
         for (int j = 0; j < 2; ++j) C[i][j] = A[i][0] * B[0][j] + A[i][1] * B[1][j];
-    return C;
-}
-
-matrix_3x3 multiply_3matrix_x_3matrix(const matrix_3x3& A, const matrix_3x3& B) {
-    matrix_3x3 C;
-    for (int i = 0; i < 3; ++i)
-        for (int j = 0; j < 3; ++j) C[i][j] = A[i][0] * B[0][j] + A[i][1] * B[1][j] + A[i][2] * B[2][j];
     return C;
 }
 
@@ -148,17 +114,6 @@ matrix_2x2 invert_2x2(const matrix_2x2& A) {
     B[0][1] = -A[0][1] / det;
     B[1][0] = -A[1][0] / det;
     B[1][1] = A[0][0] / det;
-    return B;
-}
-
-matrix_3x3 invert_3x3(const matrix_3x3& A, double det) {
-    // The inverse is the transposed matrix of cofactors over the determinant.
-    matrix_3x3 B;
-    for (int i = 0; i < 3; ++i)
-        for (int j = 0; j < 3; ++j) {
-            const double cofactor = ((i + j) % 2 == 0 ? 1.0 : -1.0) * determinant_minor(A, i, j);
-            B[j][i] = cofactor / det;
-        }
     return B;
 }
 

@@ -3,7 +3,8 @@
 // 3-vectors and 3x3 matrices for the small-signal system.
 //
 // Everything is a value: a result is a new object, and a row is a std::vector that owns its
-// elements.  Matrices are indexed A[row][column], rows and columns in the order of the unknowns
+// elements.  The 3x3 operations of the coupled block solve are inline: they run at every mesh point of
+// every Newton step.  Matrices are indexed A[row][column], rows and columns in the order of the unknowns
 // (psi, u, v for the 3x3 blocks).
 #pragma once
 
@@ -46,29 +47,62 @@ matrix_3x3 identity_3x3();
 vector_2x1 add_2x1(const vector_2x1& a, const vector_2x1& b);
 vector_3x1 add_3x1(const vector_3x1& a, const vector_3x1& b);
 vector_2x1 subtract_2x1(const vector_2x1& a, const vector_2x1& b); // a - b
-vector_3x1 subtract_3x1(const vector_3x1& a, const vector_3x1& b);
+inline vector_3x1 subtract_3x1(const vector_3x1& a, const vector_3x1& b) {
+    return {{a[0] - b[0], a[1] - b[1], a[2] - b[2]}};
+}
 vector_2x1 multiply_2matrix_x_2vector(const matrix_2x2& A, const vector_2x1& x);
-vector_3x1 multiply_3matrix_x_3vector(const matrix_3x3& A, const vector_3x1& x);
+inline vector_3x1 multiply_3matrix_x_3vector(const matrix_3x3& A, const vector_3x1& x) {
+    vector_3x1 y;
+    for (int i = 0; i < 3; ++i) y[i] = A[i][0] * x[0] + A[i][1] * x[1] + A[i][2] * x[2];
+    return y;
+}
 
 matrix_2x2 copy_2x2(const matrix_2x2& A);
 matrix_3x3 copy_3x3(const matrix_3x3& A);
 double determinant(const matrix_2x2& A);
-double determinant_3x3(const matrix_3x3& A);
 // Determinant of the 2x2 matrix left when row i and column j are struck from A.
-double determinant_minor(const matrix_3x3& A, int i, int j);
+inline double determinant_minor(const matrix_3x3& A, int i, int j) {
+    const int r0 = i == 0 ? 1 : 0, r1 = i == 2 ? 1 : 2;
+    const int c0 = j == 0 ? 1 : 0, c1 = j == 2 ? 1 : 2;
+    return A[r0][c0] * A[r1][c1] - A[r0][c1] * A[r1][c0];
+}
+inline double determinant_3x3(const matrix_3x3& A) {
+    return A[0][0] * determinant_minor(A, 0, 0) - A[0][1] * determinant_minor(A, 0, 1) +
+           A[0][2] * determinant_minor(A, 0, 2);
+}
 matrix_2x2 minus_2x2(const matrix_2x2& A); // -A
 matrix_3x3 minus_3x3(const matrix_3x3& A);
 matrix_2x2 add_2x2(const matrix_2x2& A, const matrix_2x2& B);
 matrix_3x3 add_3x3(const matrix_3x3& A, const matrix_3x3& B);
 matrix_2x2 subtract_2x2(const matrix_2x2& A, const matrix_2x2& B); // A - B
-matrix_3x3 subtract_3x3(const matrix_3x3& A, const matrix_3x3& B);
+inline matrix_3x3 subtract_3x3(const matrix_3x3& A, const matrix_3x3& B) {
+    matrix_3x3 C;
+    for (int i = 0; i < 3; ++i)
+        for (int j = 0; j < 3; ++j) C[i][j] = A[i][j] - B[i][j];
+    return C;
+}
 matrix_2x2 multiply_2matrix_x_2matrix(const matrix_2x2& A, const matrix_2x2& B); // A * B
-matrix_3x3 multiply_3matrix_x_3matrix(const matrix_3x3& A, const matrix_3x3& B); // A * B
+// A * B
+inline matrix_3x3 multiply_3matrix_x_3matrix(const matrix_3x3& A, const matrix_3x3& B) {
+    matrix_3x3 C;
+    for (int i = 0; i < 3; ++i)
+        for (int j = 0; j < 3; ++j) C[i][j] = A[i][0] * B[0][j] + A[i][1] * B[1][j] + A[i][2] * B[2][j];
+    return C;
+}
 // Inverse as adjugate over determinant.  The caller tests the determinant for 0.0 first; a singular
 // matrix gives non-finite elements.
 matrix_2x2 invert_2x2(const matrix_2x2& A);
-// Inverse by cofactors over the determinant `det` that the caller computed (determinant_3x3).
-matrix_3x3 invert_3x3(const matrix_3x3& A, double det);
+// Inverse by cofactors over the determinant `det` that the caller computed (determinant_3x3): the
+// transposed matrix of cofactors over the determinant.
+inline matrix_3x3 invert_3x3(const matrix_3x3& A, double det) {
+    matrix_3x3 B;
+    for (int i = 0; i < 3; ++i)
+        for (int j = 0; j < 3; ++j) {
+            const double cofactor = ((i + j) % 2 == 0 ? 1.0 : -1.0) * determinant_minor(A, i, j);
+            B[j][i] = cofactor / det;
+        }
+    return B;
+}
 
 // 1, -1 or 0 by the sign of x.
 int sign(double x);
@@ -90,29 +124,14 @@ struct uv_row {
     const vector_2x1& operator[](int i) const { return x[static_cast<size_t>(i)]; }
 };
 
-// One 3-vector (psi, u, v) per mesh point.
-struct Phiuv_row {
-    std::vector<vector_3x1> x;
-    Phiuv_row() = default;
-    explicit Phiuv_row(int n) : x(row_of_3x1_vectors(n)) {}
-    vector_3x1& operator[](int i) { return x[static_cast<size_t>(i)]; }
-    const vector_3x1& operator[](int i) const { return x[static_cast<size_t>(i)]; }
-};
-
 // Block tridiagonal matrix: per mesh point i the diagonal block main[i], the block sub[i] that
-// couples to point i-1 and super[i] that couples to point i+1.
+// couples to point i-1 and super[i] that couples to point i+1.  (The 3x3 form of the coupled
+// iteration is in solver/coupled_newton.h.)
 struct uv_trimatrix {
     std::vector<matrix_2x2> main, sub, super;
     uv_trimatrix() = default;
     explicit uv_trimatrix(int n)
         : main(row_of_2x2_matrices(n)), sub(row_of_2x2_matrices(n)), super(row_of_2x2_matrices(n)) {}
-};
-
-struct Phiuv_trimatrix {
-    std::vector<matrix_3x3> main, sub, super;
-    Phiuv_trimatrix() = default;
-    explicit Phiuv_trimatrix(int n)
-        : main(row_of_3x3_matrices(n)), sub(row_of_3x3_matrices(n)), super(row_of_3x3_matrices(n)) {}
 };
 
 // Scalar tridiagonal matrix: row i holds A[i][0] sub, A[i][1] main, A[i][2] super.

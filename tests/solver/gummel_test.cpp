@@ -1,7 +1,6 @@
-// The Gummel iteration: its tridiagonal solvers against a dense LU solve (which refuses a singular
-// matrix), the limits on the Newton steps, the agreement of the separate and the lumped carrier
-// schemes, the current over a heterointerface, a restart from a solution, the ends of the outer loop,
-// and the policies at the limit of an inner iteration.
+// The Gummel iteration: its tridiagonal solvers against a dense LU solve, the limits on the Newton steps, the
+// current over a heterointerface, a restart from a solution, the ends of the outer loop, and the policies at
+// the limit of an inner iteration.
 #include "solver/gummel.h"
 
 #include <gtest/gtest.h>
@@ -103,46 +102,6 @@ TEST(LinearSolvers, ThomasWithAndWithoutInterfaceElementsAgreesWithDenseLUAndRep
               "bereken_delta_psi_Gummel: main[0] = 0 at left contact, at start algorithm");
 }
 
-TEST(LinearSolvers, BlockThomasWithTwoByTwoBlocksAgreesWithDenseLUAndBothRefuseASingularMatrix) {
-    const int n = 60;
-    std::mt19937 rng(3);
-    std::uniform_real_distribution<double> u(-1, 1);
-    uv_trimatrix A(n);
-    uv_row rhs(n), x(n);
-    matrix D(2 * n, 2 * n);
-    std::vector<double> b(At(2 * n));
-    for (int i = 0; i < n; ++i) {
-        for (int r = 0; r < 2; ++r) {
-            for (int c = 0; c < 2; ++c) {
-                A.main[At(i)][r][c] = (r == c ? 4 : 0) + u(rng);
-                if (i > 0) A.sub[At(i)][r][c] = u(rng);
-                if (i + 1 < n) A.super[At(i)][r][c] = u(rng);
-                D[2 * i + r][2 * i + c] = A.main[At(i)][r][c];
-                if (i > 0) D[2 * i + r][2 * (i - 1) + c] = A.sub[At(i)][r][c];
-                if (i + 1 < n) D[2 * i + r][2 * (i + 1) + c] = A.super[At(i)][r][c];
-            }
-            rhs[i][r] = u(rng);
-            b[At(2 * i + r)] = rhs[i][r];
-        }
-    }
-    std::vector<int> pivot;
-    ASSERT_EQ(lu_decomposition(D, pivot), 0);
-    lu_solve(D, pivot, b.data());
-    ASSERT_EQ(tridiagonal_2x2(A, rhs, x, n), 0);
-    for (int i = 0; i < n; ++i)
-        for (int r = 0; r < 2; ++r) EXPECT_NEAR(x[i][r], b[At(2 * i + r)], 1e-12) << i << "," << r;
-
-    A.main[0] = matrix_2x2{}; // an exactly singular first block
-    EXPECT_EQ(tridiagonal_2x2(A, rhs, x, n), -1);
-    // The dense reference itself refuses a singular matrix, with a reason.
-    matrix S(3, 3);
-    const double rows[3][3] = {{1, 2, 3}, {2, 4, 6}, {0, 1, 1}};
-    for (int i = 0; i < 3; ++i)
-        for (int j = 0; j < 3; ++j) S[i][j] = rows[i][j];
-    EXPECT_EQ(lu_decomposition(S, pivot), -1);
-    EXPECT_FALSE(LastLUDecompositionError().empty());
-}
-
 // ---------------------------------------------------------------------------------------------------
 // Limits on the Newton steps.
 
@@ -181,28 +140,6 @@ TEST(Clamping, PotentialStepKeepsItsShapeAndCarrierStepsStayWithinTheirQuasiFerm
 
 // ---------------------------------------------------------------------------------------------------
 // Whole solves.
-
-TEST(Schemes, SeparateAndLumpedCarrierBlocksReachTheSameForwardBiasState) {
-    InputParameters in = ThreeLayerCell();
-    auto separate = Build(in);
-    in.convergence.methodChoice = 12;
-    auto lumped = Build(in);
-    for (Device* p : {separate.get(), lumped.get()}) {
-        equilibrium(*p->cv);
-        ASSERT_EQ(CONVERGENTIEFALING, 0);
-        volgende_iv_punt(*p->cv, 0.0, 0.6, 7);
-        ASSERT_EQ(CONVERGENTIEFALING, 0);
-        extraheer_stroom(*p->cv, 0);
-    }
-    EXPECT_EQ(lumped->P->convergence.method, 12);
-    const CalculationVariables &a = *separate->cv, &b = *lumped->cv;
-    EXPECT_NEAR(b.J_median / a.J_median, 1.0, 1e-3);
-    for (int i = 0; i < separate->points(); ++i) {
-        ASSERT_NEAR(a.psi[At(i)], b.psi[At(i)], 2e-3) << i;
-        ASSERT_NEAR(a.EFn[At(i)], b.EFn[At(i)], 2e-3) << i;
-        ASSERT_NEAR(a.EFp[At(i)], b.EFp[At(i)], 2e-3) << i;
-    }
-}
 
 // The cell solved at 0.5 V forward bias.
 std::unique_ptr<Device> SolvedAtHalfAVolt() {

@@ -175,13 +175,13 @@ PointStatus SolveStep(CalculationVariables& cv, SolvedState& last, double Vto, c
                       SolvedState* before) {
     const double Vfrom = last.V_applied;
     ConvergenceParameters& c = cv.parameters->convergence;
-    const int scheme = c.methodChoice;
+    const int scheme = c.coupling_scheme;
     // Once a walk needed the coupled iteration, its next points start with it: the separate blocks
     // that failed at the point before would fail again and cost the retries at every point.
     const bool coupledFirst = sweepRecovery && last.coupled && scheme != RECOVERY_SCHEME;
-    if (coupledFirst) c.methodChoice = RECOVERY_SCHEME;
+    if (coupledFirst) c.coupling_scheme = RECOVERY_SCHEME;
     const bool solved = FirstAttempt(cv, last, Vto, before);
-    c.methodChoice = scheme;
+    c.coupling_scheme = scheme;
     if (solved) {
         Advance(cv, last, before);
         return coupledFirst ? PointStatus::ConvergedCoupled : PointStatus::Converged;
@@ -202,10 +202,10 @@ PointStatus SolveStep(CalculationVariables& cv, SolvedState& last, double Vto, c
         return PointStatus::RecoveredByHalving;
     }
     // The separate Newton blocks of the Gummel passes did not get there: psi, u and v together.
-    c.methodChoice = RECOVERY_SCHEME;
+    c.coupling_scheme = RECOVERY_SCHEME;
     const double reached = last.V_applied;
     const bool coupled = WalkInHalvedSteps(cv, last, Vto);
-    c.methodChoice = scheme;
+    c.coupling_scheme = scheme;
     if (coupled) {
         last.coupled = true;
         TERVOErrorMessage(FmtStr("%s<While calculating %s ...", what),
