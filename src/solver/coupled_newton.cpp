@@ -2,7 +2,9 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 #include <memory>
+#include <span>
 #include <string>
 
 #include "cell/working_settings.h"
@@ -171,6 +173,59 @@ void PlaceOnDiagonal(const trimatrix& J, int n, int d, Phiuv_trimatrix& b) {
     }
 }
 
+// Each scalar row of the block system and its right-hand side divided by the largest magnitude in
+// the row.  The rows of Poisson's equation and of the two continuity equations differ by many orders
+// of magnitude in high injection (the carrier variables span e^40 and more through a thick absorber),
+// and the block elimination without pivoting between blocks overflows or loses every digit unless the
+// rows are brought to one scale.  The solution of the system is the same.
+void EquilibrateRows(Phiuv_trimatrix& J, Phiuv_coupling_row& coupling, Phiuv_row& rhs,
+                     const MeshBlock& mesh) {
+    const int n = std::clamp(mesh.n_points, 0, MAX_MESH_POINTS);
+    for (int i = 0; i < n; ++i) {
+        const size_t I = At(i);
+        // The layer whose last point this is, for the coupling element of its Poisson row.
+        int layer = -1;
+        for (int j = 0; j + 1 < mesh.number_of_layers; ++j)
+            if (mesh.last_point[At(j)] == i) layer = j;
+        for (size_t r = 0; r < 3; ++r) {
+            double largest = 0;
+            for (size_t c = 0; c < 3; ++c)
+                largest = std::max({largest, std::fabs(J.sub[I][r][c]), std::fabs(J.main[I][r][c]),
+                                    std::fabs(J.super[I][r][c])});
+            if (layer >= 0) largest = std::max(largest, std::fabs(coupling[At(layer)][r][0]));
+            if (!(largest > 0) || !std::isfinite(largest)) continue;
+            const double f = 1.0 / largest;
+            for (size_t c = 0; c < 3; ++c) {
+                J.sub[I][r][c] *= f;
+                J.main[I][r][c] *= f;
+                J.super[I][r][c] *= f;
+                if (layer >= 0) coupling[At(layer)][r][c] *= f;
+            }
+            rhs[I][r] *= f;
+        }
+    }
+}
+
+// The largest change of a carrier's quasi-Fermi level that a step asks for, over the points where the
+// step is above the resolution of the carrier variable itself.  In high injection the offset of the
+// variable (a_n or a_p, e^(V/kT) and more) nearly cancels the variable at the far contact, where the
+// density is that of equilibrium: there the sum offset + w holds few digits, the elimination leaves a
+// step of the size of that rounding, and the relative change it seems to ask for never falls below
+// the termination.  Such a step is no movement.
+double ResolvableStep(const CalculationVariables& cv, std::span<const double> step, int carrier) {
+    const MeshArray& w = carrier < 0 ? cv.u : cv.v;
+    const double offset = carrier < 0 ? cv.a_n : cv.a_p;
+    const double resolution = 1e3 * std::numeric_limits<double>::epsilon();
+    double largest = 0;
+    for (size_t i = 0; i < At(MeshPoints(cv)); ++i) {
+        const double scale = std::max(std::fabs(w[i]), std::fabs(offset));
+        if (std::fabs(step[i]) <= resolution * scale) continue;
+        const double ratio = step[i] / (offset + w[i]);
+        largest = std::max(largest, ratio > -1 ? std::fabs(std::log1p(ratio)) : HUGE_VAL);
+    }
+    return largest;
+}
+
 bool AllFinite(const Phiuv_row& x, int n) {
     for (int i = 0; i < n; ++i)
         if (!std::isfinite(x[i][PSI]) || !std::isfinite(x[i][U]) || !std::isfinite(x[i][V])) return false;
@@ -295,6 +350,7 @@ int fully_coupled_iteration(CalculationVariables& cv) {
         const int n = MeshPoints(cv);
         // A step that is not finite (a pivot block near enough to singular, an overflow in the
         // exponentials) would pass every test below as "not moving": it is a failure.
+        EquilibrateRows(s.J, s.coupling, s.rhs, cv.mesh);
         if (bereken_delta_phiuv(cv, s.J, s.coupling, s.rhs, s.delta) < 0 || !AllFinite(s.delta, n)) {
             count = result = -1;
             break;
@@ -309,11 +365,14 @@ int fully_coupled_iteration(CalculationVariables& cv) {
         const bool psiMoving = c.termination_psi <= m;
         for (int i = 0; i < n; ++i) cv.psi[At(i)] += s.step[At(i)];
         update_psivar(cv);
-        // The carriers, each limited in its quasi-Fermi level.
+        // The carriers, each limited in its quasi-Fermi level.  A carrier moves only where its step is
+        // above the resolution of its own variable (see ResolvableStep).
         for (int i = 0; i < n; ++i) s.step[At(i)] = s.delta[i][U] * c.damping_n;
-        const bool uMoving = clamping_u_or_v(cv, s.step, c.clamp_n, -1) != 0;
+        const bool uResolved = ResolvableStep(cv, s.step, -1) > c.termination_Fn;
+        const bool uMoving = clamping_u_or_v(cv, s.step, c.clamp_n, -1) != 0 && uResolved;
         for (int i = 0; i < n; ++i) s.step[At(i)] = s.delta[i][V] * c.damping_p;
-        const bool vMoving = clamping_u_or_v(cv, s.step, c.clamp_p, 1) != 0;
+        const bool vResolved = ResolvableStep(cv, s.step, 1) > c.termination_Fp;
+        const bool vMoving = clamping_u_or_v(cv, s.step, c.clamp_p, 1) != 0 && vResolved;
         if (!psiMoving && !uMoving && !vMoving) break;
 
         ++count;
