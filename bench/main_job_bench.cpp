@@ -12,7 +12,11 @@
 //                   work on the machine does not stretch it (as also the next)
 //   ms_per_point    (single shot with the sweep - single shot without) / points done, medians of 3
 //   mesh_points     points of the mesh after the sweep
-//   passes_per_pt   Gummel passes a point of a walk from the short circuit through the sweep's voltages
+//   passes_per_pt   outer passes per point of the sweep, from its convergence record
+//
+// Then the stress set: the shipped CIGS cell over absorber thickness 0.3 .. 100 µm and doping 1e14 ..
+// 1e18 /cm3 and with a 0.4 eV spike at the buffer, the light I-V of the example action list as a whole
+// process each: wall_ms, the exit status, the points reached, and `complete` 1 when no point was cut.
 //
 // The children are started by a small process that is split off before anything else of this program
 // runs: a child's peak memory counts from the size of the process it was started from, and this one
@@ -45,6 +49,7 @@
 #include "run/results/result_list.h"
 #include "run/sweeps/operating_points.h"
 #include "setup/parameter_sets.h"
+#include "support/stress_set.h"
 
 namespace {
 
@@ -203,25 +208,19 @@ double SingleShot(const Case& c, bool sweep, int& done) {
     return seconds;
 }
 
-// Gummel passes per point of a walk from the stored short circuit through the sweep's voltages.
+// Outer passes per point of the sweep measured, from the convergence record of the last single shot.
 double PassesPerPoint(const Case& c) {
-    if (c.qe) return 0;
     int done = 0;
-    if (SingleShot(c, false, done) < 0) return 0;
-    CalculationVariables& cv = currentCalcVars;
-    ReturnToAKnownStartingPoint(cv, kortsluitcv, 1);
-    const SweepSettings& iv = actionPanel.IV;
-    const int points = std::max(iv.points, 1);
-    double V = 0, passes = 0;
-    for (int i = 0; i < points; ++i) {
-        const double next =
-            (points > 1 ? iv.start + i * (iv.stop - iv.start) / (points - 1) : iv.start) * zonnecel.signV;
-        volgende_iv_punt(cv, V, next, 1);
-        if (cv.iteration_count < 0) return passes / std::max(i, 1);
-        passes += cv.iteration_count;
-        V = next;
-    }
-    return passes / points;
+    if (SingleShot(c, true, done) < 0 || pointer_naar_huidige() == nullptr) return 0;
+    const char* curve = c.qe ? "QE" : "I-V";
+    double passes = 0;
+    int points = 0;
+    for (const ConvergenceRow& row : pointer_naar_huidige()->convergence)
+        if (row.curve == curve && row.passes > 0) {
+            passes += row.passes;
+            ++points;
+        }
+    return points > 0 ? passes / points : 0;
 }
 
 std::filesystem::path FixedMeshCopy(const std::string& cell) {
@@ -308,3 +307,44 @@ BENCHMARK_CAPTURE(MainJob, graded_cigs_fixed_mesh_light_iv,
                   Case{kCells + "graded_cigs.def", kLightIV, false, true})
     ->Iterations(1)
     ->Unit(benchmark::kMillisecond);
+
+namespace {
+
+// One variant of the stress set as a whole process in a home folder of its own.
+void StressVariantRun(benchmark::State& state, tervo::test::StressVariant v) {
+    namespace fs = std::filesystem;
+    const fs::path home = fs::temp_directory_path() / ("tervo_stress_" + v.Name());
+    fs::remove_all(home);
+    fs::create_directories(home);
+    std::ifstream shipped(kSource + "/home/def/cigs.def");
+    std::stringstream text;
+    text << shipped.rdbuf();
+    const fs::path cell = home / (v.Name() + ".def");
+    std::ofstream(cell) << tervo::test::StressDefinition(text.str(), v);
+    ChildFigures f;
+    for (auto _ : state) f = spawner.Run({kTervo, "--home", home.string(), cell.string(), kLightIV});
+    std::ifstream conv(home / "results" / (v.Name() + ".conv"));
+    int points = 0, cut = 0;
+    for (std::string line; std::getline(conv, line);) {
+        if (line.rfind("I-V\t", 0) != 0) continue;
+        if (line.find("\tcut") != std::string::npos)
+            ++cut;
+        else
+            ++points;
+    }
+    state.counters["wall_ms"] = 1e3 * f.wall;
+    state.counters["status"] = f.status;
+    state.counters["points"] = points;
+    state.counters["complete"] = cut == 0 && f.status == 0 ? 1 : 0;
+    fs::remove_all(home);
+}
+
+const int registered = [] {
+    for (const tervo::test::StressVariant& v : tervo::test::StressGrid(false))
+        benchmark::RegisterBenchmark(("StressSet/" + v.Name()).c_str(), StressVariantRun, v)
+            ->Iterations(1)
+            ->Unit(benchmark::kMillisecond);
+    return 0;
+}();
+
+} // namespace
