@@ -21,6 +21,7 @@
 #include "run/sweeps/point_recovery.h"
 #include "script/load_save_commands.h"
 #include "script/script_runner.h"
+#include "setup/parameter_sets.h"
 #include "setup/spectrum.h"
 
 namespace tervo {
@@ -316,6 +317,9 @@ void PrintUsage(std::ostream& out, const std::string& home) {
            "                      OUT.def (a bare name is written into the def folder); no calculation\n"
            "  --no-recovery       cut a curve at its first point that does not converge, without\n"
            "                      retrying it in smaller steps and with the coupled iteration\n"
+           "  --scheme N          the coupling of the steady-state iteration instead of the\n"
+           "                      definition's: 11 separate Gummel blocks (default), 12 the carriers\n"
+           "                      lumped, 13 fully coupled Newton, 14 Gummel passes, then coupled\n"
            "  --version           print the version and exit\n"
            "  --help              print this text and exit\n"
            "  --                  the words behind it are file names, also when they begin with --\n"
@@ -354,6 +358,7 @@ bool ReadOptions(int argc, char** argv, const std::string& argv0, Options& o) {
     o.files = {argv0.c_str()};
     bool optionsEnded = false;
     sweepRecovery = 1;
+    couplingSchemeChoice = 0;
     for (int i = 1; i < argc; ++i) {
         const std::string argument = argv[i] ? argv[i] : "";
         if (optionsEnded || argument.rfind("--", 0) != 0) {
@@ -371,6 +376,18 @@ bool ReadOptions(int argc, char** argv, const std::string& argv0, Options& o) {
         } else if (argument == "--no-recovery") {
             // A point that does not converge cuts its curve at once, without the retries.
             sweepRecovery = 0;
+        } else if (argument == "--scheme") {
+            // The coupling of the steady-state iteration: 11 separate Gummel blocks, 12 the carriers
+            // lumped, 13 fully coupled Newton, 14 Gummel passes first and coupled from then on.
+            const std::string value = i + 1 < argc && argv[i + 1] ? argv[i + 1] : "";
+            if (value != "11" && value != "12" && value != "13" && value != "14") {
+                TERVOErrorMessage(COMMAND_LINE_TITLE,
+                                  "The option --scheme needs one of 11, 12, 13 or 14 behind it, not \"" +
+                                      value + "\".");
+                return false;
+            }
+            couplingSchemeChoice = std::stoi(value);
+            ++i;
         } else if (argument == "--home" || argument == "--save-def") {
             if (i + 1 >= argc || !argv[i + 1]) {
                 TERVOErrorMessage(COMMAND_LINE_TITLE, "The option " + argument + " needs a value behind it.");
@@ -382,8 +399,8 @@ bool ReadOptions(int argc, char** argv, const std::string& argv0, Options& o) {
             TERVOErrorMessage(
                 COMMAND_LINE_TITLE,
                 "Unknown option \"" + argument +
-                    "\"; the options are --home DIR, --strict, --save-def OUT.def, --version and "
-                    "--help.");
+                    "\"; the options are --home DIR, --strict, --save-def OUT.def, --no-recovery, "
+                    "--scheme N, --version and --help.");
             return false;
         }
     }

@@ -12,6 +12,8 @@
 
 namespace tervo {
 
+int couplingSchemeChoice = 0;
+
 InputParameters parameterset1;
 CalculationParameters parameterset3;
 ScaleParameters schaal;
@@ -304,6 +306,7 @@ void parameterset1_to_3(const InputParameters& source, CalculationParameters& ta
     const double kT = KT_300 * tr;
 
     target.convergence = source.convergence;
+    if (couplingSchemeChoice != 0) target.convergence.coupling_scheme = couplingSchemeChoice;
     target.temperature = temperature;
     target.kT = kT;
     target.numberOfLayers = n;

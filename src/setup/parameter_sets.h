@@ -362,6 +362,10 @@ inline int MeshPoints(const CalculationVariables& cv) {
     return std::clamp(cv.mesh.n_points, 0, MAX_MESH_POINTS);
 }
 
+// The coupling scheme chosen for this run from outside the definition file (11, 12, 13 or 14), 0 for
+// the scheme of the definition.
+extern int couplingSchemeChoice;
+
 // The file form of the session's problem, its normalised form, and the scales.
 extern InputParameters parameterset1;
 extern CalculationParameters parameterset3;
