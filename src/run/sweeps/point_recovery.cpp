@@ -227,17 +227,8 @@ std::string RetriesText(const SolvedState& last) {
 
 ConvergenceRow MakeConvergenceRow(const CalculationVariables& cv, const std::string& curve, int point,
                                   double value, PointStatus status) {
-    ConvergenceRow row;
-    row.curve = curve;
-    row.point = point;
-    row.value = value;
-    row.passes = cv.iteration_count;
-    row.inner = cv.inner_iterations;
-    row.dpsi = cv.max_dpsi;
-    row.dFn = cv.max_dEFn;
-    row.dFp = cv.max_dEFp;
-    row.status = status;
-    return row;
+    return {curve,       point,       value, cv.iteration_count, cv.inner_iterations, cv.max_dpsi,
+            cv.max_dEFn, cv.max_dEFp, status};
 }
 
 } // namespace tervo
