@@ -6,6 +6,7 @@
 
 #include "cell/definition_reader.h"
 #include "cell/grading.h"
+#include "platform/analysis.h"
 #include "platform/files.h"
 #include "platform/format.h"
 #include "platform/messages.h"
@@ -172,7 +173,7 @@ bool DefReader::Number(double& target, bool behindColon) {
 bool DefReader::Integer(int& target, bool behindColon) {
     double v = 0;
     if (!Number(v, behindColon)) return false;
-    target = static_cast<int>(std::lround(v));
+    target = TruncateToInt(std::round(v));
     return true;
 }
 
@@ -227,7 +228,7 @@ void InputLineToProfile(const std::string& line, Profile& p) {
         p.lawPar2 = p.lawPar3 = v[3];
         p.leftValue = v[4];
         p.rightValue = v[5];
-        p.law = static_cast<int>(v[6]);
+        p.law = TruncateToInt(v[6]);
         p.dependence = DEP_COMPOSITION;
     } else {
         p.pureA = v[0];
@@ -237,8 +238,8 @@ void InputLineToProfile(const std::string& line, Profile& p) {
         p.lawPar3 = v[4];
         p.leftValue = v[5];
         p.rightValue = v[6];
-        p.law = static_cast<int>(v[7]);
-        p.dependence = count == 9 ? static_cast<int>(v[8]) : DEP_COMPOSITION;
+        p.law = TruncateToInt(v[7]);
+        p.dependence = count == 9 ? TruncateToInt(v[8]) : DEP_COMPOSITION;
     }
     if (p.law < 0 || p.law >= NUMBER_OF_LAWS) p.law = LAW_UNIFORM;
     if (p.dependence < 0 || p.dependence > 2) p.dependence = DEP_COMPOSITION;

@@ -5,6 +5,7 @@
 
 #include "cell/definition_reader.h"
 #include "cell/grading.h"
+#include "platform/analysis.h"
 #include "platform/format.h"
 #include "platform/messages.h"
 #include "platform/text_util.h"
@@ -70,7 +71,7 @@ void ReadOpticalCaptureData(DefReader& r, DefectLevels& d, bool electrons) {
             r.WarnNoNumber();
             return;
         }
-        const int level = static_cast<int>(levelNumber) - 1;
+        const int level = TruncateToInt(levelNumber - 1);
         if (level < 0 || level >= LevelCount(d)) {
             r.Fail(FmtStr("optical capture data for level %i of a defect with %i level(s)", level + 1,
                           LevelCount(d)));
@@ -116,7 +117,7 @@ bool ReadOpticalCaptureModel(DefReader& r, DefectLevels& d) {
                                                        : d[static_cast<size_t>(l)].optCaptHoles;
             switch (it.field) {
             case 0:
-                o.fromModel = static_cast<int>(values[l]);
+                o.fromModel = TruncateToInt(values[l]);
                 break;
             case 1:
                 o.n = values[l];
@@ -170,7 +171,7 @@ void ReadDefectType(DefReader& r, DefectTarget& t) {
     const size_t paren = r.line.find('(');
     int n = 1;
     if (paren != std::string::npos && FirstNumber(std::string_view(r.line).substr(paren), levels))
-        n = static_cast<int>(levels);
+        n = TruncateToInt(levels);
     if (n < 1 || n > MAX_LEVELS) {
         r.Fail(FmtStr("a defect with %i levels; at most %i are possible", n, MAX_LEVELS));
         return;
@@ -379,7 +380,7 @@ constexpr auto kMetaKeys = std::to_array<KeyEntry<MetaTarget>>({
          double v[5];
          const int got = ReadNumberRun(AfterColon(r.line), v, 5);
          if (got < 5) r.WarnNoNumber();
-         for (int i = 0; i < got; ++i) t.m.userDefined[static_cast<size_t>(i)] = static_cast<int>(v[i]);
+         for (int i = 0; i < got; ++i) t.m.userDefined[static_cast<size_t>(i)] = TruncateToInt(v[i]);
      }},
     {"sigma_acc_n", NoCase, MetaNumber<&MetaStableDefectParameters::sigma_acc_n>},
     {"sigma_acc_p", NoCase, MetaNumber<&MetaStableDefectParameters::sigma_acc_p>},

@@ -113,4 +113,12 @@ void ToPolar(double re, double im, double& magnitude, double& phase) {
     phase = std::atan2(im, re);
 }
 
+int TruncateToInt(double value) {
+    if (std::isnan(value)) return 0;
+    const double t = std::trunc(value);
+    if (t >= static_cast<double>(std::numeric_limits<int>::max())) return std::numeric_limits<int>::max();
+    if (t <= static_cast<double>(std::numeric_limits<int>::min())) return std::numeric_limits<int>::min();
+    return static_cast<int>(t);
+}
+
 } // namespace tervo

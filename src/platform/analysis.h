@@ -17,6 +17,10 @@ double Median(const double* values, int n);
 void MaxMin1D(const double* values, int n, double& max, int& maxIndex, double& min, int& minIndex);
 void ToPolar(double re, double im, double& magnitude, double& phase); // phase in radians
 
+// A number read from a file as an integer: truncated toward zero and held within the range of int,
+// 0 for a NaN.  A plain conversion of a number beyond that range is undefined.
+int TruncateToInt(double value);
+
 // A growing list of items, indexed from 1, as the settings readers keep them.
 template <typename T>
 struct List {
