@@ -28,7 +28,14 @@ void RemoveHome() {
 
 const std::string& Home() {
     if (!homeFolder.empty()) return homeFolder;
-    std::string pattern = (std::filesystem::temp_directory_path() / "tervo_fuzz_XXXXXX").string();
+    // A folder in memory where there is one: every file written is synced to its disk.
+    std::error_code ec;
+    const std::filesystem::path memory("/dev/shm");
+    const std::filesystem::path base =
+        std::filesystem::is_directory(memory, ec) && access(memory.c_str(), W_OK) == 0
+            ? memory
+            : std::filesystem::temp_directory_path();
+    std::string pattern = (base / "tervo_fuzz_XXXXXX").string();
     if (!mkdtemp(pattern.data())) {
         std::perror("tervo fuzz: no temporary home folder");
         std::abort();

@@ -4,8 +4,10 @@
 // goes to the standard error stream instead.
 #include "platform/messages.h"
 
+#include <unistd.h>
+
+#include <cerrno>
 #include <cstdio>
-#include <utility>
 
 #include "platform/files.h"
 #include "platform/format.h"
@@ -49,21 +51,20 @@ const char* ClassLine(const std::string& title) {
 }
 
 // Opens the log when a message is to be logged and it is not open.  The first message of the process
-// (ErrorMessageNumber 0) replaces an overwriting log by an empty one; a log reopened after
+// (ErrorMessageNumber 0) empties an overwriting log; a log reopened after
 // CloseErrorLog is appended to.
 bool EnsureLogOpen(int mode) {
     const bool firstOfSession = ErrorMessageNumber == 0;
     if (!firstOfSession && TERVOErrorLogFileHandle.IsOpen()) return true;
     CloseFile(TERVOErrorLogFileHandle);
-    if (firstOfSession && mode != 1) {
-        TextFile empty = OpenFile(TERVO_ERROR_LOG_NAME, FileMode::Write);
-        if (CloseFile(empty) != 0) {
-            TERVOErrorLogFileHandle = std::move(empty);
-            return false;
-        }
-    }
     TERVOErrorLogFileHandle = OpenFile(TERVO_ERROR_LOG_NAME, FileMode::Append);
-    return TERVOErrorLogFileHandle.IsOpen();
+    if (!TERVOErrorLogFileHandle.IsOpen()) return false;
+    // Emptied in one step: the earlier session's log stays whole until then.
+    if (firstOfSession && mode != 1 && ftruncate(fileno(TERVOErrorLogFileHandle.fp.get()), 0) != 0) {
+        TERVOErrorLogFileHandle.lastError = errno;
+        return false;
+    }
+    return true;
 }
 
 // Each entry goes to the log in one piece, so that a run killed while it reports leaves whole
