@@ -53,8 +53,10 @@ fuzz-keep:
 	JOBS=$(JOBS) fuzz/run.sh --keep $(FUZZ_SECONDS) $(FUZZ_TARGETS)
 
 # The whole test suite under AddressSanitizer and UndefinedBehaviorSanitizer.
+# Optimised a little (-O1): the sanitized program then runs the examples several times faster than
+# at -O0, with the same reports.
 sanitize:
-	cmake -S . -B build-asan -DCMAKE_BUILD_TYPE=Debug -DTERVO_SANITIZE=ON
+	cmake -S . -B build-asan -DCMAKE_BUILD_TYPE=Debug "-DCMAKE_CXX_FLAGS_DEBUG=-g -O1" -DTERVO_SANITIZE=ON
 	cmake --build build-asan -j $(JOBS)
 	ctest --test-dir build-asan --output-on-failure -j $(JOBS)
 

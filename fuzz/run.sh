@@ -46,9 +46,20 @@ for t in "${targets[@]}"; do
     exit 1
   fi
   if [ "$keep" = 1 ]; then
+    # The seeds are in the repository already: they stand in the fresh folder only so that the
+    # merge keeps just what reaches beyond them, and leave it afterwards.
     fresh="$build/corpus/$t.kept"
     rm -rf "$fresh" && mkdir -p "$fresh"
-    "$build/fuzz/fuzz_$t" -merge=1 "$fresh" "$root/fuzz/corpus/$t" "$work" $(seeds_of "$t") >/dev/null 2>&1
+    seeded=()
+    for dir in $(seeds_of "$t"); do
+      for f in "$dir"/*; do
+        [ -s "$f" ] || continue
+        name="seed-$(basename "$f" | tr -c 'A-Za-z0-9._\n-' '_')"
+        cp "$f" "$fresh/$name" && seeded+=("$fresh/$name")
+      done
+    done
+    "$build/fuzz/fuzz_$t" -merge=1 "$fresh" "$root/fuzz/corpus/$t" "$work" >/dev/null 2>&1
+    rm -f "${seeded[@]}"
     rm -rf "$root/fuzz/corpus/$t" && mv "$fresh" "$root/fuzz/corpus/$t"
     echo "== $t: kept corpus $(ls "$root/fuzz/corpus/$t" | wc -l) inputs, $(du -sk "$root/fuzz/corpus/$t" | cut -f1) kB"
   fi

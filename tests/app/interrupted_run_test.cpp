@@ -30,13 +30,16 @@ namespace {
 const fs::path kSource = TERVO_SOURCE_DIR;
 const char* const kResults[] = {"gaas_homojunction.iv", "gaas_homojunction.eb"};
 
-// The shipped GaAs cell and light I-V action list (41 points, a fraction of a second): the program
-// started on them in `home`, its terminal output dropped.
+// A light I-V of 9 points on the shipped GaAs cell, a fraction of a second.
+const char* kShortAction = "dark : 0\nspectrum file :AM1_5G 1 sun.spe\nIV_startV : 0\nIV_stopV : 1.04\n"
+                           "IV_points : 9\nIV_calculate : 1\n";
+
+// The program started on that cell and action list in `home`, its terminal output dropped.
 pid_t StartRun(const ProgramHome& home) {
     const std::string program = std::string(TERVO_BINARY_DIR) + "/tervo";
     std::vector<std::string> words{program, "--home", home.path.string(),
                                    (kSource / "examples/cells/gaas_homojunction.def").string(),
-                                   (kSource / "examples/actions/light_iv.act").string()};
+                                   home / "short.act"};
     std::vector<char*> argv;
     for (auto& w : words) argv.push_back(w.data());
     argv.push_back(nullptr);
@@ -71,6 +74,7 @@ int HiddenFiles(const fs::path& folder) {
 
 TEST(InterruptedRun, AKilledRunLeavesEachResultFileAbsentPreviousOrComplete) {
     ProgramHome home;
+    tervo::test::WriteFile(home / "short.act", kShortAction);
     const fs::path results = home.path / "results";
     const auto start = std::chrono::steady_clock::now();
     const pid_t first = StartRun(home);
@@ -82,7 +86,7 @@ TEST(InterruptedRun, AKilledRunLeavesEachResultFileAbsentPreviousOrComplete) {
     std::vector<std::string> complete;
     for (const char* name : kResults)
         complete.push_back(WithoutStartTime(ReadFile((results / name).string())));
-    ASSERT_GT(complete[0].size(), 1000u);
+    ASSERT_NE(complete[0].find("Voc ="), std::string::npos); // the trailer of a complete I-V file
 
     std::mt19937 random(20261125);
     std::uniform_real_distribution<double> share(0.0, 1.2);
