@@ -4,7 +4,7 @@ JOBS ?= 2
 MAKEFLAGS += --no-print-directory
 CMAKE_FLAGS ?=
 
-.PHONY: all build configure test demo bench sanitize expected clean
+.PHONY: all build configure test demo bench sanitize fuzz fuzz-keep expected clean
 
 all: build
 
@@ -41,11 +41,24 @@ expected: build
 	cmake -DTERVO=$(BUILD)/tervo -DSOURCE_DIR=$(CURDIR) -DWORK_DIR=$(CURDIR)/$(BUILD) -DUPDATE=ON \
 	      -P tests/examples/run_examples.cmake
 
-# The readers under AddressSanitizer and UndefinedBehaviorSanitizer.
+# Each text reader fuzzed for FUZZ_SECONDS under AddressSanitizer and UndefinedBehaviorSanitizer
+# (clang); FUZZ_TARGETS picks some of them.  fuzz-keep also folds what the runs found into the kept
+# corpus (fuzz/corpus), minimised.
+FUZZ_SECONDS ?= 60
+FUZZ_TARGETS ?=
+fuzz:
+	JOBS=$(JOBS) fuzz/run.sh $(FUZZ_SECONDS) $(FUZZ_TARGETS)
+
+fuzz-keep:
+	JOBS=$(JOBS) fuzz/run.sh --keep $(FUZZ_SECONDS) $(FUZZ_TARGETS)
+
+# The whole test suite under AddressSanitizer and UndefinedBehaviorSanitizer.
+# Optimised a little (-O1): the sanitized program then runs the examples several times faster than
+# at -O0, with the same reports.
 sanitize:
-	cmake -S . -B build-asan -DCMAKE_BUILD_TYPE=Debug -DTERVO_SANITIZE=ON
+	cmake -S . -B build-asan -DCMAKE_BUILD_TYPE=Debug "-DCMAKE_CXX_FLAGS_DEBUG=-g -O1" -DTERVO_SANITIZE=ON
 	cmake --build build-asan -j $(JOBS)
 	ctest --test-dir build-asan --output-on-failure -j $(JOBS)
 
 clean:
-	rm -rf $(BUILD) build-bench build-asan
+	rm -rf $(BUILD) build-bench build-asan build-fuzz

@@ -61,23 +61,31 @@ int RunMainJob(const std::string& definitionPath, std::string& summary) {
     // Only a curve of this run is saved: a run that failed before its sweeps made no new element.
     const DataListElement* element = pointer_naar_huidige();
     if (element == before) element = nullptr;
+    // Once a result file cannot be written (a folder that may not be written, a full disk), the
+    // others would fail alike: the first failure is told and the rest are not tried.
+    bool saved = true;
     if (element && element->actie.IV.calculate && element->actie.IV.done > 0)
-        SaveResultFile(RESULT_IV, ResultPath(stem, "iv"));
-    if (element && element->actie.QE.calculate && element->actie.QE.done > 0)
-        SaveResultFile(RESULT_QE, ResultPath(stem, "qe"));
-    if (element && element->actie.CV.calculate && element->actie.CV.done > 0)
-        SaveAcResultFile(RESULT_CV, ResultPath(stem, "cv"));
-    if (element && element->actie.Cf.calculate && element->actie.Cf.done > 0)
-        SaveAcResultFile(RESULT_CF, ResultPath(stem, "cf"));
-    if (WorkPointConvergenceFailure == 0) {
+        saved = SaveResultFile(RESULT_IV, ResultPath(stem, "iv")) == 0;
+    if (saved && element && element->actie.QE.calculate && element->actie.QE.done > 0)
+        saved = SaveResultFile(RESULT_QE, ResultPath(stem, "qe")) == 0;
+    if (saved && element && element->actie.CV.calculate && element->actie.CV.done > 0)
+        saved = SaveAcResultFile(RESULT_CV, ResultPath(stem, "cv")) == 0;
+    if (saved && element && element->actie.Cf.calculate && element->actie.Cf.done > 0)
+        saved = SaveAcResultFile(RESULT_CF, ResultPath(stem, "cf")) == 0;
+    if (saved && WorkPointConvergenceFailure == 0) {
         // The band diagram of the working point, on its own mesh.
         CopyCalculationVariables(currentCalcVars, werkpuntcv);
         Full_x_Dependence(currentCalcVars);
         update_eb_panel(currentCalcVars, 1);
-        SaveResultFile(RESULT_EB, ResultPath(stem, "eb"));
+        saved = SaveResultFile(RESULT_EB, ResultPath(stem, "eb")) == 0;
     }
-    if (element && !element->convergence.empty()) SaveConvergenceFile(*element, ResultPath(stem, "conv"));
+    if (saved && element && !element->convergence.empty())
+        saved = SaveConvergenceFile(*element, ResultPath(stem, "conv")) == 0;
     summary = MainJobSummary(stem, element);
+    if (!saved) {
+        summary += " (not all results could be saved; see the messages)";
+        return WorseExitStatus(LastCalculationStatus(), EXIT_FAILED);
+    }
     return LastCalculationStatus();
 }
 

@@ -4,6 +4,9 @@
 // goes to the standard error stream instead.
 #include "platform/messages.h"
 
+#include <unistd.h>
+
+#include <cerrno>
 #include <cstdio>
 
 #include "platform/files.h"
@@ -48,31 +51,34 @@ const char* ClassLine(const std::string& title) {
 }
 
 // Opens the log when a message is to be logged and it is not open.  The first message of the process
-// (ErrorMessageNumber 0) empties an overwriting log; a log reopened after CloseErrorLog is appended to.
+// (ErrorMessageNumber 0) empties an overwriting log; a log reopened after
+// CloseErrorLog is appended to.
 bool EnsureLogOpen(int mode) {
     const bool firstOfSession = ErrorMessageNumber == 0;
     if (!firstOfSession && TERVOErrorLogFileHandle.IsOpen()) return true;
     CloseFile(TERVOErrorLogFileHandle);
-    const FileMode how = (firstOfSession && mode != 1) ? FileMode::Write : FileMode::Append;
-    TERVOErrorLogFileHandle = OpenFile(TERVO_ERROR_LOG_NAME, how);
-    return TERVOErrorLogFileHandle.IsOpen();
+    TERVOErrorLogFileHandle = OpenFile(TERVO_ERROR_LOG_NAME, FileMode::Append);
+    if (!TERVOErrorLogFileHandle.IsOpen()) return false;
+    // Emptied in one step: the earlier session's log stays whole until then.
+    if (firstOfSession && mode != 1 && ftruncate(fileno(TERVOErrorLogFileHandle.fp.get()), 0) != 0) {
+        TERVOErrorLogFileHandle.lastError = errno;
+        return false;
+    }
+    return true;
 }
 
+// Each entry goes to the log in one piece, so that a run killed while it reports leaves whole
+// entries only.
 bool WriteEntry(const std::string& title, const std::string& text) {
-    TextFile& log = TERVOErrorLogFileHandle;
     const DateTime now = GetSystemDateTime();
-    std::string header;
-    Fmt(header,
+    std::string entry;
+    Fmt(entry,
         "%s<TERVO error message #%i written on\t%i[w2p0]-%i[w2p0]-%i[w4] at %i[w2p0]:%i[w2p0]:%i[w2p0]",
         ErrorMessageNumber, now.day, now.month, now.year, now.hours, now.minutes, now.seconds);
-    bool ok = WriteLine(log, header) == 0;
-    if (const char* classLine = ClassLine(title)) ok = WriteLine(log, classLine) == 0 && ok;
-    ok = WriteLine(log, title) == 0 && ok;
-    ok = WriteLine(log, text) == 0 && ok;
-    ok = WriteLine(log, "") == 0 && ok;
-    // Flushed at once, so that a crash later in the run never loses a message.
-    ok = std::fflush(log.fp.get()) == 0 && ok;
-    return ok;
+    entry += '\n';
+    if (const char* classLine = ClassLine(title)) entry += std::string(classLine) + '\n';
+    entry += title + '\n' + text + "\n\n";
+    return AppendWhole(TERVOErrorLogFileHandle, entry) == 0;
 }
 
 } // namespace

@@ -167,41 +167,37 @@ void SaveResult(const std::string& part2, const std::string& part3, const std::s
     }
     std::string path;
     CheckTERVOPaths(&path, nullptr, value, filetype);
-    TextFile file = OpenFile(path, FileMode::Write);
-    if (!file.IsOpen()) {
-        TERVOErrorMessage(SAVE_TITLE,
-                          FmtStr("%s<Script command: save %s %s\nThe file %s[q] could not be created: %s",
-                                 argument, value, path, IoErrorText(file.lastError)));
-        return;
-    }
-    WriteLine(file, outputHeader);
-    switch (table) {
-    case ResultTable::Bands:
-        eb_naar_file(OUTPUT_TO_OPEN_FILE, &file, currentCalcVars);
-        break;
-    case ResultTable::GenRec:
-        gen_naar_file(OUTPUT_TO_OPEN_FILE, &file, currentCalcVars, GENFILE_GENERATION);
-        break;
-    case ResultTable::Occupation:
-        gen_naar_file(OUTPUT_TO_OPEN_FILE, &file, currentCalcVars, GENFILE_OCCUPATION);
-        break;
-    case ResultTable::AC:
-        ac_naar_file(OUTPUT_TO_OPEN_FILE, &file, currentCalcVars);
-        break;
-    case ResultTable::CV:
-        cv_naar_file(OUTPUT_TO_OPEN_FILE, &file);
-        break;
-    case ResultTable::Cf:
-        cf_naar_file(OUTPUT_TO_OPEN_FILE, &file);
-        break;
-    case ResultTable::QE:
-        qe_naar_file(OUTPUT_TO_OPEN_FILE, &file);
-        break;
-    default:
-        iv_naar_file(OUTPUT_TO_OPEN_FILE, &file);
-        break;
-    }
-    CloseFile(file);
+    // A writer that finds nothing to write has said so; the file then holds the script's header.
+    WriteWholeFile(path, SAVE_TITLE, [&](TextFile& file) {
+        WriteLine(file, outputHeader);
+        switch (table) {
+        case ResultTable::Bands:
+            eb_naar_file(OUTPUT_TO_OPEN_FILE, &file, currentCalcVars);
+            break;
+        case ResultTable::GenRec:
+            gen_naar_file(OUTPUT_TO_OPEN_FILE, &file, currentCalcVars, GENFILE_GENERATION);
+            break;
+        case ResultTable::Occupation:
+            gen_naar_file(OUTPUT_TO_OPEN_FILE, &file, currentCalcVars, GENFILE_OCCUPATION);
+            break;
+        case ResultTable::AC:
+            ac_naar_file(OUTPUT_TO_OPEN_FILE, &file, currentCalcVars);
+            break;
+        case ResultTable::CV:
+            cv_naar_file(OUTPUT_TO_OPEN_FILE, &file);
+            break;
+        case ResultTable::Cf:
+            cf_naar_file(OUTPUT_TO_OPEN_FILE, &file);
+            break;
+        case ResultTable::QE:
+            qe_naar_file(OUTPUT_TO_OPEN_FILE, &file);
+            break;
+        default:
+            iv_naar_file(OUTPUT_TO_OPEN_FILE, &file);
+            break;
+        }
+        return file.lastError == 0 ? 0 : -1;
+    });
 }
 
 } // namespace

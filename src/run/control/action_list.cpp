@@ -312,16 +312,12 @@ void WriteWorkPointLines(LineWriter& out, int primary) {
 int SaveToPath(const std::string& path, int filetype, int (*writer)(TextFile&, int), const char* title) {
     std::string fullPath;
     CheckTERVOPaths(&fullPath, nullptr, path, filetype);
-    TextFile file = OpenFile(fullPath, FileMode::Write);
-    if (!file.IsOpen()) {
-        TERVOErrorMessage(title, FmtStr("%s<Error whilst opening the selected file %s[q].\nError = %s[q]",
-                                        fullPath, IoErrorText(file.lastError)));
+    return WriteWholeFile(fullPath, title, [&](TextFile& file) {
+        if (writer(file, 1) == 0) return 0;
+        if (file.lastError == 0)
+            TERVOErrorMessage(title, FmtStr("%s<Error whilst writing the file %s[q].", fullPath));
         return -1;
-    }
-    const int result = writer(file, 1);
-    CloseFile(file);
-    if (result != 0) TERVOErrorMessage(title, FmtStr("%s<Error whilst writing the file %s[q].", fullPath));
-    return result;
+    });
 }
 
 } // namespace

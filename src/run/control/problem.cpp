@@ -140,20 +140,7 @@ int SaveDefinitionFile(TextFile& file) {
 int SaveDefinitionFileToPath(const std::string& path) {
     std::string fullPath;
     CheckTERVOPaths(&fullPath, nullptr, path, 0);
-    TextFile file = OpenFile(fullPath, FileMode::Write);
-    if (!file.IsOpen()) {
-        TERVOErrorMessage("Error whilst saving the def file",
-                          FmtStr("%s[q]<%s[q] could not be opened for writing: %s[q]", fullPath,
-                                 IoErrorText(file.lastError)));
-        return -1;
-    }
-    if (SaveDefinitionFile(file) != 0) {
-        TERVOErrorMessage("Error whilst saving the def file",
-                          FmtStr("%s[q]<An error occurred while writing %s[q]", fullPath));
-        return -1;
-    }
-    CloseFile(file);
-    return 0;
+    return WriteWholeFile(fullPath, "Error whilst saving the def file", SaveDefinitionFile);
 }
 
 namespace {
@@ -210,20 +197,13 @@ int data_naar_file(const std::string& path) {
         return -1;
     }
     parameterset2_to_1(current_cell);
-    TextFile file = OpenFile(fullPath, FileMode::Write);
-    if (!file.IsOpen()) {
-        TERVOErrorMessage("Function data_naar_file(): Error occured during opening selected filename !",
-                          IoErrorText(file.lastError));
-        return -1;
-    }
     const int status =
-        WriteDefinitionFile(file, parameterset1, SessionSettings(), VERSION, DefinitionWriter::Interactive);
-    CloseFile(file);
-    if (status != 0) {
-        TERVOErrorMessage("Function data_naar_file(): Error occured during opening selected filename !",
-                          "An error occurred while writing " + fullPath);
-        return -1;
-    }
+        WriteWholeFile(fullPath, "Function data_naar_file(): Error occured during saving the selected file !",
+                       [](TextFile& file) {
+                           return WriteDefinitionFile(file, parameterset1, SessionSettings(), VERSION,
+                                                      DefinitionWriter::Interactive);
+                       });
+    if (status != 0) return -1;
     WarnAboutSideFiles(parameterset1.cellParas, name);
     parameterset1.name = name;
     parameterset1.path = fullPath;

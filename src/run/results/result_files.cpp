@@ -744,12 +744,8 @@ int EmitResultText(int mode, TextFile* file, const std::string& text) {
         TERVOErrorMessage("Function Save or Show", "No open file to write to");
         return -1;
     }
-    if (WriteText(*file, text) != 0) {
-        TERVOErrorMessage("Function Save or Show",
-                          FmtStr("%s<Error writing %s: %s", file->path, IoErrorText(file->lastError)));
-        return -1;
-    }
-    return 0;
+    // A failed write is told by whoever opened the file, which then keeps the previous file.
+    return WriteText(*file, text);
 }
 
 int WriteResultToPath(const std::string& path, int filetype, const char* extension,
@@ -764,15 +760,7 @@ int WriteResultToPath(const std::string& path, int filetype, const char* extensi
     const size_t dot = full.find_last_of('.');
     if (dot == std::string::npos || (slash != std::string::npos && dot < slash))
         full += std::string(".") + extension;
-    TextFile file = OpenFile(full, FileMode::Write);
-    if (!file.IsOpen()) {
-        TERVOErrorMessage("Function Save or Show", FmtStr("%s<File not found or not opened: %s\n%s", full,
-                                                          IoErrorText(file.lastError)));
-        return -1;
-    }
-    const int result = write(file);
-    CloseFile(file);
-    return result;
+    return WriteWholeFile(full, "Function Save or Show", write);
 }
 
 int WriteCurveBlocks(int mode, TextFile* file, const std::function<bool(const DataListElement&)>& hasCurve,
