@@ -28,7 +28,7 @@ demo:
 	@{ cmake -S . -B $(BUILD) -DCMAKE_BUILD_TYPE=Release $(CMAKE_FLAGS) && \
 	   cmake --build $(BUILD) -j $(JOBS); } > $(BUILD)/build.log 2>&1 || { cat $(BUILD)/build.log; exit 1; }
 	@./$(BUILD)/tervo cigs.def light_iv.act
-	@echo "Results: $(BUILD)/results/cigs.iv and $(BUILD)/results/cigs.eb"
+	@echo "Results: $(BUILD)/results/cigs.iv, cigs.eb and cigs.conv (how each point converged)"
 
 bench:
 	cmake -S . -B build-bench -DCMAKE_BUILD_TYPE=Release -DTERVO_TESTS=OFF -DTERVO_BENCH=ON
