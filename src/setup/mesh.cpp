@@ -13,6 +13,11 @@
 
 namespace tervo {
 
+bool SameMesh(const MeshBlock& a, const MeshBlock& b) {
+    const int n = std::clamp(a.n_points, 0, MAX_MESH_POINTS);
+    return a.n_points == b.n_points && std::equal(a.x.begin(), a.x.begin() + n, b.x.begin());
+}
+
 namespace {
 
 constexpr int MIN_POINTS_PER_LAYER = 40;

@@ -41,6 +41,9 @@ struct MeshRefinementSources {
 // thickness (reported).
 int bepaal_intervallen(CalculationVariables& cv);
 
+// The same points at the same places: what was formed on one mesh holds on the other.
+bool SameMesh(const MeshBlock& a, const MeshBlock& b);
+
 // One adaptive step: intervals over which exp(psi), the carrier variables, the generation or the
 // recombination change by a ratio at or above the maximum ratio are refined, runs of points with
 // a product of ratios at or below the minimum ratio are thinned out.  Points of the first mesh stay.

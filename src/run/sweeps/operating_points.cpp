@@ -76,15 +76,6 @@ void ElectronsOnlyGuess(CalculationVariables& cv, double V, double dV, bool tilt
     }
 }
 
-// A solve counts when the solver says it converged and the state it left is a solution (a state
-// that only stopped moving is not); a state that is not becomes a failed one.
-bool SolvedAndSolution(CalculationVariables& cv, int result) {
-    if (result == -1 || cv.iteration_count == -1) return false;
-    if (StateIsSolution(cv)) return true;
-    cv.iteration_count = -1;
-    return false;
-}
-
 } // namespace
 
 void eerste_schatting(CalculationVariables& cv) {
@@ -134,8 +125,7 @@ int onder_belichting(CalculationVariables& cv) {
         CONVERGENTIEFALING = 1;
         return -1;
     }
-    const int result = los_totaal_dc_stelsel_op_Gummel(cv);
-    CONVERGENTIEFALING = SolvedAndSolution(cv, result) ? 0 : 1;
+    SolveAtPresentGuess(cv);
     return 0;
 }
 
@@ -152,11 +142,8 @@ void volgende_iv_punt(CalculationVariables& cv, double Vfrom, double Vto, int n)
         // From the ends, not by adding dV, so that the last voltage is Vto exactly.
         const double V = Vfrom + i * (Vto - Vfrom) / (n - 1);
         volgende_schatting(cv, V, dV);
-        const int result = los_totaal_dc_stelsel_op_Gummel(cv);
-        if (!SolvedAndSolution(cv, result)) {
-            CONVERGENTIEFALING = 1;
-            return;
-        }
+        SolveAtPresentGuess(cv);
+        if (CONVERGENTIEFALING == 1) return;
     }
 }
 
@@ -174,9 +161,15 @@ void WalkWithRecovery(CalculationVariables& cv, double Vfrom, double Vto, int n,
 }
 
 void SolveAtPresentGuess(CalculationVariables& cv) {
-    CONVERGENTIEFALING = 0;
+    // A solve counts when the solver says it converged and the state it left is a solution (a state
+    // that only stopped moving is not); a state that is not becomes a failed one.
     const int result = los_totaal_dc_stelsel_op_Gummel(cv);
-    if (!SolvedAndSolution(cv, result)) CONVERGENTIEFALING = 1;
+    bool solved = result != -1 && cv.iteration_count != -1;
+    if (solved && !StateIsSolution(cv)) {
+        cv.iteration_count = -1;
+        solved = false;
+    }
+    CONVERGENTIEFALING = solved ? 0 : 1;
 }
 
 void volgende_schatting(CalculationVariables& cv, double V, double dV) {
@@ -218,9 +211,7 @@ void ReturnToAKnownStartingPoint(CalculationVariables& cv, const CalculationVari
     // The generation profile in use belongs to the mesh of the state left behind.  When the stored
     // state lies on the same mesh it needs no new optical calculation, which is the costly part of a
     // return (every wavelength of the spectrum through the whole stack).
-    const bool sameMesh = cv.mesh.n_points == stored.mesh.n_points &&
-                          std::equal(cv.mesh.x.begin(), cv.mesh.x.begin() + std::max(cv.mesh.n_points, 0),
-                                     stored.mesh.x.begin());
+    const bool sameMesh = SameMesh(cv.mesh, stored.mesh);
     if (&cv != &stored) CopyCalculationVariables(cv, stored);
     Full_x_Dependence(cv);
     if (regenerate == 0 || sameMesh) return;

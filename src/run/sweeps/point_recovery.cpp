@@ -26,11 +26,6 @@ void RestoreArray(MeshArray& to, const std::vector<double>& from) {
     std::copy(from.begin(), from.end(), to.begin());
 }
 
-bool SameMesh(const MeshBlock& a, const MeshBlock& b) {
-    const int n = std::clamp(a.n_points, 0, MAX_MESH_POINTS);
-    return a.n_points == b.n_points && std::equal(a.x.begin(), a.x.begin() + n, b.x.begin());
-}
-
 // The guess at Vto on the straight line through two solved states of the same mesh: potential and
 // quasi-Fermi levels point by point, the carrier variables from the levels with the offsets of Vto.
 void ExtrapolatedGuess(CalculationVariables& cv, const SolvedState& before, const SolvedState& last,
