@@ -15,8 +15,9 @@
 //   passes_per_pt   outer passes per point of the sweep, from its convergence record
 //
 // Then the stress set: the shipped CIGS cell over absorber thickness 0.3 .. 100 µm and doping 1e14 ..
-// 1e18 /cm3 and with a 0.4 eV spike at the buffer, the light I-V of the example action list as a whole
-// process each: wall_ms, the exit status, the points reached, and `complete` 1 when no point was cut.
+// 1e18 /cm3 and with a 0.4 eV spike at the buffer, the light I-V of the example action list, and the
+// p-i-n cell with a 2 and a 10 µm i-layer swept into high injection, as a whole process each: wall_ms, the
+// exit status, the points reached, and `complete` 1 when no point was cut.
 //
 // The children are started by a small process that is split off before anything else of this program
 // runs: a child's peak memory counts from the size of the process it was started from, and this one
@@ -316,13 +317,14 @@ void StressVariantRun(benchmark::State& state, tervo::test::StressVariant v) {
     const fs::path home = fs::temp_directory_path() / ("tervo_stress_" + v.Name());
     fs::remove_all(home);
     fs::create_directories(home);
-    std::ifstream shipped(kSource + "/home/def/cigs.def");
+    std::ifstream shipped(kSource + "/" + v.BaseCell());
     std::stringstream text;
     text << shipped.rdbuf();
     const fs::path cell = home / (v.Name() + ".def");
     std::ofstream(cell) << tervo::test::StressDefinition(text.str(), v);
     ChildFigures f;
-    for (auto _ : state) f = spawner.Run({kTervo, "--home", home.string(), cell.string(), kLightIV});
+    for (auto _ : state)
+        f = spawner.Run({kTervo, "--home", home.string(), cell.string(), kSource + "/" + v.Actions()});
     std::ifstream conv(home / "results" / (v.Name() + ".conv"));
     int points = 0, cut = 0;
     for (std::string line; std::getline(conv, line);) {

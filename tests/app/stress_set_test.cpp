@@ -29,10 +29,11 @@ struct Outcome {
 };
 
 Outcome LightIV(const std::string& name, const std::string& cell,
-                const std::vector<std::string>& options = {}) {
+                const std::vector<std::string>& options = {},
+                const std::string& actions = "examples/actions/light_iv.act") {
     ProgramHome home;
     WriteFile(home / (name + ".def"), cell);
-    WriteFile(home / "light_iv.act", Shipped("examples/actions/light_iv.act"));
+    WriteFile(home / "light_iv.act", Shipped(actions));
     std::vector<std::string> arguments = options;
     arguments.insert(arguments.end(),
                      {"--home", home.path.string(), home / (name + ".def"), home / "light_iv.act"});
@@ -48,12 +49,11 @@ Outcome LightIV(const std::string& name, const std::string& cell,
 } // namespace
 
 TEST(StressSet, EveryCheapVariantCompletesItsWholeSweep) {
-    const std::string cigs = Shipped("home/def/cigs.def");
     for (const StressVariant& v : StressGrid(true)) {
         SCOPED_TRACE(v.Name());
-        const std::string cell = StressDefinition(cigs, v);
+        const std::string cell = StressDefinition(Shipped(v.BaseCell()), v);
         ASSERT_FALSE(cell.empty());
-        const Outcome r = LightIV(v.Name(), cell);
+        const Outcome r = LightIV(v.Name(), cell, {}, v.Actions());
         EXPECT_EQ(r.status, 0) << r.out;
         EXPECT_EQ(r.conv.find("\tcut"), std::string::npos) << r.conv;
         EXPECT_EQ(r.out.find("n/a"), std::string::npos) << r.out;

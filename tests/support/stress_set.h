@@ -1,6 +1,8 @@
-// Variants of the shipped CIGS cell across the ranges researchers use: absorber thickness, absorber
-// doping and the conduction-band offset at the buffer.  The tests run the cheap ones, the benchmarks
-// all of them.
+// Variants of shipped cells across the ranges researchers use: the CIGS cell over absorber thickness,
+// absorber doping and the conduction-band offset at the buffer, under the light I-V to 1.1 V; and the
+// perovskite-type p-i-n cell with a thicker intrinsic layer, swept to 1.4 V, far into high injection
+// (both carriers above the doping of the i-layer by orders of magnitude).  The tests run the cheap
+// ones, the benchmarks all of them.
 #pragma once
 
 #include <cstdio>
@@ -12,13 +14,21 @@ namespace tervo::test {
 
 struct StressVariant {
     double thickness = 2; // absorber, µm
-    double doping = 1e16; // absorber acceptors, /cm3
+    double doping = 1e16; // absorber acceptors, /cm3 (0 for the p-i-n: its own i-layer)
     double bufferChi = 0; // electron affinity of the buffer (eV); 0 keeps the shipped one
+    bool pin = false;     // the p-i-n cell instead of the CIGS cell
     std::string Name() const {
         char text[96];
-        std::snprintf(text, sizeof text, "cigs_d%g_na%g%s", thickness, doping, bufferChi > 0 ? "_spike" : "");
+        if (pin)
+            std::snprintf(text, sizeof text, "pin_d%g", thickness);
+        else
+            std::snprintf(text, sizeof text, "cigs_d%g_na%g%s", thickness, doping,
+                          bufferChi > 0 ? "_spike" : "");
         return text;
     }
+    // The shipped definition and action list of the variant, relative to the source tree.
+    std::string BaseCell() const { return pin ? "examples/cells/perovskite.def" : "home/def/cigs.def"; }
+    std::string Actions() const { return pin ? "bench/light_jv_75.act" : "examples/actions/light_iv.act"; }
 };
 
 // The thickness-doping grid: 0.3 to 100 µm times 1e14 to 1e18 /cm3, and the cell with a 0.4 eV
@@ -33,11 +43,14 @@ inline std::vector<StressVariant> StressGrid(bool cheapOnly) {
                 if (!cheapOnly || (na != 1e15 && na != 1e17)) all.push_back({d, na, 0});
     }
     all.push_back({2, 1e16, 4.1});
+    all.push_back({2, 0, 0, true});
+    if (!cheapOnly) all.push_back({10, 0, 0, true});
     return all;
 }
 
-// The definition text of the shipped CIGS cell (`shipped`) with the variant's absorber and buffer.
+// The definition text of the variant's shipped cell (`shipped`) with the variant's absorber and buffer.
 inline std::string StressDefinition(const std::string& shipped, const StressVariant& v) {
+    const int absorber = v.pin ? 2 : 1;
     std::istringstream in(shipped);
     std::ostringstream out;
     std::string line;
@@ -46,11 +59,11 @@ inline std::string StressDefinition(const std::string& shipped, const StressVari
     char value[160];
     while (std::getline(in, line)) {
         if (line == "layer") ++layer;
-        if (layer == 1 && !thickness && line.rfind("d :", 0) == 0) {
+        if (layer == absorber && !thickness && line.rfind("d :", 0) == 0) {
             std::snprintf(value, sizeof value, "d : %.4e [m]", v.thickness * 1e-6);
             line = value;
             thickness = true;
-        } else if (layer == 1 && !doping && line.rfind("Na(uniform) :", 0) == 0) {
+        } else if (layer == absorber && !doping && v.doping > 0 && line.rfind("Na(uniform) :", 0) == 0) {
             const double N = v.doping * 1e6;
             std::snprintf(value, sizeof value,
                           "Na(uniform) :\t %e\t %e\t %e\t 1\t 1\t %e\t %e\t 0\t 2\t[/m^3]", N, N, N, N, N);
@@ -66,7 +79,7 @@ inline std::string StressDefinition(const std::string& shipped, const StressVari
         out << line << '\n';
     }
     // A line that was not found would leave the shipped cell under the variant's name.
-    if (!thickness || !doping || (v.bufferChi > 0 && !chi)) return "";
+    if (!thickness || (v.doping > 0 && !doping) || (v.bufferChi > 0 && !chi)) return "";
     return out.str();
 }
 

@@ -78,6 +78,25 @@ bool WalkInHalvedSteps(CalculationVariables& cv, SolvedState& last, double Vto) 
     }
 }
 
+// The solver choices of the second retry, and back.  The carrier variables follow the offsets at the
+// next guess, which forms u and v from the quasi-Fermi levels.
+struct SolverChoice {
+    int scheme = 0;
+    int offsets = 0;
+};
+
+SolverChoice UseRecoveryIteration(ConvergenceParameters& c) {
+    const SolverChoice kept{c.coupling_scheme, c.contactExponential};
+    c.coupling_scheme = RECOVERY_SCHEME;
+    c.contactExponential = RECOVERY_OFFSETS;
+    return kept;
+}
+
+void Reinstate(ConvergenceParameters& c, const SolverChoice& kept) {
+    c.coupling_scheme = kept.scheme;
+    c.contactExponential = kept.offsets;
+}
+
 } // namespace
 
 void KeepSolvedState(SolvedState& kept, const CalculationVariables& cv) {
@@ -170,13 +189,12 @@ PointStatus SolveStep(CalculationVariables& cv, SolvedState& last, double Vto, c
                       SolvedState* before) {
     const double Vfrom = last.V_applied;
     ConvergenceParameters& c = cv.parameters->convergence;
-    const int scheme = c.coupling_scheme;
     // Once a walk needed the coupled iteration, its next points start with it: the separate blocks
     // that failed at the point before would fail again and cost the retries at every point.
-    const bool coupledFirst = sweepRecovery && last.coupled && scheme != RECOVERY_SCHEME;
-    if (coupledFirst) c.coupling_scheme = RECOVERY_SCHEME;
+    const bool coupledFirst = sweepRecovery && last.coupled;
+    const SolverChoice choice = coupledFirst ? UseRecoveryIteration(c) : SolverChoice{};
     const bool solved = FirstAttempt(cv, last, Vto, before);
-    c.coupling_scheme = scheme;
+    if (coupledFirst) Reinstate(c, choice);
     if (solved) {
         Advance(cv, last, before);
         return coupledFirst ? PointStatus::ConvergedCoupled : PointStatus::Converged;
@@ -197,10 +215,10 @@ PointStatus SolveStep(CalculationVariables& cv, SolvedState& last, double Vto, c
         return PointStatus::RecoveredByHalving;
     }
     // The separate Newton blocks of the Gummel passes did not get there: psi, u and v together.
-    c.coupling_scheme = RECOVERY_SCHEME;
+    const SolverChoice kept = UseRecoveryIteration(c);
     const double reached = last.V_applied;
     const bool coupled = WalkInHalvedSteps(cv, last, Vto);
-    c.coupling_scheme = scheme;
+    Reinstate(c, kept);
     if (coupled) {
         last.coupled = true;
         TERVOErrorMessage(FmtStr("%s<While calculating %s ...", what),

@@ -3,8 +3,8 @@
 //
 // A point whose solve fails is tried again from the last solved state: first in smaller voltage
 // steps (the step halved on each failure, a bounded number of times), then with the fully coupled
-// Newton iteration in the same steps.  Only when both fail is the curve cut.  With the recovery
-// switched off a failure cuts at once.
+// Newton iteration in the same steps and carrier offsets that both contacts can resolve.  Only when
+// both fail is the curve cut.  With the recovery switched off a failure cuts at once.
 #pragma once
 
 #include <string>
@@ -22,6 +22,12 @@ extern int sweepRecovery;
 inline constexpr int MAX_STEP_HALVINGS = 6;
 // The coupling scheme of the second retry: psi, u and v in one Newton iteration.
 inline constexpr int RECOVERY_SCHEME = 13;
+// The carrier offsets of the second retry: a_n = 1/(1 + e^-V), a_p = 1/(1 + e^V), the smaller of the
+// two contact values of each carrier (to a factor 2).  The default offsets take the larger one, e^V for
+// the electrons: beyond about 0.9 V forward (e^(V/kT) near the inverse of the machine precision) the
+// equilibrium density at the other contact, a_n + u = 1, is lost in the rounding of a_n + u, and a
+// thick absorber whose minority carriers stay at that level over tens of µm cannot be solved.
+inline constexpr int RECOVERY_OFFSETS = 0;
 
 // The variables of a solved state that a new solve starts from: the potential, the carrier variables
 // and their offsets, the voltage, and the mesh they live on.  Small next to the whole record; the
