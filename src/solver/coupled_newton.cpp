@@ -386,6 +386,9 @@ int fully_coupled_iteration(CalculationVariables& cv) {
             break;
         }
     }
+    // The last step, below the termination, was still applied: the recombination records follow it,
+    // so that the rates a result file shows belong to the state it shows.
+    if (result == 0 && !RefreshRecombination(cv)) count = result = -1;
     cv.psi_iterations = cv.u_iterations = cv.v_iterations = cv.coupled_iterations = count;
     return result;
 }

@@ -21,6 +21,7 @@ namespace tervo {
 
 int issueMeshWarning = 1;
 int meshPassesLimit = 10;
+int gummelPassesBeforeNewton = 0;
 
 namespace {
 
@@ -517,6 +518,8 @@ int los_totaal_dc_stelsel_op_Gummel(CalculationVariables& cv) {
         // coupled Newton iteration, which converges fast once it is close.
         if (c.coupling_scheme == 14)
             c.active_scheme = k < c.gummelPassesFirst ? 11 : 13;
+        else if (c.coupling_scheme != 13 && gummelPassesBeforeNewton > 0 && k > gummelPassesBeforeNewton)
+            c.active_scheme = 13;
         else
             c.active_scheme = c.coupling_scheme;
 

@@ -21,6 +21,12 @@ namespace tervo {
 extern int issueMeshWarning;
 // How many passes in a row the adaptive mesh may change while the solution itself stands still.
 extern int meshPassesLimit;
+// 0: the schemes 11 and 12 pass on until nothing moves.  N > 0: from pass N+1 on, they finish with
+// the coupled Newton iteration.  The separate blocks converge linearly, and slowly where the carriers
+// and the potential are strongly coupled (high injection): there the last update, which the
+// termination test reads, underestimates the distance to the solution many times over, while the
+// coupled iteration, once close, converges quadratically.
+extern int gummelPassesBeforeNewton;
 
 // The offsets a_n, a_p of the carrier variables for the voltage V_norm of the state.
 void Set_an_And_ap(CalculationVariables& cv, double& a_n, double& a_p);

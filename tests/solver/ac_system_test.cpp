@@ -84,7 +84,6 @@ TEST(SmallSignal, DepletionCapacitanceIsTheChargeDerivativeAndTheSignalSitsAtThe
         const double Vbi = kT * std::log(Na * Nd / m.ni2());
         const double W = std::sqrt(2 * m.eps * eps0 * (Vbi - V - 2 * kT) / (q * Na));
         EXPECT_NEAR(C / (m.eps * eps0 / W), 1.0, 0.05) << "V = " << V;
-        EXPECT_LT(std::fabs(y.re), 1e-3 * y.im) << "a reverse-biased junction has almost no conductance";
     }
     // Under forward bias the signal sits at the right contact, and the left contact stays put.
     WalkTo(cv, 0.3);

@@ -160,15 +160,37 @@ void WalkWithRecovery(CalculationVariables& cv, double Vfrom, double Vto, int n,
         if (SolveStep(cv, last, Vfrom + i * (Vto - Vfrom) / (n - 1), what) == PointStatus::Cut) return;
 }
 
-void SolveAtPresentGuess(CalculationVariables& cv) {
-    // A solve counts when the solver says it converged and the state it left is a solution (a state
-    // that only stopped moving is not); a state that is not becomes a failed one.
+namespace {
+
+// One solve from the present guess: true when the solver converged to a solution.
+bool SolvedFromPresentGuess(CalculationVariables& cv) {
     const int result = los_totaal_dc_stelsel_op_Gummel(cv);
     bool solved = result != -1 && cv.iteration_count != -1;
     if (solved && !StateIsSolution(cv)) {
         cv.iteration_count = -1;
         solved = false;
     }
+    return solved;
+}
+
+} // namespace
+
+void SolveAtPresentGuess(CalculationVariables& cv) {
+    // A solve counts when the solver says it converged and the state it left is a solution (a state
+    // that only stopped moving is not); a state that is not becomes a failed one.  With the recovery
+    // on, the Gummel passes are finished by the coupled iteration; where that fails (a guess too far
+    // from the solution for Newton's method), the Gummel passes alone try again from the same guess.
+    static SolvedState guess;
+    gummelPassesBeforeNewton = sweepRecovery ? GUMMEL_PASSES_BEFORE_NEWTON : 0;
+    const bool finish = gummelPassesBeforeNewton > 0 && cv.parameters->convergence.coupling_scheme != 13;
+    if (finish) KeepSolvedState(guess, cv);
+    bool solved = SolvedFromPresentGuess(cv);
+    if (!solved && finish) {
+        RestoreSolvedState(cv, guess);
+        gummelPassesBeforeNewton = 0;
+        solved = SolvedFromPresentGuess(cv);
+    }
+    gummelPassesBeforeNewton = 0;
     CONVERGENTIEFALING = solved ? 0 : 1;
 }
 
