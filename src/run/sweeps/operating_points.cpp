@@ -178,17 +178,22 @@ bool SolvedFromPresentGuess(CalculationVariables& cv) {
 void SolveAtPresentGuess(CalculationVariables& cv) {
     // A solve counts when the solver says it converged and the state it left is a solution (a state
     // that only stopped moving is not); a state that is not becomes a failed one.  With the recovery
-    // on, the Gummel passes are finished by the coupled iteration; where that fails (a guess too far
-    // from the solution for Newton's method), the Gummel passes alone try again from the same guess.
+    // on, the Gummel passes are finished by the coupled iteration; where Newton's method fails (a guess
+    // too far from the solution, as when the light of a ramp grows by orders of magnitude), the Gummel
+    // passes alone try again from the same guess, also under the coupled scheme.
     static SolvedState guess;
-    gummelPassesBeforeNewton = sweepRecovery ? GUMMEL_PASSES_BEFORE_NEWTON : 0;
-    const bool finish = gummelPassesBeforeNewton > 0 && cv.parameters->convergence.coupling_scheme != 13;
-    if (finish) KeepSolvedState(guess, cv);
+    ConvergenceParameters& c = cv.parameters->convergence;
+    const bool recovery = sweepRecovery != 0;
+    gummelPassesBeforeNewton = recovery ? GUMMEL_PASSES_BEFORE_NEWTON : 0;
+    if (recovery) KeepSolvedState(guess, cv);
     bool solved = SolvedFromPresentGuess(cv);
-    if (!solved && finish) {
+    if (!solved && recovery) {
         RestoreSolvedState(cv, guess);
+        const int scheme = c.coupling_scheme;
+        if (scheme == 13 || scheme == 14) c.coupling_scheme = 11;
         gummelPassesBeforeNewton = 0;
         solved = SolvedFromPresentGuess(cv);
+        c.coupling_scheme = scheme;
     }
     gummelPassesBeforeNewton = 0;
     CONVERGENTIEFALING = solved ? 0 : 1;
