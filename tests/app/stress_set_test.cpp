@@ -2,8 +2,10 @@
 // solution is never written as a number, and a figure past a cut curve is not given.
 #include <gtest/gtest.h>
 
+#include <cstdio>
 #include <filesystem>
 #include <fstream>
+#include <sstream>
 
 #include "run/results/result_list.h"
 #include "support/program_run.h"
@@ -85,4 +87,24 @@ TEST(StressSet, AStateThatIsNoSolutionIsNeverWrittenAsANumber) {
     EXPECT_NE(out.find("zero_curve: Voc = n/a, Jsc = n/a, FF = n/a, eta = n/a"), std::string::npos) << out;
     EXPECT_FALSE(fs::exists(home / "results/zero_curve.iv"));
     EXPECT_NE(ReadFile(home / "results/zero_curve.conv").find("\tcut\n"), std::string::npos);
+}
+
+// A damaged graded cell whose adaptive mesh at the end of the upper branch differs from that of the
+// short circuit: the lower branch, which starts from the short circuit again, must carry the light of
+// that mesh at once (it once started in the dark, and its first points were written as the dark
+// current of a solved dark state).
+TEST(StressSet, TheSecondBranchOfASweepStartsUnderTheSameLight) {
+    const Outcome r = LightIV("lost_light", Shipped("tests/app/data/lost_light.def"));
+    ASSERT_NE(r.status, 2) << r.out;
+    std::istringstream rows(r.iv);
+    int reverse = 0;
+    for (std::string line; std::getline(rows, line);) {
+        double V = 0, J = 0;
+        if (std::sscanf(line.c_str(), "%lf %lf", &V, &J) != 2 || V >= 0 ||
+            line.find('\t') == std::string::npos)
+            continue;
+        ++reverse;
+        EXPECT_NEAR(J, -40.40, 0.05) << "V = " << V; // the photocurrent, as at every reverse-bias point
+    }
+    EXPECT_EQ(reverse, 4);
 }

@@ -245,6 +245,10 @@ void ReturnToAKnownStartingPoint(CalculationVariables& cv, const CalculationVari
     // The stored state lies on another mesh: the generation profile is formed anew on it.
     GenerationParameters& gp = cv.generation != nullptr ? *cv.generation : generatieparameters;
     if (Generation_Mode == 0) {
+        // The absorption coefficients of the points first: the ones in hand belong to the mesh left
+        // behind, and on another mesh they would give no light (or, in a graded layer, the light of
+        // other compositions).
+        bepaal_alfa(cv, gp);
         CalculateOpticalGeneration(cv, gp, 0, IPV_Mode == 1);
     } else {
         bereken_generatie_uit_file(cv, gp, wp.dark, wp.generationFile, wp.attenuation);
