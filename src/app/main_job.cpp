@@ -55,6 +55,9 @@ std::string MainJobSummary(const std::string& definitionName, const DataListElem
 }
 
 int RunMainJob(const std::string& definitionPath, std::string& summary) {
+    // The result files of the main job hold its own curves: a job run before in the same process
+    // (a test, a driver that runs several) leaves none of its curves in them.
+    wis_alles();
     const DataListElement* before = pointer_naar_huidige();
     Simulate(SINGLE_SHOT);
     const std::string stem = ResultStem(definitionPath);

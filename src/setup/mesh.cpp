@@ -260,8 +260,15 @@ int RecalculateIntervals(CalculationVariables& cv, const MeshSettings& given,
                 }
             } else {
                 removedInARow = 0;
-                const int m = static_cast<int>(std::lround(std::min(
-                    std::log(r[J]) / std::log(maximumRatio) - 0.5, double(MAX_INSERTED_PER_INTERVAL))));
+                // No new step below the finest one a drift-diffusion mesh needs: a quantity that jumps
+                // over an interval (a contact that pins the carriers, a change of composition) keeps
+                // its ratio however often the interval is split, and the splitting would go on to steps
+                // of 1e-21 m, where the link currents are differences of rounding errors.
+                const double finest = FINEST_STEP_M / sc.length;
+                const double room = std::floor((mesh.x[J] - mesh.x[J - 1]) / finest) - 1;
+                const int m = static_cast<int>(
+                    std::lround(std::min({std::log(r[J]) / std::log(maximumRatio) - 0.5,
+                                          double(MAX_INSERTED_PER_INTERVAL), std::max(room, 0.0)})));
                 for (int k = 0; k < m; ++k)
                     if (!add((mesh.x[J - 1] * (m - k) + mesh.x[J] * (k + 1)) / (m + 1))) return -1;
                 if (m > 0) changed = true;

@@ -1,8 +1,10 @@
 // Variants of shipped cells across the ranges researchers use: the CIGS cell over absorber thickness,
 // absorber doping and the conduction-band offset at the buffer, under the light I-V to 1.1 V; and the
 // perovskite-type p-i-n cell with a thicker intrinsic layer, swept to 1.4 V, far into high injection
-// (both carriers above the doping of the i-layer by orders of magnitude).  The tests run the cheap
-// ones, the benchmarks all of them.
+// (both carriers above the doping of the i-layer by orders of magnitude); and the graded CIGS cell on
+// adaptive meshes finer than its own (a smaller largest ratio between neighbouring points), as a user
+// checks that a result does not depend on the mesh.  The tests run the cheap ones, the benchmarks
+// all of them.
 #pragma once
 
 #include <cstdio>
@@ -17,9 +19,12 @@ struct StressVariant {
     double doping = 1e16; // absorber acceptors, /cm3 (0 for the p-i-n: its own i-layer)
     double bufferChi = 0; // electron affinity of the buffer (eV); 0 keeps the shipped one
     bool pin = false;     // the p-i-n cell instead of the CIGS cell
+    double meshRatio = 0; // > 0: the graded cell with this largest ratio between neighbouring points
     std::string Name() const {
         char text[96];
-        if (pin)
+        if (meshRatio > 0)
+            std::snprintf(text, sizeof text, "graded_ratio%g", meshRatio);
+        else if (pin)
             std::snprintf(text, sizeof text, "pin_d%g", thickness);
         else
             std::snprintf(text, sizeof text, "cigs_d%g_na%g%s", thickness, doping,
@@ -27,7 +32,10 @@ struct StressVariant {
         return text;
     }
     // The shipped definition and action list of the variant, relative to the source tree.
-    std::string BaseCell() const { return pin ? "examples/cells/perovskite.def" : "home/def/cigs.def"; }
+    std::string BaseCell() const {
+        if (meshRatio > 0) return "examples/cells/graded_cigs.def";
+        return pin ? "examples/cells/perovskite.def" : "home/def/cigs.def";
+    }
     std::string Actions() const { return pin ? "bench/light_jv_75.act" : "examples/actions/light_iv.act"; }
 };
 
@@ -45,11 +53,21 @@ inline std::vector<StressVariant> StressGrid(bool cheapOnly) {
     all.push_back({2, 1e16, 4.1});
     all.push_back({2, 0, 0, true});
     if (!cheapOnly) all.push_back({10, 0, 0, true});
+    all.push_back({0, 0, 0, false, 1.2});
+    if (!cheapOnly) all.push_back({0, 0, 0, false, 1.1});
     return all;
 }
 
 // The definition text of the variant's shipped cell (`shipped`) with the variant's absorber and buffer.
 inline std::string StressDefinition(const std::string& shipped, const StressVariant& v) {
+    if (v.meshRatio > 0) {
+        const std::string key = "maximum ratio between neighbouring points :";
+        const size_t at = shipped.find(key);
+        if (at == std::string::npos) return "";
+        char value[48];
+        std::snprintf(value, sizeof value, "  %.2e", v.meshRatio);
+        return shipped.substr(0, at + key.size()) + value + shipped.substr(shipped.find('\n', at));
+    }
     const int absorber = v.pin ? 2 : 1;
     std::istringstream in(shipped);
     std::ostringstream out;
