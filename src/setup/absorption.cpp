@@ -224,10 +224,14 @@ void FillLayerAlpha(const CalculationVariables& cv, GenerationParameters& gp, in
         size_t kept = 0;
         for (size_t r = 0; r < rows.keys.size(); ++r) {
             if (!used[r]) continue;
-            rows.keys[kept] = rows.keys[r];
-            rows.rows[kept] = std::move(rows.rows[r]);
-            rows.rowsL[kept] = std::move(rows.rowsL[r]);
-            rows.extent[kept] = rows.extent[r];
+            // A row that stays where it is is not moved onto itself: a vector moved onto itself is
+            // left empty, and its points would absorb nothing.
+            if (kept != r) {
+                rows.keys[kept] = rows.keys[r];
+                rows.rows[kept] = std::move(rows.rows[r]);
+                rows.rowsL[kept] = std::move(rows.rowsL[r]);
+                rows.extent[kept] = rows.extent[r];
+            }
             ++kept;
         }
         rows.keys.resize(kept);

@@ -203,17 +203,23 @@ TEST_F(AbsorptionTest, GradedCompositionMixesThePureMaterials) {
     EXPECT_NEAR(ExtractAlpha(*cell.P, 400, 0), a400, 1e-6 * a400);
     EXPECT_NEAR(ExtractAlpha(*cell.P, 260, 0), LogInterpolateFromTable(260, xb, yb, 2), 1e-6 * 9e7);
 
-    // A new mesh, every other point moved: each point's alpha is still a fresh interpolation at its
-    // own composition, to the bit, whether its row was kept from the old mesh or made anew.
+    // New meshes, every other point moved each time: each point's alpha is still a fresh
+    // interpolation at its own composition, to the bit, whether its row was kept from an old mesh or
+    // made anew, also once the rows of compositions no longer on the mesh have been dropped.
     MeshBlock& moved = cell.cv->mesh;
-    for (int j = 1; j + 1 < moved.n_points; j += 2)
-        moved.x[At(j)] = 0.3 * moved.x[At(j - 1)] + 0.7 * moved.x[At(j + 1)];
-    CompleteMeshBlock(moved, cell.P->scale.length);
-    Full_x_Dependence(*cell.cv);
-    ASSERT_EQ(bepaal_alfa(*cell.cv, *cell.gp), 1);
-    for (int j = 0; j < moved.n_points; ++j) {
-        InterpolateAlpha(cell.P->material[0], LAW_LINEAR, cell.gp->lambda, alpha, 5, A, B, moved.y[At(j)]);
-        for (int k = 0; k < 5; ++k) ASSERT_EQ(AlphaOfPoint(*cell.gp, j)[k], alpha[At(k)]) << j << ", " << k;
+    for (const double share : {0.3, 0.6, 0.45}) {
+        for (int j = 1; j + 1 < moved.n_points; j += 2)
+            moved.x[At(j)] = share * moved.x[At(j - 1)] + (1 - share) * moved.x[At(j + 1)];
+        CompleteMeshBlock(moved, cell.P->scale.length);
+        Full_x_Dependence(*cell.cv);
+        ASSERT_EQ(bepaal_alfa(*cell.cv, *cell.gp), 1);
+        for (int j = 0; j < moved.n_points; ++j) {
+            InterpolateAlpha(cell.P->material[0], LAW_LINEAR, cell.gp->lambda, alpha, 5, A, B,
+                             moved.y[At(j)]);
+            ASSERT_NE(AlphaOfPoint(*cell.gp, j), nullptr) << share << ", " << j;
+            for (int k = 0; k < 5; ++k)
+                ASSERT_EQ(AlphaOfPoint(*cell.gp, j)[k], alpha[At(k)]) << j << ", " << k;
+        }
     }
     // Other data for material B are not served from the rows of the old.
     cell.P->material[0].absorptionFileB = Write("pureB2.abs", "250 5e7\n500 2e5\n");

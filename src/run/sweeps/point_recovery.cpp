@@ -9,6 +9,7 @@
 #include "platform/messages.h"
 #include "run/control/driver.h"
 #include "run/sweeps/operating_points.h"
+#include "solver/bulk_recombination.h"
 #include "solver/discrete_equations.h"
 #include "solver/gummel.h"
 
@@ -119,7 +120,8 @@ void KeepSolvedState(SolvedState& kept, const CalculationVariables& cv) {
 
 void RestoreSolvedState(CalculationVariables& cv, const SolvedState& kept) {
     if (!kept.valid) return;
-    if (!SameMesh(cv.mesh, kept.mesh)) {
+    const bool otherMesh = !SameMesh(cv.mesh, kept.mesh);
+    if (otherMesh) {
         // The failed solve refined the mesh: the properties and the light go back to the old one.
         const MeshBlock failed = cv.mesh;
         cv.mesh = kept.mesh;
@@ -138,6 +140,13 @@ void RestoreSolvedState(CalculationVariables& cv, const SolvedState& kept) {
     cv.exp_V = kept.exp_V;
     cv.iteration_count = kept.iteration_count;
     update_psivar(cv);
+    if (otherMesh) {
+        // The light was formed anew on the restored mesh while the defect records still belonged to
+        // the failed one: the defect absorption of a cell with optical capture was left out.  The
+        // records of the restored state, then the light its defects let through.
+        RefreshRecombination(cv);
+        IterateFt(cv);
+    }
     CONVERGENTIEFALING = 0;
 }
 
