@@ -105,21 +105,21 @@ void AddAuger(const CalculationVariables& cv, size_t i, const RecombinationTerms
     if (need.rateByV) out.dR_dv[i] += c * wn * A + d * cv.exp_min_psi[i] * P.Nv_eff[i] * A * P.C_p[i];
 }
 
-// The arrays of a record that `need` names, each once.
+// The arrays of a record that `need` names, each once, as members.
 template <typename F>
-void ForNeededArrays(RecDcTerms& t, const RecombinationTerms& need, F f) {
+void ForNeededArrays(const RecombinationTerms& need, F f) {
     if (need.charge) {
-        f(t.rho);
-        f(t.drho_dpsi);
+        f(&RecDcTerms::rho);
+        f(&RecDcTerms::drho_dpsi);
     }
     if (need.chargeByCarriers) {
-        f(t.drho_du);
-        f(t.drho_dv);
+        f(&RecDcTerms::drho_du);
+        f(&RecDcTerms::drho_dv);
     }
-    if (need.rate) f(t.R);
-    if (need.rateByPsi) f(t.dR_dpsi);
-    if (need.rateByU) f(t.dR_du);
-    if (need.rateByV) f(t.dR_dv);
+    if (need.rate) f(&RecDcTerms::R);
+    if (need.rateByPsi) f(&RecDcTerms::dR_dpsi);
+    if (need.rateByU) f(&RecDcTerms::dR_du);
+    if (need.rateByV) f(&RecDcTerms::dR_dv);
 }
 
 // The band-to-band terms that `need` names into `out` on the whole mesh: the mechanisms of `b` summed
@@ -128,7 +128,7 @@ void ForNeededArrays(RecDcTerms& t, const RecombinationTerms& need, F f) {
 void WriteBandToBand(const CalculationVariables& cv, BandToBand b, const RecombinationTerms& need,
                      RecDcTerms& out) {
     const auto n = static_cast<long>(MeshPoints(cv));
-    ForNeededArrays(out, need, [n](MeshArray& a) { std::fill(a.begin(), a.begin() + n, 0.0); });
+    ForNeededArrays(need, [&](MeshArray RecDcTerms::*a) { std::fill_n((out.*a).begin(), n, 0.0); });
     if (!b.radiative && !b.auger) return;
     ForInnerPoints(cv, [&](size_t i) {
         if (b.radiative) AddRadiative(cv, i, need, out);
@@ -165,20 +165,19 @@ int totale_rdcbijdrage_multilevel(CalculationVariables& cv, const RecombinationT
     RefreshRecdataForMesh(cv);
     RecombinationData& r = cv.recombination;
     const BandToBand b = ActiveBandToBand(cv);
-    if (!need.all()) {
-        // A step's terms straight into the sum: the band-to-band share first, over the whole mesh,
-        // then each defect adds its share on the points of its layer.
-        WriteBandToBand(cv, b, need, r.dc);
-        return AddAllDefects(cv, need, r.dc);
-    }
-    const int n = MeshPoints(cv);
-    rec_dc_initialisatie(r.dc_defects, n);
-    const int result = AddAllDefects(cv, ALL_TERMS, r.dc_defects);
+    const auto n = At(MeshPoints(cv));
+    // Each share holds the terms of the same iterate as the sum, so that what a solve leaves behind
+    // agrees with itself whichever step came last.
+    ForNeededArrays(need, [&](MeshArray RecDcTerms::*a) { std::fill_n((r.dc_defects.*a).begin(), n, 0.0); });
+    const int result = AddAllDefects(cv, need, r.dc_defects);
     if (result < 0) return result;
-    WriteBandToBand(cv, BandToBand{b.radiative, false}, ALL_TERMS, r.dc_radiative);
-    WriteBandToBand(cv, BandToBand{false, b.auger}, ALL_TERMS, r.dc_auger);
-    tel_dc_termen_op(r.dc_defects, r.dc_radiative, r.dc, n);
-    tel_dc_termen_op(r.dc, r.dc_auger, r.dc, n);
+    WriteBandToBand(cv, BandToBand{b.radiative, false}, need, r.dc_radiative);
+    WriteBandToBand(cv, BandToBand{false, b.auger}, need, r.dc_auger);
+    ForNeededArrays(need, [&](MeshArray RecDcTerms::*a) {
+        const MeshArray &d = r.dc_defects.*a, &rad = r.dc_radiative.*a, &aug = r.dc_auger.*a;
+        MeshArray& sum = r.dc.*a;
+        for (size_t i = 0; i < n; ++i) sum[i] = d[i] + rad[i] + aug[i];
+    });
     return 1;
 }
 

@@ -44,12 +44,12 @@ void maal_dc_termen(double factor, const RecDcTerms& in, RecDcTerms& out, int n)
 void rdcbijdrage_radiative(CalculationVariables& cv, RecDcTerms& out);
 void rdcbijdrage_auger(CalculationVariables& cv, RecDcTerms& out);
 
-// The bulk terms of the present iterate into the state, and the occupations of all levels into their
-// records.  With all terms: `dc_defects` (charge in defects and their recombination), `dc_radiative`,
-// `dc_auger` and their sum `dc`.  With the terms of one step only those arrays of the sum `dc` are
-// formed; the shares of the mechanisms and the other arrays keep what the last call left there.  A
-// mechanism whose coefficients are all 0 is not evaluated.  The level records are rebuilt first when
-// the mesh has changed since they were made.  1, or a negative number when a defect routine fails.
+// The bulk terms that `need` names at the present iterate into the state: `dc_defects` (charge in
+// defects and their recombination), `dc_radiative`, `dc_auger` and their sum `dc`; the arrays that
+// `need` leaves out keep what an earlier call left there.  The occupations of the levels go into
+// their records.  A mechanism whose coefficients are all 0 is not evaluated.  The level records are
+// rebuilt first when the mesh has changed since they were made.  1, or a negative number when a
+// defect routine fails.
 int totale_rdcbijdrage_multilevel(CalculationVariables& cv, const RecombinationTerms& need = ALL_TERMS);
 
 // The optical emission rates of one level sample from the fluxes of the generation record of `cv`

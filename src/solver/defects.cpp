@@ -70,29 +70,30 @@ void AddOneLevel(CalculationVariables& cv, RecLevelData& d, double weight, const
         const double gn = d.g_n_max[q], gp = d.g_p_max[q];
         const double A = gp + ep + cn * c.n; // electron gained
         const double B = gn + en + cp * c.p; // electron lost
-        const double T = A + B;
-        const double f = A / T, g = B / T; // occupied, empty
+        const double invT = 1.0 / (A + B);
+        const double f = A * invT, g = B * invT; // occupied, empty
         d.f_t[q] = f;
         d.een_min_f_t[q] = g;
         const double wNt = weight * d.Nt[q];
         // The occupied state holds one charge less than the empty one: drho = -Nt df.
+        const double k2 = wNt * invT * invT;
         if (charge) {
             out.rho[i] += wNt * (q0 * g + (q0 - 1) * f);
-            out.drho_dpsi[i] -= wNt * (cn * c.n * B + A * cp * c.p) / (T * T);
+            out.drho_dpsi[i] -= k2 * (cn * c.n * B + A * cp * c.p);
         }
         if (chargeByCarriers) {
-            out.drho_du[i] -= wNt * c.En * cn * B / (T * T);
-            out.drho_dv[i] += wNt * A * c.Fp * cp / (T * T);
+            out.drho_du[i] -= k2 * c.En * cn * B;
+            out.drho_dv[i] += k2 * A * c.Fp * cp;
         }
         if (!rate) continue;
         // U = c_n c_p (np - ni^2) less the optical terms; R = Nt U / T.
         const double NcNv = P.Nv_eff[i] * P.Nc_eff[i];
         const double U = (c.wn * c.wp - 1) * NcNv * cp * cn - gp * en - gn * ep - gp * gn;
-        const double k = wNt / T;
+        const double k = wNt * invT;
         if (need.rate) out.R[i] += k * U;
-        if (need.rateByPsi) out.dR_dpsi[i] -= k * U * (cn * c.n - cp * c.p) / T;
-        if (need.rateByU) out.dR_du[i] += k * (c.wp * NcNv * cp * cn - U * cn * c.En / T);
-        if (need.rateByV) out.dR_dv[i] += k * (c.wn * NcNv * cp * cn - U * cp * c.Fp / T);
+        if (need.rateByPsi) out.dR_dpsi[i] -= k * U * (cn * c.n - cp * c.p) * invT;
+        if (need.rateByU) out.dR_du[i] += k * (c.wp * NcNv * cp * cn - U * cn * c.En * invT);
+        if (need.rateByV) out.dR_dv[i] += k * (c.wn * NcNv * cp * cn - U * cp * c.Fp * invT);
     }
 }
 
@@ -263,6 +264,10 @@ int AddDefectSample(CalculationVariables& cv, int layer, int defect, int energy_
                     const RecombinationTerms& need, RecDcTerms& out) {
     Sample s;
     if (!FindSample(cv, layer, defect, energy_index, s)) return -1;
+    // A neutral defect holds no charge: a step that reads only the charge has nothing to take from
+    // it, and the occupations are formed anew by every step that does.
+    const bool chargeOnly = (need.charge || need.chargeByCarriers) && !AnyRate(need);
+    if (chargeOnly && s.L[0]->aard == DEFLEVTYPE_NEUTRAL) return 1;
     if (s.K == 1)
         AddOneLevel(cv, *s.L[0], weight, need, out);
     else

@@ -9,8 +9,8 @@ namespace tervo {
 
 // Adds `weight` times the terms that `need` names of one bulk defect at energy sample `energy_index`
 // to `out`, on the points of the defect's layer; other arrays and points are left alone.  The new
-// occupations are stored in the level records whatever `need` names.  1, or -1 when the defect has no
-// records.
+// occupations are stored in the level records, unless the defect is neutral and `need` names only
+// charge terms: then nothing is formed.  1, or -1 when the defect has no records.
 int AddDefectSample(CalculationVariables& cv, int layer, int defect, int energy_index, double weight,
                     const RecombinationTerms& need, RecDcTerms& out);
 // The terms that `need` names of one defect summed over its energy axis (the trapezoid weight of each
