@@ -23,8 +23,6 @@ struct RecombinationTerms {
     bool rateByPsi = true;        // dR_dpsi
     bool rateByU = true;          // dR_du
     bool rateByV = true;          // dR_dv
-
-    bool all() const { return charge && chargeByCarriers && rate && rateByPsi && rateByU && rateByV; }
 };
 inline constexpr RecombinationTerms ALL_TERMS{};
 inline constexpr RecombinationTerms POISSON_TERMS{true, false, false, false, false, false};
