@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
-#include <memory>
 #include <string>
 
 #include "platform/index.h"
@@ -196,7 +195,14 @@ void r_input_energie(CalculationVariables& cv, double E, BulkRecombinationParame
     }
 }
 
-void CreateRecdataStructures(CalculationVariables& cv, const RecombinationData* old) {
+namespace {
+
+using BulkLevelRecords = decltype(RecombinationData::rec_levels);
+using InterfaceLevelRecords = decltype(RecombinationData::ifr_levels);
+
+// The bulk level records on the present mesh; with `old` (and the positions `oldX` of the mesh it was
+// built on) the occupations and optical rates are carried over.
+void BuildBulkLevels(CalculationVariables& cv, const BulkLevelRecords* old, const MeshArray* oldX) {
     FreeRecdataStructures(cv);
     RecombinationData& r = cv.recombination;
     MarkBuilt(cv);
@@ -242,13 +248,13 @@ void CreateRecdataStructures(CalculationVariables& cv, const RecombinationData* 
                     data.g_n_max.assign(At(count), 0.0);
                     data.g_p_max.assign(At(count), 0.0);
                     if (old == nullptr) continue;
-                    const auto& before = old->rec_levels[At(j)][At(d)][At(k)];
+                    const auto& before = (*old)[At(j)][At(d)][At(k)];
                     if (At(m) >= before.size()) continue;
                     const RecLevelData& o = before[At(m)];
-                    CarryOver(o.f_t, old->builtX, o.first, data.f_t, cv.mesh.x, first);
-                    CarryOver(o.een_min_f_t, old->builtX, o.first, data.een_min_f_t, cv.mesh.x, first);
-                    CarryOver(o.g_n_max, old->builtX, o.first, data.g_n_max, cv.mesh.x, first);
-                    CarryOver(o.g_p_max, old->builtX, o.first, data.g_p_max, cv.mesh.x, first);
+                    CarryOver(o.f_t, *oldX, o.first, data.f_t, cv.mesh.x, first);
+                    CarryOver(o.een_min_f_t, *oldX, o.first, data.een_min_f_t, cv.mesh.x, first);
+                    CarryOver(o.g_n_max, *oldX, o.first, data.g_n_max, cv.mesh.x, first);
+                    CarryOver(o.g_p_max, *oldX, o.first, data.g_p_max, cv.mesh.x, first);
                 }
                 // Each sample holds the density of the distribution at its energy, Ntotal times the
                 // peak-to-total factor times w(E), and the recombination sums the samples by the
@@ -259,6 +265,12 @@ void CreateRecdataStructures(CalculationVariables& cv, const RecombinationData* 
             }
         }
     }
+}
+
+} // namespace
+
+void CreateRecdataStructures(CalculationVariables& cv, const RecombinationData* old) {
+    BuildBulkLevels(cv, old != nullptr ? &old->rec_levels : nullptr, old != nullptr ? &old->builtX : nullptr);
 }
 
 void FreeRecdataStructures(CalculationVariables& cv) {
@@ -327,7 +339,10 @@ void ifr_input_energie(CalculationVariables& cv, double E, const InterfaceRecomb
     data.Nt = params.N * EnergyDistributionWeight(type, E, params.energy.Et, params.energy.Ekar);
 }
 
-void CreateIFRecdataStructures(CalculationVariables& cv, const RecombinationData* old) {
+namespace {
+
+// The interface level records; with `old` the occupations are carried over.
+void BuildInterfaceLevels(CalculationVariables& cv, const InterfaceLevelRecords* old) {
     FreeIFRecdataStructures(cv);
     if (cv.parameters == nullptr) return;
     CalculationParameters& P = *cv.parameters;
@@ -352,13 +367,19 @@ void CreateIFRecdataStructures(CalculationVariables& cv, const RecombinationData
                 data.defect = d;
                 ifr_input_energie(cv, axis.E[At(m)], params, data);
                 if (old == nullptr) continue;
-                const auto& before = old->ifr_levels[At(j)][At(d)];
+                const auto& before = (*old)[At(j)][At(d)];
                 if (At(m) >= before.size()) continue;
                 data.f_t = before[At(m)].f_t;
                 data.een_min_f_t = before[At(m)].een_min_f_t;
             }
         }
     }
+}
+
+} // namespace
+
+void CreateIFRecdataStructures(CalculationVariables& cv, const RecombinationData* old) {
+    BuildInterfaceLevels(cv, old != nullptr ? &old->ifr_levels : nullptr);
 }
 
 void FreeIFRecdataStructures(CalculationVariables& cv) {
@@ -377,13 +398,13 @@ bool RecdataMatchesMesh(const CalculationVariables& cv) {
 
 void RefreshRecdataForMesh(CalculationVariables& cv) {
     if (RecdataMatchesMesh(cv)) return;
-    // Only the level records are needed from the old state; the sums are formed anew anyway.
-    auto old = std::make_unique<RecombinationData>();
-    old->rec_levels = cv.recombination.rec_levels;
-    old->ifr_levels = cv.recombination.ifr_levels;
-    old->builtX = cv.recombination.builtX;
-    CreateRecdataStructures(cv, old.get());
-    CreateIFRecdataStructures(cv, old.get());
+    // Only the level records are needed from the old state, and they are moved out of it, not copied
+    // with the rest of the record; the sums are formed anew anyway.
+    const BulkLevelRecords oldBulk = std::move(cv.recombination.rec_levels);
+    const InterfaceLevelRecords oldInterface = std::move(cv.recombination.ifr_levels);
+    const MeshArray oldX = cv.recombination.builtX;
+    BuildBulkLevels(cv, &oldBulk, &oldX);
+    BuildInterfaceLevels(cv, &oldInterface);
 }
 
 } // namespace tervo

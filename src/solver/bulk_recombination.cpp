@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <memory>
 
 #include "platform/index.h"
 #include "setup/absorption.h"
@@ -58,64 +57,127 @@ void maal_dc_termen(double factor, const RecDcTerms& in, RecDcTerms& out, int n)
         for (size_t i = 0; i < m; ++i) (*O[k])[i] = factor * (*I[k])[i];
 }
 
+namespace {
+
+// The band-to-band mechanisms that act somewhere on the mesh: a coefficient of 0 everywhere leaves
+// the mechanism out.
+struct BandToBand {
+    bool radiative = false;
+    bool auger = false;
+};
+
+BandToBand ActiveBandToBand(const CalculationVariables& cv) {
+    const CalculationParameters& P = *cv.parameters;
+    const auto n = static_cast<long>(MeshPoints(cv));
+    auto nonzero = [](double x) { return x != 0.0; };
+    BandToBand b;
+    b.radiative = std::any_of(P.K_rad.begin(), P.K_rad.begin() + n, nonzero);
+    b.auger = std::any_of(P.C_n.begin(), P.C_n.begin() + n, nonzero) ||
+              std::any_of(P.C_p.begin(), P.C_p.begin() + n, nonzero);
+    return b;
+}
+
+// Radiative recombination at point i added to the rate terms that `need` names.
+void AddRadiative(const CalculationVariables& cv, size_t i, const RecombinationTerms& need, RecDcTerms& out) {
+    const CalculationParameters& P = *cv.parameters;
+    // np - ni^2 = Nc_eff Nv_eff ((a_n + u)(a_p + v) - 1): exp(psi) cancels.
+    const double B = P.Nv_eff[i] * P.Nc_eff[i] * P.K_rad[i];
+    const double wn = cv.a_n + cv.u[i];
+    const double wp = cv.a_p + cv.v[i];
+    if (need.rate) out.R[i] += (wn * wp - 1) * B;
+    if (need.rateByU) out.dR_du[i] += wp * B;
+    if (need.rateByV) out.dR_dv[i] += wn * B;
+}
+
+// Auger recombination at point i added to the rate terms that `need` names.
+void AddAuger(const CalculationVariables& cv, size_t i, const RecombinationTerms& need, RecDcTerms& out) {
+    const CalculationParameters& P = *cv.parameters;
+    const double wn = cv.a_n + cv.u[i];
+    const double wp = cv.a_p + cv.v[i];
+    const double n = wn * cv.exp_psi[i] * P.Nc_eff[i];
+    const double p = wp * cv.exp_min_psi[i] * P.Nv_eff[i];
+    const double A = P.Nv_eff[i] * P.Nc_eff[i];
+    const double d = wn * wp - 1;
+    const double c = p * P.C_p[i] + n * P.C_n[i];
+    if (need.rate) out.R[i] += c * d * A;
+    if (need.rateByPsi) out.dR_dpsi[i] += (n * P.C_n[i] - p * P.C_p[i]) * d * A;
+    if (need.rateByU) out.dR_du[i] += c * wp * A + d * cv.exp_psi[i] * P.Nc_eff[i] * A * P.C_n[i];
+    if (need.rateByV) out.dR_dv[i] += c * wn * A + d * cv.exp_min_psi[i] * P.Nv_eff[i] * A * P.C_p[i];
+}
+
+// The arrays of a record that `need` names, each once, as members.
+template <typename F>
+void ForNeededArrays(const RecombinationTerms& need, F f) {
+    if (need.charge) {
+        f(&RecDcTerms::rho);
+        f(&RecDcTerms::drho_dpsi);
+    }
+    if (need.chargeByCarriers) {
+        f(&RecDcTerms::drho_du);
+        f(&RecDcTerms::drho_dv);
+    }
+    if (need.rate) f(&RecDcTerms::R);
+    if (need.rateByPsi) f(&RecDcTerms::dR_dpsi);
+    if (need.rateByU) f(&RecDcTerms::dR_du);
+    if (need.rateByV) f(&RecDcTerms::dR_dv);
+}
+
+// The band-to-band terms that `need` names into `out` on the whole mesh: the mechanisms of `b` summed
+// at the inner points of each layer, 0 elsewhere and in the charge arrays (these mechanisms hold no
+// charge).
+void WriteBandToBand(const CalculationVariables& cv, BandToBand b, const RecombinationTerms& need,
+                     RecDcTerms& out) {
+    const auto n = static_cast<long>(MeshPoints(cv));
+    ForNeededArrays(need, [&](MeshArray RecDcTerms::*a) { std::fill_n((out.*a).begin(), n, 0.0); });
+    if (!b.radiative && !b.auger) return;
+    ForInnerPoints(cv, [&](size_t i) {
+        if (b.radiative) AddRadiative(cv, i, need, out);
+        if (b.auger) AddAuger(cv, i, need, out);
+    });
+}
+
+int AddAllDefects(CalculationVariables& cv, const RecombinationTerms& need, RecDcTerms& out) {
+    const RecombinationData& r = cv.recombination;
+    const int layers =
+        std::clamp(std::min(cv.parameters->numberOfLayers, cv.mesh.number_of_layers), 0, MAX_LAYERS);
+    for (int j = 0; j < layers; ++j)
+        for (int d = 0; d < MAX_DEFECTS; ++d) {
+            if (r.rec_levels[At(j)][At(d)][0].empty()) continue;
+            const int result = AddDefectTerms(cv, j, d, need, out);
+            if (result < 0) return result;
+        }
+    return 1;
+}
+
+} // namespace
+
 void rdcbijdrage_radiative(CalculationVariables& cv, RecDcTerms& out) {
     rec_dc_initialisatie(out, MeshPoints(cv));
-    const CalculationParameters& P = *cv.parameters;
-    ForInnerPoints(cv, [&](size_t i) {
-        // np - ni^2 = Nc_eff Nv_eff ((a_n + u)(a_p + v) - 1): exp(psi) cancels.
-        const double B = P.Nv_eff[i] * P.Nc_eff[i] * P.K_rad[i];
-        const double wn = cv.a_n + cv.u[i];
-        const double wp = cv.a_p + cv.v[i];
-        out.R[i] = (wn * wp - 1) * B;
-        out.dR_dpsi[i] = 0;
-        out.dR_du[i] = wp * B;
-        out.dR_dv[i] = wn * B;
-    });
+    ForInnerPoints(cv, [&](size_t i) { AddRadiative(cv, i, ALL_TERMS, out); });
 }
 
 void rdcbijdrage_auger(CalculationVariables& cv, RecDcTerms& out) {
     rec_dc_initialisatie(out, MeshPoints(cv));
-    const CalculationParameters& P = *cv.parameters;
-    ForInnerPoints(cv, [&](size_t i) {
-        const double wn = cv.a_n + cv.u[i];
-        const double wp = cv.a_p + cv.v[i];
-        const double n = wn * cv.exp_psi[i] * P.Nc_eff[i];
-        const double p = wp * cv.exp_min_psi[i] * P.Nv_eff[i];
-        const double A = P.Nv_eff[i] * P.Nc_eff[i];
-        const double d = wn * wp - 1;
-        const double c = p * P.C_p[i] + n * P.C_n[i];
-        out.R[i] = c * d * A;
-        out.dR_dpsi[i] = (n * P.C_n[i] - p * P.C_p[i]) * d * A;
-        out.dR_du[i] = c * wp * A + d * cv.exp_psi[i] * P.Nc_eff[i] * A * P.C_n[i];
-        out.dR_dv[i] = c * wn * A + d * cv.exp_min_psi[i] * P.Nv_eff[i] * A * P.C_p[i];
-    });
+    ForInnerPoints(cv, [&](size_t i) { AddAuger(cv, i, ALL_TERMS, out); });
 }
 
-int totale_rdcbijdrage_multilevel(CalculationVariables& cv) {
-    const int n = MeshPoints(cv);
+int totale_rdcbijdrage_multilevel(CalculationVariables& cv, const RecombinationTerms& need) {
     RefreshRecdataForMesh(cv);
     RecombinationData& r = cv.recombination;
-    rec_dc_initialisatie(r.dc, n);
-    const int layers =
-        std::clamp(std::min(cv.parameters->numberOfLayers, cv.mesh.number_of_layers), 0, MAX_LAYERS);
-    // The share of one defect, in a record of the process made once (it is cleared by the sum).
-    static RecDcTerms defectTerms;
-    RecDcTerms* defect = &defectTerms;
-    for (int j = 0; j < layers; ++j) {
-        for (int d = 0; d < MAX_DEFECTS; ++d) {
-            if (r.rec_levels[At(j)][At(d)][0].empty()) continue;
-            const int type = cv.parameters->srh[At(j)][At(d)][0].energy.type;
-            const int result =
-                rdcbijdrage_distributie_multilevel(cv, j, d, r.axis[At(j)][At(d)], type, *defect);
-            if (result < 0) return result;
-            tel_dc_termen_op(r.dc, *defect, r.dc, n);
-        }
-    }
-    maal_dc_termen(1.0, r.dc, r.dc_defects, n);
-    rdcbijdrage_radiative(cv, r.dc_radiative);
-    rdcbijdrage_auger(cv, r.dc_auger);
-    tel_dc_termen_op(r.dc, r.dc_radiative, r.dc, n);
-    tel_dc_termen_op(r.dc, r.dc_auger, r.dc, n);
+    const BandToBand b = ActiveBandToBand(cv);
+    const auto n = At(MeshPoints(cv));
+    // Each share holds the terms of the same iterate as the sum, so that what a solve leaves behind
+    // agrees with itself whichever step came last.
+    ForNeededArrays(need, [&](MeshArray RecDcTerms::*a) { std::fill_n((r.dc_defects.*a).begin(), n, 0.0); });
+    const int result = AddAllDefects(cv, need, r.dc_defects);
+    if (result < 0) return result;
+    WriteBandToBand(cv, BandToBand{b.radiative, false}, need, r.dc_radiative);
+    WriteBandToBand(cv, BandToBand{false, b.auger}, need, r.dc_auger);
+    ForNeededArrays(need, [&](MeshArray RecDcTerms::*a) {
+        const MeshArray &d = r.dc_defects.*a, &rad = r.dc_radiative.*a, &aug = r.dc_auger.*a;
+        MeshArray& sum = r.dc.*a;
+        for (size_t i = 0; i < n; ++i) sum[i] = d[i] + rad[i] + aug[i];
+    });
     return 1;
 }
 
@@ -214,9 +276,6 @@ int IterateFt(CalculationVariables& cv) {
     const ConvergenceParameters& settings = cv.parameters->convergence;
     const int layers =
         std::clamp(std::min(cv.parameters->numberOfLayers, cv.mesh.number_of_layers), 0, MAX_LAYERS);
-    static RecDcTerms levelTerms; // made once, only read through the level records
-    RecDcTerms* scratch = &levelTerms;
-    rec_dc_initialisatie(*scratch, MeshPoints(cv));
     int iterations = 0;
     double change = 1.0;
     while (iterations < settings.maxiter_Ft && change > settings.termination_Ft) {
@@ -230,7 +289,8 @@ int IterateFt(CalculationVariables& cv) {
         for (int j = 0; j < layers; ++j)
             for (int d = 0; d < MAX_DEFECTS; ++d) {
                 const int n = cv.recombination.n_energy_points[At(j)][At(d)];
-                for (int m = 0; m < n; ++m) rdcbijdrage_een_niveau_multilevel(cv, j, d, m, *scratch);
+                for (int m = 0; m < n; ++m)
+                    AddDefectSample(cv, j, d, m, 0.0, OCCUPATION_ONLY, cv.recombination.dc);
             }
         for (int l = first; l <= last; ++l) CalculateFluxesEverywhere(cv, gp, l, 0, Rfront);
         change = 0.0;

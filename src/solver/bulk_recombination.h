@@ -11,6 +11,27 @@
 
 namespace tervo {
 
+// The terms of the recombination that a Newton step reads; the others are not formed.  The Poisson
+// step reads the charge and its derivative by psi, a carrier step the rate and its derivative by its
+// own carrier, the coupled step everything.  At an interface `charge` stands for the sheet charge and
+// its derivative, `rate` for the four net rates, `rateByU` and `rateByV` for their derivatives by u
+// and by v.
+struct RecombinationTerms {
+    bool charge = true;           // rho, drho_dpsi
+    bool chargeByCarriers = true; // drho_du, drho_dv
+    bool rate = true;             // R
+    bool rateByPsi = true;        // dR_dpsi
+    bool rateByU = true;          // dR_du
+    bool rateByV = true;          // dR_dv
+};
+inline constexpr RecombinationTerms ALL_TERMS{};
+inline constexpr RecombinationTerms POISSON_TERMS{true, false, false, false, false, false};
+inline constexpr RecombinationTerms ELECTRON_TERMS{false, false, true, false, true, false};
+inline constexpr RecombinationTerms HOLE_TERMS{false, false, true, false, false, true};
+inline constexpr RecombinationTerms CARRIER_TERMS{false, false, true, false, true, true};
+// No term at all: only the occupations of the levels are brought up to date.
+inline constexpr RecombinationTerms OCCUPATION_ONLY{false, false, false, false, false, false};
+
 // Zero, add and scale the eight arrays of a record over the first n points.
 void rec_dc_initialisatie(RecDcTerms& terms, int n);
 void tel_dc_termen_op(const RecDcTerms& a, const RecDcTerms& b, RecDcTerms& sum, int n);
@@ -21,11 +42,13 @@ void maal_dc_termen(double factor, const RecDcTerms& in, RecDcTerms& out, int n)
 void rdcbijdrage_radiative(CalculationVariables& cv, RecDcTerms& out);
 void rdcbijdrage_auger(CalculationVariables& cv, RecDcTerms& out);
 
-// All bulk terms of the present iterate into the state: `dc_defects` (charge in defects and their
-// recombination), `dc_radiative`, `dc_auger` and their sum `dc`.  The level records are rebuilt first
-// when the mesh has changed since they were made.  1, or a negative number when a defect routine
-// fails.
-int totale_rdcbijdrage_multilevel(CalculationVariables& cv);
+// The bulk terms that `need` names at the present iterate into the state: `dc_defects` (charge in
+// defects and their recombination), `dc_radiative`, `dc_auger` and their sum `dc`; the arrays that
+// `need` leaves out keep what an earlier call left there.  The occupations of the levels go into
+// their records.  A mechanism whose coefficients are all 0 is not evaluated.  The level records are
+// rebuilt first when the mesh has changed since they were made.  1, or a negative number when a
+// defect routine fails.
+int totale_rdcbijdrage_multilevel(CalculationVariables& cv, const RecombinationTerms& need = ALL_TERMS);
 
 // The optical emission rates of one level sample from the fluxes of the generation record of `cv`
 // over `count` wavelengths from index `first`: g_n from the electron cross sections (occupied level

@@ -290,10 +290,10 @@ int bereken_delta_uv_Gummel(CalculationVariables& cv, const uv_trimatrix& J, con
 // ---------------------------------------------------------------------------------------------------
 // Inner iterations.
 
-bool RefreshRecombination(CalculationVariables& cv) {
+bool RefreshRecombination(CalculationVariables& cv, const RecombinationTerms& need) {
     InitialiseTunnelCurrent(cv, 0);
-    if (totale_rdcbijdrage_multilevel(cv) < 0) return false;
-    totale_ifrdcbijdrage(cv);
+    if (totale_rdcbijdrage_multilevel(cv, need) < 0) return false;
+    totale_ifrdcbijdrage(cv, need);
     return true;
 }
 
@@ -332,7 +332,7 @@ int psi_iteratie_Gummel(CalculationVariables& cv, int equilibrium) {
     int count = 0;
     int result = 0;
     for (;;) {
-        if (!RefreshRecombination(cv)) {
+        if (!RefreshRecombination(cv, POISSON_TERMS)) {
             count = -1;
             result = -1;
             break;
@@ -376,7 +376,7 @@ int u_or_v_iteratie_Gummel(CalculationVariables& cv, int carrier) {
     int count = 0;
     int result = 0;
     for (;;) {
-        if (!RefreshRecombination(cv)) {
+        if (!RefreshRecombination(cv, electrons ? ELECTRON_TERMS : HOLE_TERMS)) {
             count = -1;
             result = -1;
             break;
@@ -434,7 +434,7 @@ int uv_iteratie_Gummel(CalculationVariables& cv) {
     int count = 0;
     int result = 0;
     for (;;) {
-        if (!RefreshRecombination(cv)) {
+        if (!RefreshRecombination(cv, CARRIER_TERMS)) {
             count = -1;
             result = -1;
             break;

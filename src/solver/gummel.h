@@ -12,6 +12,7 @@
 #include <span>
 
 #include "setup/parameter_sets.h"
+#include "solver/bulk_recombination.h"
 #include "solver/discrete_equations.h"
 #include "solver/small_linalg.h"
 
@@ -74,9 +75,10 @@ void clamping_psi(CalculationVariables& cv, std::span<double> delta, double clam
 // level, applies it and refreshes EFn or EFp.  1 when the change is above the termination test.
 int clamping_u_or_v(CalculationVariables& cv, std::span<double> delta, double clamp, int carrier);
 
-// What every Newton step of an inner iteration starts from: the tunnelling terms cleared, the bulk and
-// the interface recombination of the present iterate.  False when a defect routine fails.
-bool RefreshRecombination(CalculationVariables& cv);
+// What every Newton step of an inner iteration starts from: the tunnelling terms cleared, the terms of
+// the bulk and the interface recombination that the step reads (`need`) at the present iterate.
+// False when a defect routine fails.
+bool RefreshRecombination(CalculationVariables& cv, const RecombinationTerms& need = ALL_TERMS);
 
 // One adaptive step of the mesh on the present iterate and, when the mesh changed, what derives from
 // it (exponentials and Bernoulli factors, quasi-Fermi levels, generation); `previous` receives the

@@ -1,7 +1,6 @@
 #include "solver/interface_recombination.h"
 
 #include <algorithm>
-#include <memory>
 
 #include "platform/index.h"
 #include "solver/defects.h"
@@ -95,10 +94,12 @@ void maal_ifrdcbijdrage(double factor, const IfrDcTerms& in, IfrDcTerms& out, in
     Combine(in, in, out, n_layers, n_points, [factor](double x, double) { return factor * x; });
 }
 
-void ifrdcbijdrage_een_niveau_tunnel(CalculationVariables& cv, IfrLevelData& data, IfrDcTerms& out,
-                                     int defect, int energy_index) {
-    (void)defect;
-    (void)energy_index;
+namespace {
+
+// Adds `weight` times the terms that `need` names of one interface defect sample to the fields of its
+// interface in `out`, and stores its occupation in `data`.
+void AddInterfaceSample(CalculationVariables& cv, IfrLevelData& data, double weight,
+                        const RecombinationTerms& need, IfrDcTerms& out) {
     const CalculationParameters& P = *cv.parameters;
     const int j = data.interface;
     const size_t J = At(j);
@@ -124,119 +125,130 @@ void ifrdcbijdrage_een_niveau_tunnel(CalculationVariables& cv, IfrLevelData& dat
     const double f = A / D, g = B / D; // occupied, empty
     data.f_t = f;
     data.een_min_f_t = g;
-    const double Nt = data.Nt;
+    const double Nt = data.Nt * weight;
 
-    const double q = Q_ELEM;
-    if (data.aard == 1) {
-        out.sigma[J] = -q * Nt * f;
-    } else if (data.aard == 2) {
-        out.sigma[J] = q * Nt * g;
-    } else {
-        out.sigma[J] = 0;
+    if (need.charge && (data.aard == 1 || data.aard == 2)) {
+        const double q = Q_ELEM;
+        out.sigma[J] += data.aard == 1 ? -q * Nt * f : q * Nt * g;
+        out.dsigma_dpsi[J] += ((pR * cpR + pL * cpL) * A + (nR * cnR + nL * cnL) * B) * Nt * (-q) / (D * D);
     }
-    out.dsigma_dpsi[J] = (data.aard == 1 || data.aard == 2)
-                             ? ((pR * cpR + pL * cpL) * A + (nR * cnR + nL * cnL) * B) * Nt * (-q) / (D * D)
-                             : 0.0;
 
     // Net capture rates of each carrier from each side, normalised as rates per volume times the
     // length of a box: by N L of the side.
     const double kL = 1.0 / (P.scale.density[J] * P.scale.length);
     const double kR = 1.0 / (P.scale.density[J + 1] * P.scale.length);
-    out.Rn_left[J] =
-        ((pR * nL - p1R * n1L) * cpR + (pL * nL - p1L * n1L) * cpL + (n1R * nL - nR * n1L) * cnR) * Nt *
-        data.c_n_left * kL / D;
-    out.Rn_right[J] =
-        ((pR * nR - p1R * n1R) * cpR + (pL * nR - p1L * n1R) * cpL + (n1L * nR - nL * n1R) * cnL) * Nt *
-        data.c_n_right * kR / D;
-    out.Rp_left[J] =
-        ((nR * pL - n1R * p1L) * cnR + (nL * pL - n1L * p1L) * cnL + (p1R * pL - pR * p1L) * cpR) * Nt *
-        data.c_p_left * kL / D;
-    out.Rp_right[J] =
-        ((nR * pR - n1R * p1R) * cnR + (nL * pR - n1L * p1R) * cnL + (p1L * pR - pL * p1R) * cpL) * Nt *
-        data.c_p_right * kR / D;
-    out.Rn_left_tunnel[J] = (1 + data.gamma_n_left) * out.Rn_left[J];
-    out.Rn_right_tunnel[J] = (1 + data.gamma_n_right) * out.Rn_right[J];
-    out.Rp_left_tunnel[J] = (1 + data.gamma_p_left) * out.Rp_left[J];
-    out.Rp_right_tunnel[J] = (1 + data.gamma_p_right) * out.Rp_right[J];
+    if (need.rate) {
+        const double RnL =
+            ((pR * nL - p1R * n1L) * cpR + (pL * nL - p1L * n1L) * cpL + (n1R * nL - nR * n1L) * cnR) * Nt *
+            data.c_n_left * kL / D;
+        const double RnR =
+            ((pR * nR - p1R * n1R) * cpR + (pL * nR - p1L * n1R) * cpL + (n1L * nR - nL * n1R) * cnL) * Nt *
+            data.c_n_right * kR / D;
+        const double RpL =
+            ((nR * pL - n1R * p1L) * cnR + (nL * pL - n1L * p1L) * cnL + (p1R * pL - pR * p1L) * cpR) * Nt *
+            data.c_p_left * kL / D;
+        const double RpR =
+            ((nR * pR - n1R * p1R) * cnR + (nL * pR - n1L * p1R) * cnL + (p1L * pR - pL * p1R) * cpL) * Nt *
+            data.c_p_right * kR / D;
+        out.Rn_left[J] += RnL;
+        out.Rn_right[J] += RnR;
+        out.Rp_left[J] += RpL;
+        out.Rp_right[J] += RpR;
+        out.Rn_left_tunnel[J] += (1 + data.gamma_n_left) * RnL;
+        out.Rn_right_tunnel[J] += (1 + data.gamma_n_right) * RnR;
+        out.Rp_left_tunnel[J] += (1 + data.gamma_p_left) * RpL;
+        out.Rp_right_tunnel[J] += (1 + data.gamma_p_right) * RpR;
+    }
 
     const double tnL = n1L + nL, tnR = n1R + nR, tpL = p1L + pL, tpR = p1R + pR;
-    out.dRn_left_du_left[J] = EL * (1 - tnL * cnL / D) * g * Nt * cnL * kL;
-    out.dRn_left_du_right[J] = -ER * (cnR / D) * tnL * g * Nt * cnL * kL;
-    out.dRn_left_dv_left[J] = FL * tnL * f * Nt * cpL * cnL * kL / D;
-    out.dRn_left_dv_right[J] = FR * tnL * f * Nt * cpR * cnL * kL / D;
-    out.dRn_right_du_right[J] = (1 + data.gamma_n_right) * ER * (1 - tnR * cnR / D) * g * Nt * cnR * kR;
-    out.dRn_right_du_left[J] = -(1 + data.gamma_n_right) * EL * (cnL / D) * tnR * g * Nt * cnR * kR;
-    out.dRn_right_dv_left[J] = FL * tnR * f * Nt * cpL * cnR * kR / D;
-    out.dRn_right_dv_right[J] = FR * tnR * f * Nt * cpR * cnR * kR / D;
-    out.dRp_left_dv_left[J] = FL * (1 - tpL * cpL / D) * f * Nt * cpL * kL;
-    out.dRp_left_dv_right[J] = -FR * (cpR / D) * tpL * f * Nt * cpL * kL;
-    // More electrons fill the trap and so raise its hole capture: these cross derivatives are
-    // positive, like those of the electron rates by v.  They are the derivatives of Rp_left and
-    // Rp_right as written above; with a minus sign the Jacobian would disagree with its own residual
-    // and the Newton steps at a trapped interface would go astray.
-    out.dRp_left_du_left[J] = EL * tpL * g * Nt * cnL * cpL * kL / D;
-    out.dRp_left_du_right[J] = ER * tpL * g * Nt * cnR * cpL * kL / D;
-    out.dRp_right_dv_right[J] = FR * (1 - tpR * cpR / D) * f * Nt * cpR * kR;
-    out.dRp_right_dv_left[J] = -FL * (cpL / D) * tpR * f * Nt * cpR * kR;
-    out.dRp_right_du_left[J] = EL * tpR * g * Nt * cnL * cpR * kR / D;
-    out.dRp_right_du_right[J] = ER * tpR * g * Nt * cnR * cpR * kR / D;
+    if (need.rateByU) {
+        out.dRn_left_du_left[J] += EL * (1 - tnL * cnL / D) * g * Nt * cnL * kL;
+        out.dRn_left_du_right[J] += -ER * (cnR / D) * tnL * g * Nt * cnL * kL;
+        out.dRn_right_du_right[J] += (1 + data.gamma_n_right) * ER * (1 - tnR * cnR / D) * g * Nt * cnR * kR;
+        out.dRn_right_du_left[J] += -(1 + data.gamma_n_right) * EL * (cnL / D) * tnR * g * Nt * cnR * kR;
+        // More electrons fill the trap and so raise its hole capture: these cross derivatives are
+        // positive, like those of the electron rates by v.  They are the derivatives of Rp_left and
+        // Rp_right as written above; with a minus sign the Jacobian would disagree with its own
+        // residual and the Newton steps at a trapped interface would go astray.
+        out.dRp_left_du_left[J] += EL * tpL * g * Nt * cnL * cpL * kL / D;
+        out.dRp_left_du_right[J] += ER * tpL * g * Nt * cnR * cpL * kL / D;
+        out.dRp_right_du_left[J] += EL * tpR * g * Nt * cnL * cpR * kR / D;
+        out.dRp_right_du_right[J] += ER * tpR * g * Nt * cnR * cpR * kR / D;
+    }
+    if (need.rateByV) {
+        out.dRn_left_dv_left[J] += FL * tnL * f * Nt * cpL * cnL * kL / D;
+        out.dRn_left_dv_right[J] += FR * tnL * f * Nt * cpR * cnL * kL / D;
+        out.dRn_right_dv_left[J] += FL * tnR * f * Nt * cpL * cnR * kR / D;
+        out.dRn_right_dv_right[J] += FR * tnR * f * Nt * cpR * cnR * kR / D;
+        out.dRp_left_dv_left[J] += FL * (1 - tpL * cpL / D) * f * Nt * cpL * kL;
+        out.dRp_left_dv_right[J] += -FR * (cpR / D) * tpL * f * Nt * cpL * kL;
+        out.dRp_right_dv_right[J] += FR * (1 - tpR * cpR / D) * f * Nt * cpR * kR;
+        out.dRp_right_dv_left[J] += -FL * (cpL / D) * tpR * f * Nt * cpR * kR;
+    }
 }
 
-void ifrdcbijdrage_distributie(CalculationVariables& cv, int interface, int defect, IfrDcTerms& out) {
-    const int layers = cv.mesh.number_of_layers;
-    const int points = cv.mesh.n_points;
-    ifr_dc_initialisatie(out, layers, points);
+// The terms that `need` names of one interface defect summed over its energy axis (the trapezoid
+// weight of each sample), added to the fields of its interface in `out`.
+void AddInterfaceDefect(CalculationVariables& cv, int interface, int defect, const RecombinationTerms& need,
+                        IfrDcTerms& out) {
     RecombinationData& r = cv.recombination;
     std::vector<IfrLevelData>& samples = r.ifr_levels[At(interface)][At(defect)];
     const int n = std::min(r.n_ifr_points[At(interface)][At(defect)], static_cast<int>(samples.size()));
     if (n <= 0) return;
     const int type = cv.parameters->interfaceDefect[At(interface)][At(defect)].energy.type;
     if (type == EDIST_SINGLE) {
-        ifrdcbijdrage_een_niveau_tunnel(cv, samples[0], out, defect, 0);
+        AddInterfaceSample(cv, samples[0], 1.0, need, out);
         return;
     }
-    // Trapezoid rule over the energy axis; the fields of other interfaces stay 0.
     const EnergyAxis& axis = r.ifr_axis[At(interface)][At(defect)];
-    // Records of the process for the neighbouring samples, made once and cleared for this mesh.
-    static IfrDcTerms previousSample, currentSample;
-    IfrDcTerms* previous = &previousSample;
-    IfrDcTerms* current = &currentSample;
-    ifr_dc_initialisatie(*previous, layers, points);
-    ifr_dc_initialisatie(*current, layers, points);
-    ifrdcbijdrage_een_niveau_tunnel(cv, samples[0], *previous, defect, 0);
-    for (int m = 1; m < n; ++m) {
-        ifrdcbijdrage_een_niveau_tunnel(cv, samples[At(m)], *current, defect, m);
-        const double w = axis.dE[At(m - 1)] / 2;
-        const auto O = InterfaceFields(out);
-        const auto A = InterfaceFields(static_cast<const IfrDcTerms&>(*previous));
-        const auto B = InterfaceFields(static_cast<const IfrDcTerms&>(*current));
-        for (size_t k = 0; k < O.size(); ++k)
-            (*O[k])[At(interface)] += ((*A[k])[At(interface)] + (*B[k])[At(interface)]) * w;
-        std::swap(previous, current);
-    }
+    for (int m = 0; m < n; ++m)
+        AddInterfaceSample(cv, samples[At(m)], TrapezoidWeight(axis, n, m, type), need, out);
 }
 
-void totale_ifrdcbijdrage(CalculationVariables& cv) {
-    const int layers = cv.mesh.number_of_layers;
-    const int n = cv.mesh.n_points;
+// Zeroes the fields that `need` names at interface J.
+void ClearInterface(IfrDcTerms& t, size_t J, const RecombinationTerms& need) {
+    if (need.charge) t.sigma[J] = t.dsigma_dpsi[J] = 0;
+    if (need.rate)
+        for (PerInterface* a : {&t.Rn_left, &t.Rn_right, &t.Rp_left, &t.Rp_right, &t.Rn_left_tunnel,
+                                &t.Rn_right_tunnel, &t.Rp_left_tunnel, &t.Rp_right_tunnel})
+            (*a)[J] = 0;
+    if (need.rateByU)
+        for (PerInterface* a :
+             {&t.dRn_left_du_left, &t.dRn_left_du_right, &t.dRn_right_du_left, &t.dRn_right_du_right,
+              &t.dRp_left_du_left, &t.dRp_left_du_right, &t.dRp_right_du_left, &t.dRp_right_du_right})
+            (*a)[J] = 0;
+    if (need.rateByV)
+        for (PerInterface* a :
+             {&t.dRn_left_dv_left, &t.dRn_left_dv_right, &t.dRn_right_dv_left, &t.dRn_right_dv_right,
+              &t.dRp_left_dv_left, &t.dRp_left_dv_right, &t.dRp_right_dv_left, &t.dRp_right_dv_right})
+            (*a)[J] = 0;
+}
+
+} // namespace
+
+void ifrdcbijdrage_een_niveau_tunnel(CalculationVariables& cv, IfrLevelData& data, IfrDcTerms& out,
+                                     int defect, int energy_index) {
+    (void)defect;
+    (void)energy_index;
+    ClearInterface(out, At(data.interface), ALL_TERMS);
+    AddInterfaceSample(cv, data, 1.0, ALL_TERMS, out);
+}
+
+void ifrdcbijdrage_distributie(CalculationVariables& cv, int interface, int defect, IfrDcTerms& out) {
+    ifr_dc_initialisatie(out, cv.mesh.number_of_layers, cv.mesh.n_points);
+    AddInterfaceDefect(cv, interface, defect, ALL_TERMS, out);
+}
+
+void totale_ifrdcbijdrage(CalculationVariables& cv, const RecombinationTerms& need) {
     RefreshRecdataForMesh(cv);
     RecombinationData& r = cv.recombination;
-    IfrDcTerms& ifr = r.ifr;
-    ifr_dc_initialisatie(ifr, layers, n);
-    static IfrDcTerms defectTerms; // the share of one defect, made once; cleared by the sum
-    IfrDcTerms* defect = &defectTerms;
-    for (size_t j = 0; j < Interfaces(layers); ++j)
-        for (int d = 0; d < MAX_IFDEFECTS; ++d) {
-            if (r.ifr_levels[j][At(d)].empty()) continue;
-            ifrdcbijdrage_distributie(cv, static_cast<int>(j), d, *defect);
-            tel_ifrdcbijdragen_op(ifr, *defect, ifr, layers, n);
-        }
-    // Tunnel currents of capture by tunnelling, spread over the links they pass; without tunnelling
-    // they are 0.
-    for (size_t i = 0; i + 1 < Points(n); ++i) {
-        cv.jn_tun[i] += ifr.jn_tun[i];
-        cv.jp_tun[i] += ifr.jp_tun[i];
+    for (size_t j = 0; j < Interfaces(cv.mesh.number_of_layers); ++j) {
+        ClearInterface(r.ifr, j, need);
+        for (int d = 0; d < MAX_IFDEFECTS; ++d)
+            if (!r.ifr_levels[j][At(d)].empty()) AddInterfaceDefect(cv, static_cast<int>(j), d, need, r.ifr);
     }
+    // Capture by tunnelling would carry tunnel currents over the links it passes, added to those of
+    // the state here; without a tunnelling model there are none.
 }
 
 double thermionic_current_n(const CalculationVariables& cv, int interface) {

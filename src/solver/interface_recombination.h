@@ -10,6 +10,7 @@
 #pragma once
 
 #include "setup/parameter_sets.h"
+#include "solver/bulk_recombination.h"
 
 namespace tervo {
 
@@ -21,18 +22,20 @@ void tel_ifrdcbijdragen_op(const IfrDcTerms& a, const IfrDcTerms& b, IfrDcTerms&
 void maal_ifrdcbijdrage(double factor, const IfrDcTerms& in, IfrDcTerms& out, int n_layers, int n_points);
 
 // The terms of one interface defect sample `data` at the present iterate into the fields of its
-// interface in `out`: the sheet charge (C/m^2) with its derivative by psi, the net capture rates of
-// electrons and holes from the left and the right side (normalised by N L of that side) with their
-// derivatives by u and v at both interface points, and the same rates with their tunnelling
-// enhancement.  The occupation is stored in `data`.
+// interface in `out` (overwritten there): the sheet charge (C/m^2) with its derivative by psi, the
+// net capture rates of electrons and holes from the left and the right side (normalised by N L of
+// that side) with their derivatives by u and v at both interface points, and the same rates with
+// their tunnelling enhancement.  The occupation is stored in `data`.
 void ifrdcbijdrage_een_niveau_tunnel(CalculationVariables& cv, IfrLevelData& data, IfrDcTerms& out,
                                      int defect, int energy_index);
 // One interface defect summed over its energy axis (trapezoid rule); `out` is overwritten.
 void ifrdcbijdrage_distributie(CalculationVariables& cv, int interface, int defect, IfrDcTerms& out);
 
-// All interface terms of the present iterate into `cv.recombination.ifr`, and their tunnel currents
-// added to those of the state.  The level records are rebuilt first when the mesh has changed.
-void totale_ifrdcbijdrage(CalculationVariables& cv);
+// The interface terms that `need` names at the present iterate into `cv.recombination.ifr` (the other
+// fields keep what the last call left there), and the occupations of all interface levels into their
+// records.  Every energy sample enters once, with its trapezoid weight.  The level records are
+// rebuilt first when the mesh has changed.
+void totale_ifrdcbijdrage(CalculationVariables& cv, const RecombinationTerms& need = ALL_TERMS);
 
 // Thermionic current over interface j (between layers j and j+1) of the present state, mA/cm2, in
 // the sign convention of the link currents (CurrentProfiles).

@@ -7,11 +7,15 @@
 
 #include <algorithm>
 #include <functional>
+#include <limits>
+#include <memory>
+#include <vector>
 
 #include "platform/messages.h"
 #include "run/control/driver.h"
 #include "run/results/extraction.h"
 #include "run/sweeps/operating_points.h"
+#include "solver/interface_recombination.h"
 #include "support/test_cells.h"
 
 namespace tervo {
@@ -132,6 +136,8 @@ TEST(DefectStatistics, DerivativesOfChargeAndRateAgreeWithFiniteDifferences) {
                 << "drho, variable " << v;
         }
     };
+    Probe single(DEFECT_DONOR, 1, {0.45, 0, 0, 0}); // the closed form of one level
+    check(single, 10.0, 3.0, 40.0);
     Probe amphoteric(DEFECT_AMPHOTERIC, 2, {0.45, 0.6, 0, 0});
     check(amphoteric, 10.0, 3.0, 40.0);
     check(amphoteric, 12.0, 0.02, 1.0);
@@ -145,6 +151,67 @@ TEST(DefectStatistics, DerivativesOfChargeAndRateAgreeWithFiniteDifferences) {
         for (int k = 0; k < 3; ++k) levels[At(k)].aard = 5 - k; // 2+/+, +/0, 0/-
     });
     check(custom, 11.0, 10.0, 0.3);
+}
+
+TEST(DefectStatistics, AStepGetsTheTermsItReadsAsAFullEvaluationFormsThem) {
+    // Every mechanism at once, away from equilibrium: two-level and one-level, charged and neutral,
+    // distributed and single defects, radiative and Auger recombination, an interface trap.
+    Material m;
+    m.Krad = 1e-16;
+    m.Cn = m.Cp = 1e-41;
+    InputParameters in = Stack({{m, 1e-6, 0, 1e22}, {Material{}, 0.2e-6, 1e23, 0}});
+    in.convergence.defectdiscretisations = 5;
+    LayerParameters& layer = in.cellParas.layer[0];
+    AddDefect(layer, DEFECT_AMPHOTERIC, 2, 1e21, 1e-19, 3e-19, {0.45, 0.6, 0, 0}, 0, EDIST_GAUSS);
+    AddDefect(layer, DEFECT_ACCEPTOR, 1, 1e20, 1e-19, 1e-19, {0.7, 0, 0, 0});
+    AddDefect(layer, DEFECT_NEUTRAL, 1, 1e20, 1e-19, 1e-19, {0.5, 0, 0, 0});
+    AddInterfaceDefect(in, DEFECT_DONOR, 1e15, 0.6, 0, EDIST_UNIFORM);
+    const auto d = Build(in);
+    CalculationVariables& cv = *d->cv;
+    equilibrium(cv);
+    for (int i = 0; i < d->points(); ++i) { // quasi-Fermi levels split, the levels partly occupied
+        cv.u[At(i)] = 2e5 * (1 + i % 7) - cv.a_n;
+        cv.v[At(i)] = 1 + 0.5 * (i % 5) - cv.a_p;
+    }
+    totale_rdcbijdrage_multilevel(cv);
+    totale_ifrdcbijdrage(cv);
+    const auto full = std::make_unique<RecombinationData>(cv.recombination);
+    using Array = MeshArray RecDcTerms::*;
+    using Field = IfrDcTerms::PerInterface IfrDcTerms::*;
+    const struct {
+        RecombinationTerms terms;
+        std::vector<Array> bulk;
+        std::vector<Field> interface;
+    } steps[] = {{POISSON_TERMS,
+                  {&RecDcTerms::rho, &RecDcTerms::drho_dpsi},
+                  {&IfrDcTerms::sigma, &IfrDcTerms::dsigma_dpsi}},
+                 {ELECTRON_TERMS,
+                  {&RecDcTerms::R, &RecDcTerms::dR_du},
+                  {&IfrDcTerms::Rn_left, &IfrDcTerms::dRn_right_du_left}},
+                 {HOLE_TERMS,
+                  {&RecDcTerms::R, &RecDcTerms::dR_dv},
+                  {&IfrDcTerms::Rp_right, &IfrDcTerms::dRp_left_dv_right}},
+                 {CARRIER_TERMS,
+                  {&RecDcTerms::dR_du, &RecDcTerms::dR_dv},
+                  {&IfrDcTerms::dRn_left_dv_right, &IfrDcTerms::dRp_right_du_left}}};
+    const double nan = std::numeric_limits<double>::quiet_NaN();
+    for (const auto& step : steps) {
+        RecombinationData& r = cv.recombination;
+        for (RecDcTerms* t : {&r.dc, &r.dc_defects, &r.dc_radiative, &r.dc_auger})
+            for (const Array a : step.bulk) (t->*a).fill(nan);
+        for (const Field f : step.interface) (r.ifr.*f).fill(nan);
+        ASSERT_EQ(totale_rdcbijdrage_multilevel(cv, step.terms), 1);
+        totale_ifrdcbijdrage(cv, step.terms);
+        for (const Array a : step.bulk)
+            for (int i = 0; i < d->points(); ++i)
+                for (const auto share : {&RecombinationData::dc, &RecombinationData::dc_defects,
+                                         &RecombinationData::dc_radiative, &RecombinationData::dc_auger}) {
+                    const double want = (full.get()->*share.*a)[At(i)];
+                    ASSERT_NEAR((r.*share.*a)[At(i)], want, 1e-14 * std::fabs(want)) << "point " << i;
+                }
+        for (const Field f : step.interface)
+            EXPECT_NEAR((r.ifr.*f)[0], (full->ifr.*f)[0], 1e-14 * std::fabs((full->ifr.*f)[0]));
+    }
 }
 
 // What n samples of a distribution of total density one hold when summed by the trapezoid rule: the
