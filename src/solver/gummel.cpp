@@ -50,13 +50,30 @@ void ScaleRow(std::array<double, 3>& row, double& rhs, double* extra) {
     if (extra != nullptr) *extra /= s;
 }
 
-// Scratch of one inner iteration: made on entry, reused by every Newton step.
+// Scratch of the inner iterations at the capacity of the mesh, made once for the process (the program
+// is single-threaded): the Newton steps of a sweep allocate nothing.  Two, for the lumped carrier
+// iteration that forms the systems of u and v side by side.
 struct ScalarSystem {
-    trimatrix J;
-    std::vector<double> rhs;
-    std::vector<double> delta;
-    explicit ScalarSystem(int n) : J(n), rhs(At(n)), delta(At(n)) {}
+    trimatrix J{MAX_MESH_POINTS};
+    std::array<double, MAX_MESH_POINTS> rhs;
+    std::array<double, MAX_MESH_POINTS> delta;
 };
+
+ScalarSystem& ScalarScratch(int which) {
+    static std::array<ScalarSystem, 2> scratch;
+    return scratch[At(which)];
+}
+
+struct BlockSystem {
+    uv_trimatrix blocks{MAX_MESH_POINTS};
+    uv_row rhs{MAX_MESH_POINTS};
+    uv_row delta{MAX_MESH_POINTS};
+};
+
+BlockSystem& BlockScratch() {
+    static BlockSystem scratch;
+    return scratch;
+}
 
 } // namespace
 
@@ -297,10 +314,9 @@ bool RefreshRecombination(CalculationVariables& cv) {
 }
 
 int AdaptMeshToIterate(CalculationVariables& cv, MeshBlock& previous) {
-    previous = cv.mesh;
     MeshRefinementSources sources;
     sources.recombination = cv.recombination.dc.R.data();
-    const int result = RecalculateIntervals(cv, sources);
+    const int result = RecalculateIntervals(cv, sources, &previous);
     if (result == -1) issueMeshWarning = 0;
     if (result == 1) RefreshAfterMeshChange(cv, previous);
     return result;
@@ -325,7 +341,7 @@ int psi_iteratie_Gummel(CalculationVariables& cv, int equilibrium) {
     const ConvergenceParameters& c = cv.parameters->convergence;
     const int limit = equilibrium ? c.maxiter_psi_start : c.maxiter_psi;
     const int n = MeshPoints(cv);
-    ScalarSystem s(n);
+    ScalarSystem& s = ScalarScratch(0);
     InterfaceExtra extra{};
     cv.psi_iterations = 0;
     int count = 0;
@@ -363,7 +379,12 @@ int psi_iteratie_Gummel(CalculationVariables& cv, int equilibrium) {
     return result;
 }
 
-int u_or_v_iteratie_Gummel(CalculationVariables& cv, int carrier) {
+namespace {
+
+// The carrier iterations with the knowledge whether the recombination terms in the state belong to
+// its present iterate already (after a Poisson iteration that ended without a step they do), so that
+// their first Newton step need not form them again.
+int CarrierIteration(CalculationVariables& cv, int carrier, bool termsCurrent) {
     const bool electrons = carrier == -1;
     const ConvergenceParameters& c = cv.parameters->convergence;
     const int limit = electrons ? c.maxiter_u : c.maxiter_v;
@@ -371,11 +392,11 @@ int u_or_v_iteratie_Gummel(CalculationVariables& cv, int carrier) {
     const double damping = electrons ? c.damping_n : c.damping_p;
     const double clamp = electrons ? c.clamp_n : c.clamp_p;
     const int n = MeshPoints(cv);
-    ScalarSystem s(n);
+    ScalarSystem& s = ScalarScratch(0);
     int count = 0;
     int result = 0;
-    for (;;) {
-        if (!RefreshRecombination(cv)) {
+    for (bool current = termsCurrent;; current = false) {
+        if (!current && !RefreshRecombination(cv)) {
             count = -1;
             result = -1;
             break;
@@ -422,18 +443,21 @@ int u_or_v_iteratie_Gummel(CalculationVariables& cv, int carrier) {
     return result;
 }
 
-int uv_iteratie_Gummel(CalculationVariables& cv) {
+int LumpedCarrierIteration(CalculationVariables& cv, bool termsCurrent) {
     const ConvergenceParameters& c = cv.parameters->convergence;
     const int limit = c.maxiter_u;
     const int policy = c.failAction_u;
     const int n = MeshPoints(cv);
-    ScalarSystem su(n), sv(n);
-    uv_trimatrix blocks(n);
-    uv_row rhs(n), delta(n);
+    ScalarSystem& su = ScalarScratch(0);
+    ScalarSystem& sv = ScalarScratch(1);
+    BlockSystem& b = BlockScratch();
+    uv_trimatrix& blocks = b.blocks;
+    uv_row& rhs = b.rhs;
+    uv_row& delta = b.delta;
     int count = 0;
     int result = 0;
-    for (;;) {
-        if (!RefreshRecombination(cv)) {
+    for (bool current = termsCurrent;; current = false) {
+        if (!current && !RefreshRecombination(cv)) {
             count = -1;
             result = -1;
             break;
@@ -488,6 +512,16 @@ int uv_iteratie_Gummel(CalculationVariables& cv) {
     return result;
 }
 
+} // namespace
+
+int u_or_v_iteratie_Gummel(CalculationVariables& cv, int carrier) {
+    return CarrierIteration(cv, carrier, false);
+}
+
+int uv_iteratie_Gummel(CalculationVariables& cv) {
+    return LumpedCarrierIteration(cv, false);
+}
+
 // ---------------------------------------------------------------------------------------------------
 // The outer loop.
 
@@ -530,11 +564,13 @@ int los_totaal_dc_stelsel_op_Gummel(CalculationVariables& cv) {
         } else {
             if (psi_iteratie_Gummel(cv, 0) < 0 || cv.psi_iterations == -1) return fail();
             psiMoved = cv.psi_iterations >= 1;
+            // The Poisson iteration ends on a step it does not take: the recombination terms it formed
+            // last belong to the present iterate, and the first carrier step uses them as they are.
             if (c.active_scheme == 12) {
-                if (uv_iteratie_Gummel(cv) < 0 || cv.u_iterations == -1) return fail();
+                if (LumpedCarrierIteration(cv, true) < 0 || cv.u_iterations == -1) return fail();
                 uMoved = vMoved = cv.u_iterations >= 1;
             } else { // 11, and any unknown code
-                if (u_or_v_iteratie_Gummel(cv, -1) < 0 || cv.u_iterations == -1) return fail();
+                if (CarrierIteration(cv, -1, true) < 0 || cv.u_iterations == -1) return fail();
                 uMoved = cv.u_iterations >= 1;
                 if (u_or_v_iteratie_Gummel(cv, 1) < 0 || cv.v_iterations == -1) return fail();
                 vMoved = cv.v_iterations >= 1;
@@ -543,8 +579,8 @@ int los_totaal_dc_stelsel_op_Gummel(CalculationVariables& cv) {
                 cv.psi_iterations + cv.u_iterations + (c.active_scheme == 12 ? 0 : cv.v_iterations);
 
             if (recalculateMesh) {
-                MeshBlock oldMesh;
-                meshResult = AdaptMeshToIterate(cv, oldMesh);
+                static MeshBlock previous; // made once for the process (single-threaded)
+                meshResult = AdaptMeshToIterate(cv, previous);
             }
             if (meshResult == 1 && !psiMoved && !uMoved && !vMoved && !ftMoved) {
                 ++meshPasses;
