@@ -180,12 +180,13 @@ void InterpolateAndCopy(double* newValues, const double* oldValues, const MeshBl
     }
 }
 
-int RecalculateIntervals(CalculationVariables& cv, const MeshRefinementSources& sources) {
-    return RecalculateIntervals(cv, meshSettings, sources);
+int RecalculateIntervals(CalculationVariables& cv, const MeshRefinementSources& sources,
+                         MeshBlock* previous) {
+    return RecalculateIntervals(cv, meshSettings, sources, previous);
 }
 
 int RecalculateIntervals(CalculationVariables& cv, const MeshSettings& given,
-                         const MeshRefinementSources& sources) {
+                         const MeshRefinementSources& sources, MeshBlock* previous) {
     if (cv.parameters == nullptr) return 0;
     MeshSettings settings = given;
     GovernMaxMinMesh(settings);
@@ -228,28 +229,38 @@ int RecalculateIntervals(CalculationVariables& cv, const MeshSettings& given,
         }
     }
 
-    // The new point list, layer by layer.
-    MeshBlock fresh;
-    fresh.number_of_layers = layers;
+    // The new point list, layer by layer; it becomes a mesh only when it differs from the present one.
+    std::array<double, MAX_MESH_POINTS> x;
+    std::array<int, MAX_LAYERS> firstOf{}, lastOf{};
     int count = 0;
     bool changed = false;
-    auto add = [&](double x) {
+    auto add = [&](double position) {
         if (count >= MAX_MESH_POINTS) return false;
-        fresh.x[At(count++)] = x;
+        x[At(count++)] = position;
         return true;
     };
+    const MeshBlock& kept = cv.firstMesh;
     for (int i = 0; i < layers; ++i) {
         const size_t I = At(i);
         const int first = mesh.first_point[I];
         const int last = mesh.last_point[I];
-        fresh.first_point[I] = count;
+        firstOf[I] = count;
         if (!add(mesh.x[At(first)])) return -1;
         int removedInARow = 0;
+        // Whether a point of the first mesh lies at mesh.x[j]: both meshes rise, so one walk through
+        // the first mesh's points of the layer answers for every j in turn.
+        int keptAt = i < kept.number_of_layers ? kept.first_point[I] : 0;
+        const int keptLast = i < kept.number_of_layers ? kept.last_point[I] : -1;
+        auto isKept = [&](double position) {
+            constexpr double tolerance = 1e-13; // as PointExists
+            while (keptAt <= keptLast && kept.x[At(keptAt)] < position - tolerance) ++keptAt;
+            return keptAt <= keptLast && std::fabs(kept.x[At(keptAt)] - position) <= tolerance;
+        };
         for (int j = first + 1; j < last; ++j) {
             const size_t J = At(j);
             if (r[J] < maximumRatio) {
                 if (r[J] * r[J + 1] <= minimumRatio && removedInARow < MAX_REMOVED_IN_A_ROW &&
-                    !PointExists(cv.firstMesh, i, mesh.x[J])) {
+                    !isKept(mesh.x[J])) {
                     // The quantities hardly change over the two intervals around j: merge them.
                     r[J + 1] *= r[J];
                     ++removedInARow;
@@ -276,15 +287,24 @@ int RecalculateIntervals(CalculationVariables& cv, const MeshSettings& given,
             }
         }
         if (!add(mesh.x[At(last)])) return -1;
-        fresh.last_point[I] = count - 1;
-        fresh.points_in_layer[I] = count - fresh.first_point[I];
+        lastOf[I] = count - 1;
     }
     if (!changed) return 0;
 
+    static MeshBlock scratch; // the old mesh when the caller keeps none (the program is single-threaded)
+    MeshBlock& old = previous != nullptr ? *previous : scratch;
+    old = cv.mesh;
+    MeshBlock& fresh = cv.mesh;
+    fresh = MeshBlock{};
+    fresh.number_of_layers = layers;
+    for (size_t I = 0; I < At(layers); ++I) {
+        fresh.first_point[I] = firstOf[I];
+        fresh.last_point[I] = lastOf[I];
+        fresh.points_in_layer[I] = lastOf[I] - firstOf[I] + 1;
+    }
+    std::copy(x.begin(), x.begin() + count, fresh.x.begin());
     fresh.n_points = count;
     CompleteMeshBlock(fresh, sc.length);
-    const MeshBlock old = cv.mesh;
-    cv.mesh = fresh;
     Full_x_Dependence(cv);
 
     // The solution follows the new mesh.  The caller refreshes what derives from psi.

@@ -51,10 +51,13 @@ bool SameMesh(const MeshBlock& a, const MeshBlock& b);
 // on it), 0 if not, -1 if it would pass MAX_MESH_POINTS points, in which case mesh and solution are
 // left as they were.  After a change the caller brings what derives from the mesh up to date: the
 // exponentials and Bernoulli factors of psi, the occupations of defects, the generation profile.
-int RecalculateIntervals(CalculationVariables& cv, const MeshRefinementSources& sources = {});
+// `previous`, when given, receives the mesh before a change; it is not touched when nothing changed,
+// so that a step that keeps the mesh copies nothing.
+int RecalculateIntervals(CalculationVariables& cv, const MeshRefinementSources& sources = {},
+                         MeshBlock* previous = nullptr);
 // The same with explicit settings.
 int RecalculateIntervals(CalculationVariables& cv, const MeshSettings& settings,
-                         const MeshRefinementSources& sources);
+                         const MeshRefinementSources& sources, MeshBlock* previous = nullptr);
 
 // Linear interpolation of one quantity from the old mesh onto the new one, layer by layer; the last
 // point of each layer takes the last old value of that layer.

@@ -100,12 +100,15 @@ struct Carrier {
     const double* dR_left_own_right;  // d R_left / d(own variable at the right point)
     const double* dR_right_own_left;  // d R_right / d(own variable at the left point)
     const double* dR_right_own_right; // d R_right / d(own variable at the right point)
-
-    // w[a] - w[b] in its precise form.
-    double diff(const CalculationVariables& cv, int a, int b) const {
-        return electron ? u_difference(cv, a, b) : v_difference(cv, a, b);
-    }
 };
+
+// w[i] - w[i+1] over every link i = 0 .. n-2 of the mesh, in the precise form of u_difference and
+// v_difference: each link once, its reverse taken as the negative.  The two points of an interface
+// are neighbours, so the thermionic exchange across it is a link too.
+void LinkDifferences(const CalculationVariables& cv, const Carrier& c, int n, MeshArray& d) {
+    for (int i = 0; i + 1 < n; ++i)
+        d[At(i)] = c.electron ? u_difference(cv, i, i + 1) : v_difference(cv, i, i + 1);
+}
 
 Carrier Electrons(const CalculationVariables& cv) {
     const CalculationParameters& P = *cv.parameters;
@@ -184,6 +187,8 @@ void ContinuityResidual(CalculationVariables& cv, const Carrier& c, std::span<do
     const int n = s.n;
     const int e = n - 1;
     const bool halfCells = s.P.convergence.interfaceBoxTerms != 0;
+    MeshArray d; // d[i] = w[i] - w[i+1]
+    LinkDifferences(cv, c, n, d);
     for (int j = 0; j < s.layers; ++j) {
         const int first = s.first(j);
         const int last = s.last(j);
@@ -193,29 +198,29 @@ void ContinuityResidual(CalculationVariables& cv, const Carrier& c, std::span<do
             if (i == 0) {
                 const double w = 2 * s.h(0) / (c.D[1] + c.D[0]);
                 f = -c.S_left * w * (c.tun_contact_left + c.offset + c.w[0] - c.target_left) -
-                    c.Bright[1] * c.diff(cv, 0, 1);
+                    c.Bright[1] * d[0];
                 if (halfCells) f -= HalfCellRate(cv, c, 0, 1, s.h(0));
             } else if (i == e) {
                 const double w = 2 * s.h(e - 1) / (c.D[e] + c.D[e - 1]);
-                f = c.Bleft[e] * c.diff(cv, e - 1, e) -
+                f = c.Bleft[e] * d[At(e - 1)] -
                     c.S_right * w * (c.tun_contact_right + c.offset + c.w[e] - c.target_right);
                 if (halfCells) f -= HalfCellRate(cv, c, e, e - 1, s.h(e - 1));
             } else if (i == first) {
                 // First point of layer j > 0: thermionic exchange with the last point m of layer j-1.
                 const int m = s.last(j - 1);
+                assert(m == i - 1);
                 const double w = 2 * s.h(i) / (c.D[i + 1] + c.D[i]);
                 f = -w * (c.expm[i] / c.Neff[i]) * c.R_right[j - 1] +
                     (s.N(j - 1) / s.N(j)) * (c.Neff[m] / c.Neff[i]) * w * c.v_thermionic[j - 1] *
-                        (c.tun_right[j] + c.diff(cv, m, i)) -
-                    c.Bright[i + 1] * c.diff(cv, i, i + 1);
+                        (c.tun_right[j] + d[At(m)]) -
+                    c.Bright[i + 1] * d[At(i)];
                 if (halfCells) f -= HalfCellRate(cv, c, i, i + 1, s.h(i));
             } else if (i == last) {
                 // Last point of layer j below the last layer: thermionic exchange with point k.
-                const int k = s.first(j + 1);
+                assert(s.first(j + 1) == i + 1);
                 const double w = 2 * s.h(i - 1) / (c.D[i - 1] + c.D[i]);
                 f = -w * (c.expm[i] / c.Neff[i]) * c.R_left[j] -
-                    w * c.v_thermionic[j] * (c.tun_left[j] + c.diff(cv, i, k)) +
-                    c.Bleft[i] * c.diff(cv, i - 1, i);
+                    w * c.v_thermionic[j] * (c.tun_left[j] + d[At(i)]) + c.Bleft[i] * d[At(i - 1)];
                 if (halfCells) f -= HalfCellRate(cv, c, i, i - 1, s.h(i - 1));
             } else {
                 const double hl = s.h(i - 1);
@@ -224,8 +229,8 @@ void ContinuityResidual(CalculationVariables& cv, const Carrier& c, std::span<do
                 const double X =
                     c.btb_in[i] - hs * NetRate(cv, i) / 2 - (c.jtun[i] - c.jtun[i - 1]) - c.btb_out[i];
                 f = X * c.expm[i] * (hs / 2) / (c.Neff[i] * Db) +
-                    0.25 * c.Bleft[i] * (hs / hl) * ((c.D[i - 1] + c.D[i]) / Db) * c.diff(cv, i - 1, i) +
-                    0.25 * c.Bright[i + 1] * (hs / hr) * ((c.D[i + 1] + c.D[i]) / Db) * c.diff(cv, i + 1, i);
+                    0.25 * c.Bleft[i] * (hs / hl) * ((c.D[i - 1] + c.D[i]) / Db) * d[At(i - 1)] +
+                    0.25 * c.Bright[i + 1] * (hs / hr) * ((c.D[i + 1] + c.D[i]) / Db) * -d[At(i)];
             }
             F[At(i)] = f;
         }
@@ -373,22 +378,54 @@ double Bern_deriv(double x) {
 }
 
 void BernoulliOfLink(double x, double& Bplus, double& Bmin, double& dBplus, double& dBmin) {
-    // B(x) = x / (e^x - 1) and B(-x) = B(x) + x, so that B'(-x) = -1 - B'(x): one exponential gives
-    // all four.  Near 0 and far out, where x / expm1(x) loses digits or the exponential leaves the
-    // range, the piecewise forms of Bern and Bern_deriv take over.
-    const double ax = std::fabs(x);
-    if (ax < 1e-3 || ax > 30) {
+    // With a = |x|, B(a) is the small one of the pair and B(-a) = B(a) + a, B'(-a) = -1 - B'(a) follow
+    // from it without cancellation.  B(a) and B'(a) come from one exponential, y = exp(-a) or 1 - y,
+    // in forms that never divide by a small difference: B(a) = a y / (1 - y), B'(a) = y (1 - y - a) /
+    // (1 - y)^2.
+    // Below a = 0.01, where 1 - y - a loses digits, the Taylor series (to a^6 and a^5, the terms
+    // left out below 1e-19).  Beyond a = 30 the piecewise forms of Bern and Bern_deriv take over,
+    // with their limits for large |x|.
+    const double a = std::fabs(x);
+    if (a > 30) {
         Bplus = Bern(x);
         Bmin = Bern(-x);
         dBplus = Bern_deriv(x);
         dBmin = Bern_deriv(-x);
         return;
     }
-    const double em1 = std::expm1(x); // e^x - 1
-    Bplus = x / em1;
-    Bmin = Bplus + x;
-    dBplus = (em1 - x * (em1 + 1)) / (em1 * em1);
-    dBmin = -1 - dBplus;
+    double small = 0, dsmall = 0;
+    if (a < 0.01) {
+        const double a2 = a * a;
+        small = 1 + a * (-0.5 + a * (1.0 / 12 + a2 * (-1.0 / 720 + a2 * (1.0 / 30240))));
+        dsmall = -0.5 + a * (1.0 / 6 + a2 * (-1.0 / 180 + a2 * (1.0 / 5040)));
+    } else {
+        // Of y and 1 - y the one below 1/2 is formed directly, the other as its complement, which
+        // then loses nothing.
+        double y = 0, one_min_y = 0;
+        if (a < 0.6931471805599453) {
+            one_min_y = -std::expm1(-a);
+            y = 1 - one_min_y;
+        } else {
+            y = std::exp(-a);
+            one_min_y = 1 - y;
+        }
+        const double r = 1 / one_min_y;
+        small = a * y * r;
+        dsmall = y * (one_min_y - a) * r * r;
+    }
+    const double large = small + a;
+    const double dlarge = -1 - dsmall;
+    if (x >= 0) {
+        Bplus = small;
+        Bmin = large;
+        dBplus = dsmall;
+        dBmin = dlarge;
+    } else {
+        Bplus = large;
+        Bmin = small;
+        dBplus = dlarge;
+        dBmin = dsmall;
+    }
 }
 
 void update_psivar(CalculationVariables& cv) {
@@ -401,27 +438,51 @@ void update_psivar(CalculationVariables& cv) {
     cv.Bn_plus[0] = cv.Bn_min[0] = cv.Bp_plus[0] = cv.Bp_min[0] = 0.0;
     cv.dBn_plus[0] = cv.dBn_min[0] = cv.dBp_plus[0] = cv.dBp_min[0] = 0.0;
     for (size_t i = 1; i < At(n); ++i) {
-        const double dn = (cv.psi[i] + P.band_n[i]) - (cv.psi[i - 1] + P.band_n[i - 1]);
-        const double dp = (cv.psi[i] + P.band_p[i]) - (cv.psi[i - 1] + P.band_p[i - 1]);
-        BernoulliOfLink(dn, cv.Bn_plus[i], cv.Bn_min[i], cv.dBn_plus[i], cv.dBn_min[i]);
-        BernoulliOfLink(dp, cv.Bp_plus[i], cv.Bp_min[i], cv.dBp_plus[i], cv.dBp_min[i]);
+        // The argument of a link: the step of psi plus the step of the band edge.  Where the two band
+        // edges step alike (everywhere but in a graded layer and across an interface) the electrons and
+        // the holes share one argument and its factors are formed once.
+        const double dpsi = cv.psi[i] - cv.psi[i - 1];
+        const double bn = P.band_n[i] - P.band_n[i - 1];
+        const double bp = P.band_p[i] - P.band_p[i - 1];
+        BernoulliOfLink(dpsi + bn, cv.Bn_plus[i], cv.Bn_min[i], cv.dBn_plus[i], cv.dBn_min[i]);
+        if (bp == bn) {
+            cv.Bp_plus[i] = cv.Bn_plus[i];
+            cv.Bp_min[i] = cv.Bn_min[i];
+            cv.dBp_plus[i] = cv.dBn_plus[i];
+            cv.dBp_min[i] = cv.dBn_min[i];
+        } else {
+            BernoulliOfLink(dpsi + bp, cv.Bp_plus[i], cv.Bp_min[i], cv.dBp_plus[i], cv.dBp_min[i]);
+        }
     }
 }
 
+namespace {
+
+// x_a - x_b for two positive values x = exp(F) of which the levels F_a, F_b are known as well, g =
+// F_a - F_b; w_a - w_b when a value is not positive.  When x is a small difference of large numbers
+// (a large offset in x = offset + w), the levels keep the relative precision that w has lost: from
+// 1e-4 kT on the difference is x_b expm1(g), which holds it, and from 1 kT on simply x_a - x_b,
+// where the subtraction loses less than a factor 1.6.  Up to 1e-4 kT, w_a - w_b.
+double LevelDifference(double wa, double wb, double xa, double xb, double g) {
+    const double ag = std::fabs(g);
+    if (xa * xb > 0 && ag > 0.0001) return ag < 1 ? xb * std::expm1(g) : xa - xb;
+    return wa - wb;
+}
+
+} // namespace
+
+// Each link in one direction (the lower index first), the other direction its negative, so that the
+// difference over a link is the same number wherever it is used.
 double u_difference(const CalculationVariables& cv, int a, int b) {
+    if (a > b) return -u_difference(cv, b, a);
     const size_t A = At(a), B = At(b);
-    const double P = (cv.a_n + cv.u[A]) * (cv.a_n + cv.u[B]);
-    const double dF = cv.EFn[A] - cv.EFn[B];
-    if (P > 0 && std::fabs(dF) > 0.0001) return 2 * std::sqrt(P) * std::sinh(dF / 2);
-    return cv.u[A] - cv.u[B];
+    return LevelDifference(cv.u[A], cv.u[B], cv.a_n + cv.u[A], cv.a_n + cv.u[B], cv.EFn[A] - cv.EFn[B]);
 }
 
 double v_difference(const CalculationVariables& cv, int a, int b) {
+    if (a > b) return -v_difference(cv, b, a);
     const size_t A = At(a), B = At(b);
-    const double P = (cv.a_p + cv.v[A]) * (cv.a_p + cv.v[B]);
-    const double dF = cv.EFp[B] - cv.EFp[A];
-    if (P > 0 && std::fabs(dF) > 0.0001) return 2 * std::sqrt(P) * std::sinh(dF / 2);
-    return cv.v[A] - cv.v[B];
+    return LevelDifference(cv.v[A], cv.v[B], cv.a_p + cv.v[A], cv.a_p + cv.v[B], cv.EFp[B] - cv.EFp[A]);
 }
 
 // ---------------------------------------------------------------------------------------------------
@@ -581,7 +642,8 @@ void CalculateCurrentProfiles(CalculationVariables& cv, int mode, CurrentProfile
     const int n = s.n;
     const CalculationParameters& P = s.P;
     const double D0 = P.scale.diffusion;
-    out = CurrentProfiles{};
+    for (MeshArray* a : {&out.j_n, &out.j_p, &out.jn_tunnel, &out.jp_tunnel, &out.j_tot})
+        std::fill(a->begin(), a->begin() + n, 0.0);
     if (n < 2) {
         cv.J_median = cv.J_spread = 0;
         cv.J_converged = 1;

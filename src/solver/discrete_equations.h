@@ -37,7 +37,8 @@ using InterfaceExtra = std::array<double, MAX_INTERFACES>;
 // never overflow.
 double Bern(double x);
 double Bern_deriv(double x);
-// B(x), B(-x), B'(x) and B'(-x) of one link from one exponential.
+// B(x), B(-x), B'(x) and B'(-x) of one link from one exponential (none for |x| < 0.01), each to
+// nearly full precision.
 void BernoulliOfLink(double x, double& Bplus, double& Bmin, double& dBplus, double& dBmin);
 
 // exp(psi), exp(-psi) and the Bernoulli factors of every link (entry i: the link from i-1 to i), from
@@ -45,7 +46,8 @@ void BernoulliOfLink(double x, double& Bplus, double& Bmin, double& dBplus, doub
 void update_psivar(CalculationVariables& cv);
 
 // u[a] - u[b] and v[a] - v[b], computed from the quasi-Fermi levels when the carrier variables span
-// many decades, so that the difference keeps its relative precision.
+// many decades, so that the difference keeps its relative precision.  One exponential at most, none
+// where the levels differ by less than 1e-4 kT or by more than 1 kT; exactly antisymmetric in a, b.
 double u_difference(const CalculationVariables& cv, int a, int b);
 double v_difference(const CalculationVariables& cv, int a, int b);
 
@@ -70,8 +72,8 @@ struct CurrentProfiles {
     MeshArray j_tot{};
 };
 
-// Fills `out` from the state by the rule `mode` (see calculation_of_current), and sets J_median,
-// J_spread and J_converged of the state.
+// Fills the first n_points places of `out` (the rest is not touched) from the state by the rule `mode`
+// (see calculation_of_current), and sets J_median, J_spread and J_converged of the state.
 void CalculateCurrentProfiles(CalculationVariables& cv, int mode, CurrentProfiles& out);
 
 } // namespace tervo

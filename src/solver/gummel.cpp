@@ -1,7 +1,9 @@
 #include "solver/gummel.h"
 
 #include <algorithm>
+#include <bit>
 #include <cmath>
+#include <cstdint>
 #include <memory>
 #include <string>
 #include <vector>
@@ -38,26 +40,50 @@ double SignedLargest(std::span<const double> delta, int n) {
     return best;
 }
 
-// Row scaling of a tridiagonal system: each row and its right-hand side divided by the largest
-// magnitude among them, so that the pivots of the elimination are of order one.
+// Row scaling of a tridiagonal system: each row and its right-hand side multiplied by the power of two
+// that brings the largest magnitude among them into [1, 2), so that the pivots of the elimination are
+// of order one.  A power of two scales without rounding: the elimination gives the
+// same numbers as on the unscaled rows, only safe from overflow and underflow.
 void ScaleRow(std::array<double, 3>& row, double& rhs, double* extra) {
     double s = std::max({std::fabs(row[0]), std::fabs(row[1]), std::fabs(row[2]), std::fabs(rhs)});
     if (extra != nullptr) s = std::max(s, std::fabs(*extra));
-    if (s == 0.0) return;
-    row[0] /= s;
-    row[1] /= s;
-    row[2] /= s;
-    rhs /= s;
-    if (extra != nullptr) *extra /= s;
+    if (s == 0.0 || !std::isfinite(s)) return;
+    // The exponent field of s gives 2^-e directly while it stays a normal number; else one division.
+    const auto field = static_cast<int>((std::bit_cast<std::uint64_t>(s) >> 52) & 0x7ff);
+    const double scale = field > 1 && field < 2045
+                             ? std::bit_cast<double>(static_cast<std::uint64_t>(2046 - field) << 52)
+                             : 1.0 / s;
+    row[0] *= scale;
+    row[1] *= scale;
+    row[2] *= scale;
+    rhs *= scale;
+    if (extra != nullptr) *extra *= scale;
 }
 
-// Scratch of one inner iteration: made on entry, reused by every Newton step.
+// Scratch of the inner iterations at the capacity of the mesh, made once for the process (the program
+// is single-threaded): the Newton steps of a sweep allocate nothing.  Two, for the lumped carrier
+// iteration that forms the systems of u and v side by side.
 struct ScalarSystem {
-    trimatrix J;
-    std::vector<double> rhs;
-    std::vector<double> delta;
-    explicit ScalarSystem(int n) : J(n), rhs(At(n)), delta(At(n)) {}
+    trimatrix J{MAX_MESH_POINTS};
+    std::array<double, MAX_MESH_POINTS> rhs;
+    std::array<double, MAX_MESH_POINTS> delta;
 };
+
+ScalarSystem& ScalarScratch(int which) {
+    static std::array<ScalarSystem, 2> scratch;
+    return scratch[At(which)];
+}
+
+struct BlockSystem {
+    uv_trimatrix blocks{MAX_MESH_POINTS};
+    uv_row rhs{MAX_MESH_POINTS};
+    uv_row delta{MAX_MESH_POINTS};
+};
+
+BlockSystem& BlockScratch() {
+    static BlockSystem scratch;
+    return scratch;
+}
 
 } // namespace
 
@@ -186,15 +212,18 @@ int bereken_delta_u_of_v_Gummel(CalculationVariables& cv, trimatrix& J, std::spa
     const int n = MeshPoints(cv);
     if (n == 0) return 0;
     for (int i = 0; i < n; ++i) ScaleRow(J[i], rhs[At(i)], nullptr);
+    // Thomas elimination with one division a row: the inverse of the pivot serves the next row's
+    // multiplier and this row's unknown.
     std::array<double, MAX_MESH_POINTS> t;
     double alpha = J[0][1];
     if (alpha == 0.0)
         return LUDecompositionError(
             "bereken_delta_u_of_v_Gummel: main[0] = 0 at left contact, at start algorithm");
-    delta[0] = rhs[0] / alpha;
+    double inverse = 1 / alpha;
+    delta[0] = rhs[0] * inverse;
     for (int i = 1; i < n; ++i) {
         const size_t I = At(i);
-        t[I] = J[i - 1][2] / alpha;
+        t[I] = J[i - 1][2] * inverse;
         alpha = J[i][1] - t[I] * J[i][0];
         if (alpha == 0.0) {
             std::string text;
@@ -203,7 +232,8 @@ int bereken_delta_u_of_v_Gummel(CalculationVariables& cv, trimatrix& J, std::spa
                 i);
             return LUDecompositionError(text);
         }
-        delta[I] = (rhs[I] - delta[I - 1] * J[i][0]) / alpha;
+        inverse = 1 / alpha;
+        delta[I] = (rhs[I] - delta[I - 1] * J[i][0]) * inverse;
     }
     for (int i = n - 2; i >= 0; --i) delta[At(i)] -= delta[At(i + 1)] * t[At(i + 1)];
     return 0;
@@ -230,13 +260,14 @@ int bereken_delta_psi_Gummel(CalculationVariables& cv, trimatrix& J, InterfaceEx
     if (alpha == 0.0)
         return LUDecompositionError(
             "bereken_delta_psi_Gummel: main[0] = 0 at left contact, at start algorithm");
-    delta[0] = rhs[0] / alpha;
+    double inverse = 1 / alpha;
+    delta[0] = rhs[0] * inverse;
     for (int j = 0; j < layers; ++j) {
         e[At(j)] = 0.0;
         for (int i = std::max(first[At(j)], 1); i <= last[At(j)]; ++i) {
             const size_t I = At(i);
-            t[I] = J[i - 1][2] / alpha;
-            if (j > 0 && i == first[At(j)] + 1) t[I] -= J[i - 1][0] * e[At(j - 1)] / alpha;
+            t[I] = J[i - 1][2] * inverse;
+            if (j > 0 && i == first[At(j)] + 1) t[I] -= J[i - 1][0] * e[At(j - 1)] * inverse;
             alpha = J[i][1] - t[I] * J[i][0];
             if (alpha == 0.0) {
                 std::string text;
@@ -246,8 +277,9 @@ int bereken_delta_psi_Gummel(CalculationVariables& cv, trimatrix& J, InterfaceEx
                     i, j);
                 return LUDecompositionError(text);
             }
-            delta[I] = (rhs[I] - delta[I - 1] * J[i][0]) / alpha;
-            if (i == last[At(j)] && j + 1 < layers) e[At(j)] = extra[At(j)] / alpha;
+            inverse = 1 / alpha;
+            delta[I] = (rhs[I] - delta[I - 1] * J[i][0]) * inverse;
+            if (i == last[At(j)] && j + 1 < layers) e[At(j)] = extra[At(j)] * inverse;
         }
     }
     for (int j = layers - 1; j >= 0; --j) {
@@ -298,10 +330,9 @@ bool RefreshRecombination(CalculationVariables& cv, const RecombinationTerms& ne
 }
 
 int AdaptMeshToIterate(CalculationVariables& cv, MeshBlock& previous) {
-    previous = cv.mesh;
     MeshRefinementSources sources;
     sources.recombination = cv.recombination.dc.R.data();
-    const int result = RecalculateIntervals(cv, sources);
+    const int result = RecalculateIntervals(cv, sources, &previous);
     if (result == -1) issueMeshWarning = 0;
     if (result == 1) RefreshAfterMeshChange(cv, previous);
     return result;
@@ -326,7 +357,7 @@ int psi_iteratie_Gummel(CalculationVariables& cv, int equilibrium) {
     const ConvergenceParameters& c = cv.parameters->convergence;
     const int limit = equilibrium ? c.maxiter_psi_start : c.maxiter_psi;
     const int n = MeshPoints(cv);
-    ScalarSystem s(n);
+    ScalarSystem& s = ScalarScratch(0);
     InterfaceExtra extra{};
     cv.psi_iterations = 0;
     int count = 0;
@@ -364,6 +395,8 @@ int psi_iteratie_Gummel(CalculationVariables& cv, int equilibrium) {
     return result;
 }
 
+// The carrier iterations.  Each Newton step forms the recombination terms of its own carrier: the
+// Poisson iteration before them formed only the charge terms.
 int u_or_v_iteratie_Gummel(CalculationVariables& cv, int carrier) {
     const bool electrons = carrier == -1;
     const ConvergenceParameters& c = cv.parameters->convergence;
@@ -372,7 +405,7 @@ int u_or_v_iteratie_Gummel(CalculationVariables& cv, int carrier) {
     const double damping = electrons ? c.damping_n : c.damping_p;
     const double clamp = electrons ? c.clamp_n : c.clamp_p;
     const int n = MeshPoints(cv);
-    ScalarSystem s(n);
+    ScalarSystem& s = ScalarScratch(0);
     int count = 0;
     int result = 0;
     for (;;) {
@@ -428,9 +461,12 @@ int uv_iteratie_Gummel(CalculationVariables& cv) {
     const int limit = c.maxiter_u;
     const int policy = c.failAction_u;
     const int n = MeshPoints(cv);
-    ScalarSystem su(n), sv(n);
-    uv_trimatrix blocks(n);
-    uv_row rhs(n), delta(n);
+    ScalarSystem& su = ScalarScratch(0);
+    ScalarSystem& sv = ScalarScratch(1);
+    BlockSystem& b = BlockScratch();
+    uv_trimatrix& blocks = b.blocks;
+    uv_row& rhs = b.rhs;
+    uv_row& delta = b.delta;
     int count = 0;
     int result = 0;
     for (;;) {
@@ -546,8 +582,8 @@ int los_totaal_dc_stelsel_op_Gummel(CalculationVariables& cv) {
                 cv.psi_iterations + cv.u_iterations + (c.active_scheme == 12 ? 0 : cv.v_iterations);
 
             if (recalculateMesh) {
-                MeshBlock oldMesh;
-                meshResult = AdaptMeshToIterate(cv, oldMesh);
+                static MeshBlock previous; // made once for the process (single-threaded)
+                meshResult = AdaptMeshToIterate(cv, previous);
             }
             if (meshResult == 1 && !psiMoved && !uMoved && !vMoved && !ftMoved) {
                 ++meshPasses;

@@ -82,8 +82,8 @@ bool RefreshRecombination(CalculationVariables& cv, const RecombinationTerms& ne
 
 // One adaptive step of the mesh on the present iterate and, when the mesh changed, what derives from
 // it (exponentials and Bernoulli factors, quasi-Fermi levels, generation); `previous` receives the
-// mesh before the step.  1 changed, 0 not, -1 it could not be refined further (issueMeshWarning is
-// then cleared).
+// mesh before the step when it changed (a step that keeps the mesh copies nothing).  1 changed, 0 not, -1 it
+// could not be refined further (issueMeshWarning is then cleared).
 int AdaptMeshToIterate(CalculationVariables& cv, MeshBlock& previous);
 
 } // namespace tervo

@@ -71,6 +71,20 @@ TEST(Bernoulli, AgreesWithTheReferenceAtAndAroundEveryBranchThreshold) {
     EXPECT_EQ(Bern_deriv(-50.0), -1.0);
 }
 
+TEST(Bernoulli, FourFactorsOfALinkHoldFullPrecisionOnBothSides) {
+    // The small one of B(x), B(-x) (down to 1e-13 at |x| = 30) must not come out of a cancellation
+    // with the large one; the series of the derivatives below |x| = 0.01 meets the exponential form.
+    for (double a : {0.0, 1e-9, 0.00999, 0.01, 0.0101, 0.5, 0.6931, 0.6932, 3.0, 17.0, 29.9, 30.0})
+        for (double x : {a, -a}) {
+            double bp = 0, bm = 0, dbp = 0, dbm = 0;
+            BernoulliOfLink(x, bp, bm, dbp, dbm);
+            ExpectClose(bp, RefBern(x), 1e-14, x, "B(x)");
+            ExpectClose(bm, RefBern(-static_cast<long double>(x)), 1e-14, x, "B(-x)");
+            ExpectClose(dbp, RefBernDeriv(x), 1e-12, x, "B'(x)");
+            ExpectClose(dbm, RefBernDeriv(-static_cast<long double>(x)), 1e-12, x, "B'(-x)");
+        }
+}
+
 TEST(Bernoulli, DifferenceOfMirrorArgumentsIsMinusTheArgument) {
     // B(x) - B(-x) = -x: the Scharfetter-Gummel flux vanishes in equilibrium only if it holds.  Up to
     // 2.6e-6 the positive side is the series 1 - x/2, which leaves out x^2/12.
