@@ -18,6 +18,7 @@
 #include "setup/generation.h"
 #include "solver/discrete_equations.h"
 #include "solver/gummel.h"
+#include "solver/small_linalg.h"
 
 namespace tervo {
 
@@ -118,6 +119,40 @@ void equilibrium(CalculationVariables& cv) {
     const int failed = cv.iteration_count == -1 ? 1 : 0;
     EquilibriumConvergenceFailure = failed;
     CONVERGENTIEFALING = failed;
+}
+
+bool GuessCarriersForNewGeneration(CalculationVariables& cv) {
+    if (cv.iteration_count == -1) return false;
+    const int n = MeshPoints(cv);
+    if (n == 0) return false;
+    const double fall = std::exp(-cv.parameters->convergence.clamp_n);
+    trimatrix J(n);
+    std::vector<double> rhs(At(n)), delta(At(n));
+    for (const int carrier : {-1, 1}) {
+        const bool electrons = carrier == -1;
+        if (!RefreshRecombination(cv)) return false;
+        if (electrons) {
+            bereken_jac_u_Gummel(cv, J);
+            bereken_stelsel_u_Gummel(cv, rhs);
+        } else {
+            bereken_jac_v_Gummel(cv, J);
+            bereken_stelsel_v_Gummel(cv, rhs);
+        }
+        if (bereken_delta_u_of_v_Gummel(cv, J, rhs, delta) < 0) return false;
+        MeshArray& w = electrons ? cv.u : cv.v;
+        const double offset = electrons ? cv.a_n : cv.a_p;
+        for (size_t i = 0; i < At(n); ++i) {
+            // The density at a point is proportional to offset + w.  A fall is held to the clamp of
+            // the solver, which also keeps the density positive; a rise is taken whole.
+            const double before = offset + w[i];
+            double after = before + delta[i];
+            if (!(after >= before * fall)) after = before * fall;
+            if (!std::isfinite(after)) return false;
+            w[i] = after - offset;
+            (electrons ? cv.EFn : cv.EFp)[i] = electrons ? std::log(after) : -std::log(after);
+        }
+    }
+    return true;
 }
 
 int onder_belichting(CalculationVariables& cv) {
