@@ -193,11 +193,7 @@ void FillLayerAlpha(const CalculationVariables& cv, GenerationParameters& gp, in
     const int n = std::clamp(mesh.n_points, 0, MAX_MESH_POINTS);
     const int first = std::max(mesh.first_point[At(layer)], 0);
     const int last = std::min(mesh.last_point[At(layer)], n - 1);
-    if (rows.length != L) {
-        rows.length = L;
-        for (size_t r = 0; r < rows.rows.size(); ++r)
-            for (size_t k = 0; k < rows.rows[r].size(); ++k) rows.rowsL[r][k] = rows.rows[r][k] * L;
-    }
+    rows.length = L;
     const auto key = [&](int j) { return std::bit_cast<std::uint64_t>(mesh.y[At(j)]); };
     const auto find = [&](std::uint64_t k) {
         return static_cast<size_t>(std::lower_bound(rows.keys.begin(), rows.keys.end(), k) -
@@ -207,15 +203,15 @@ void FillLayerAlpha(const CalculationVariables& cv, GenerationParameters& gp, in
         const std::uint64_t k = key(j);
         const size_t index = find(k);
         if (index < rows.keys.size() && rows.keys[index] == k) continue;
-        std::vector<double> row, rowL(At(nl));
+        std::vector<double> row;
         InterpolateAlpha(m, rows.law, gp.lambda, row, nl, rows.tableA, rows.tableB, mesh.y[At(j)]);
-        for (int w = 0; w < nl; ++w) rowL[At(w)] = row[At(w)] * L;
+        int extent = std::min(nl, static_cast<int>(row.size()));
+        while (extent > 0 && row[At(extent - 1)] == 0) --extent;
+        row.resize(At(extent));
+        row.shrink_to_fit();
         const auto at = static_cast<std::ptrdiff_t>(index);
         rows.keys.insert(rows.keys.begin() + at, k);
         rows.rows.insert(rows.rows.begin() + at, std::move(row));
-        rows.rowsL.insert(rows.rowsL.begin() + at, std::move(rowL));
-        int extent = nl;
-        while (extent > 0 && rows.rows[index][At(extent - 1)] == 0) --extent;
         rows.extent.insert(rows.extent.begin() + at, extent);
     }
     if (rows.keys.size() > 2 * At(last - first + 1)) {
@@ -226,13 +222,11 @@ void FillLayerAlpha(const CalculationVariables& cv, GenerationParameters& gp, in
             if (!used[r]) continue;
             rows.keys[kept] = rows.keys[r];
             rows.rows[kept] = std::move(rows.rows[r]);
-            rows.rowsL[kept] = std::move(rows.rowsL[r]);
             rows.extent[kept] = rows.extent[r];
             ++kept;
         }
         rows.keys.resize(kept);
         rows.rows.resize(kept);
-        rows.rowsL.resize(kept);
         rows.extent.resize(kept);
     }
     for (int j = first; j <= last; ++j) {
@@ -549,32 +543,52 @@ bool BeerLambert(const CalculationVariables& cv, const GenerationParameters& gp,
     return true;
 }
 
-// The alpha L rows of the n mesh points (null for alpha 0), or false when the absorption is not on
-// this mesh.
-bool AlphaRowsOfMesh(const GenerationParameters& gp, int n, std::array<const double*, MAX_MESH_POINTS>& a) {
+// The alpha row of each of the n mesh points (null for alpha 0) with its length, and the length L
+// of alpha L, or false when the absorption is not on this mesh.
+struct MeshAlphaRows {
+    std::array<const double*, MAX_MESH_POINTS> row;
+    std::array<int, MAX_MESH_POINTS> extent;
+    double L = 0;
+    // Alpha L of point j at wavelength k: 0 where the row holds nothing.
+    double operator()(int j, int k) const {
+        return row[At(j)] != nullptr && k < extent[At(j)] ? row[At(j)][k] * L : 0.0;
+    }
+};
+
+const LayerAlphaRows* RowsOfPoint(const GenerationParameters& gp, int j, int& r) {
+    if (j < 0 || j >= std::min(gp.alphaPoints, MAX_MESH_POINTS)) return nullptr;
+    r = gp.alphaRowOfPoint[At(j)];
+    const int layer = gp.alphaLayerOfPoint[At(j)];
+    if (r < 0 || layer < 0 || layer >= MAX_LAYERS) return nullptr;
+    const LayerAlphaRows& rows = gp.alphaRows[At(layer)];
+    return At(r) < rows.rows.size() ? &rows : nullptr;
+}
+
+bool AlphaRowsOfMesh(const GenerationParameters& gp, int n, MeshAlphaRows& a) {
     if (gp.alphaPoints != n) return false;
-    for (int j = 0; j < n; ++j) a[At(j)] = AlphaLOfPoint(gp, j);
+    for (int j = 0; j < n; ++j) {
+        int r = 0;
+        const LayerAlphaRows* rows = RowsOfPoint(gp, j, r);
+        a.row[At(j)] = rows != nullptr ? rows->rows[At(r)].data() : nullptr;
+        a.extent[At(j)] = rows != nullptr ? rows->extent[At(r)] : 0;
+        if (rows != nullptr) a.L = rows->length;
+    }
     return true;
 }
 
 } // namespace
 
-const double* AlphaOfPoint(const GenerationParameters& gp, int j) {
-    if (j < 0 || j >= std::min(gp.alphaPoints, MAX_MESH_POINTS)) return nullptr;
-    const int r = gp.alphaRowOfPoint[At(j)];
-    const int layer = gp.alphaLayerOfPoint[At(j)];
-    if (r < 0 || layer < 0 || layer >= MAX_LAYERS) return nullptr;
-    const LayerAlphaRows& rows = gp.alphaRows[At(layer)];
-    return At(r) < rows.rows.size() ? rows.rows[At(r)].data() : nullptr;
+double AlphaOfPoint(const GenerationParameters& gp, int j, int k) {
+    int r = 0;
+    const LayerAlphaRows* rows = RowsOfPoint(gp, j, r);
+    return rows != nullptr && k >= 0 && k < rows->extent[At(r)] ? rows->rows[At(r)][At(k)] : 0.0;
 }
 
-const double* AlphaLOfPoint(const GenerationParameters& gp, int j) {
-    if (j < 0 || j >= std::min(gp.alphaPoints, MAX_MESH_POINTS)) return nullptr;
-    const int r = gp.alphaRowOfPoint[At(j)];
-    const int layer = gp.alphaLayerOfPoint[At(j)];
-    if (r < 0 || layer < 0 || layer >= MAX_LAYERS) return nullptr;
-    const LayerAlphaRows& rows = gp.alphaRows[At(layer)];
-    return At(r) < rows.rowsL.size() ? rows.rowsL[At(r)].data() : nullptr;
+double AlphaLOfPoint(const GenerationParameters& gp, int j, int k) {
+    int r = 0;
+    const LayerAlphaRows* rows = RowsOfPoint(gp, j, r);
+    return rows != nullptr && k >= 0 && k < rows->extent[At(r)] ? rows->rows[At(r)][At(k)] * rows->length
+                                                                : 0.0;
 }
 
 void CalculateFluxesEverywhere(CalculationVariables& cv, GenerationParameters& gp, int k, int fromFile,
@@ -584,10 +598,7 @@ void CalculateFluxesEverywhere(CalculationVariables& cv, GenerationParameters& g
     const int nl = gp.numberOfWavelengths;
     if (n == 0 || k < 0 || k >= nl || gp.fluxPoints != n || gp.flux.size() < FluxIndex(gp, nl, 0)) return;
     AlphaColumn alpha;
-    for (int j = 0; j < n; ++j) {
-        const double* row = gp.alphaPoints == n ? AlphaLOfPoint(gp, j) : nullptr;
-        alpha[At(j)] = row != nullptr ? row[k] : 0.0;
-    }
+    for (int j = 0; j < n; ++j) alpha[At(j)] = gp.alphaPoints == n ? AlphaLOfPoint(gp, j, k) : 0.0;
     BeerLambert(cv, gp, k, fromFile, frontReflection, alpha.data(), gp.flux.data() + FluxIndex(gp, k, 0));
 }
 
@@ -608,14 +619,14 @@ void CalculateGeneration(CalculationVariables& cv, GenerationParameters& gp) {
     const int n = std::clamp(cv.mesh.n_points, 0, MAX_MESH_POINTS);
     const int nl = std::max(gp.numberOfWavelengths, 0);
     gp.G.fill(0.0);
-    std::array<const double*, MAX_MESH_POINTS> a;
+    MeshAlphaRows a;
     if (gp.fluxPoints != n || gp.flux.size() != At(nl) * At(n) || !AlphaRowsOfMesh(gp, n, a)) return;
     // Wavelength by wavelength along the rows of the flux; each G[j] adds its terms in the order of
     // the wavelengths.
     for (int k = 0; k < nl; ++k) {
         const double* flux = gp.flux.data() + FluxIndex(gp, k, 0);
         for (int j = 0; j < n; ++j)
-            if (a[At(j)] != nullptr) gp.G[At(j)] += flux[j] * a[At(j)][k];
+            if (a.row[At(j)] != nullptr) gp.G[At(j)] += flux[j] * a(j, k);
     }
 }
 
@@ -632,7 +643,7 @@ void CalculateOpticalGeneration(CalculationVariables& cv, GenerationParameters& 
     gp.flux.clear();
     gp.flux.shrink_to_fit();
     gp.G.fill(0.0);
-    std::array<const double*, MAX_MESH_POINTS> a;
+    MeshAlphaRows a;
     if (cv.parameters == nullptr || n == 0 || !AlphaRowsOfMesh(gp, n, a)) return;
     // The rows of alpha hold one point's wavelengths side by side; a block of wavelengths is taken out
     // of them at once, a stretch of each row in turn, so that each pass through the stack reads one
@@ -652,12 +663,14 @@ void CalculateOpticalGeneration(CalculationVariables& cv, GenerationParameters& 
         const int width = std::min(kBlock, used - k0);
         std::array<bool, kBlock> absorbed{};
         for (int j = 0; j < n; ++j) {
-            const double* row = a[At(j)];
-            for (int b = 0; b < width; ++b) {
-                const double value = row != nullptr ? row[k0 + b] : 0.0;
+            const double* row = a.row[At(j)];
+            const int end = row != nullptr ? std::clamp(a.extent[At(j)] - k0, 0, width) : 0;
+            for (int b = 0; b < end; ++b) {
+                const double value = row[k0 + b] * a.L;
                 block[At(b) * At(n) + At(j)] = value;
                 absorbed[At(b)] = absorbed[At(b)] || value != 0;
             }
+            for (int b = end; b < width; ++b) block[At(b) * At(n) + At(j)] = 0.0;
         }
         for (int b = 0; b < width; ++b) {
             const int k = k0 + b;
@@ -667,17 +680,17 @@ void CalculateOpticalGeneration(CalculationVariables& cv, GenerationParameters& 
             const double* band = block.data() + At(b) * At(n);
             if (!BeerLambert(cv, gp, k, fromFile, Rfront, band, flux.data())) continue;
             for (int j = 0; j < n; ++j)
-                if (a[At(j)] != nullptr) gp.G[At(j)] += flux[At(j)] * band[j];
+                if (a.row[At(j)] != nullptr) gp.G[At(j)] += flux[At(j)] * band[j];
         }
     }
 }
 
 double GenerationAt(const GenerationParameters& gp, int k, int j) {
-    const double* a = AlphaLOfPoint(gp, j);
-    if (a == nullptr || j >= gp.fluxPoints || k < 0 || k >= gp.numberOfWavelengths ||
+    if (j < 0 || j >= gp.fluxPoints || k < 0 || k >= gp.numberOfWavelengths ||
         gp.flux.size() <= FluxIndex(gp, k, j))
         return 0.0;
-    return gp.flux[FluxIndex(gp, k, j)] * a[k];
+    const double a = AlphaLOfPoint(gp, j, k);
+    return a != 0 ? gp.flux[FluxIndex(gp, k, j)] * a : 0.0;
 }
 
 void AddQEGeneration(const GenerationParameters& spectrum, const GenerationParameters& mono,
