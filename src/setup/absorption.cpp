@@ -98,6 +98,8 @@ bool MakeAlphaTable(const MaterialParameters& m, int which, AlphaTable& table) {
     while (used < table.lambda.size() && !(table.lambda[used] > ALPHA_GRID_REQUEST)) ++used;
     table.lambda.resize(used);
     table.alpha.resize(used);
+    table.lnAlpha.resize(used);
+    for (size_t i = 0; i < used; ++i) table.lnAlpha[i] = table.alpha[i] > 0 ? std::log(table.alpha[i]) : 0.0;
     return used > 0;
 }
 
@@ -110,9 +112,24 @@ double BandGapAtComposition(const MaterialParameters& m, double y) {
     return value;
 }
 
+// LogInterpolateFromTable inside a table whose logarithms are at hand: the same value, without the
+// two logarithms a call forms anew (a graded layer interpolates two tables at every wavelength for
+// each of some hundreds of compositions).
 double TableValue(double position, const AlphaTable& t) {
-    return LogInterpolateFromTable(position, t.lambda.data(), t.alpha.data(),
-                                   static_cast<int>(t.lambda.size()));
+    const int n = static_cast<int>(std::min(t.lambda.size(), t.alpha.size()));
+    const double* x = t.lambda.data();
+    const double* y = t.alpha.data();
+    if (t.lnAlpha.size() != At(n) || n < 2 || !(position >= x[0]) || position > x[n - 1])
+        return LogInterpolateFromTable(position, x, y, n);
+    const int k = std::clamp(static_cast<int>(std::upper_bound(x, x + n, position) - x) - 1, 0, n - 2);
+    const double x0 = x[k], x1 = x[k + 1];
+    const double y0 = y[k], y1 = y[k + 1];
+    if (y0 == y1 || x0 == x1) return LogInterpolateFromTable(position, x, y, n);
+    const double t01 = (position - x0) / (x1 - x0);
+    if (!(y0 > 0) && !(y1 > 0)) return y0 + t01 * (y1 - y0);
+    const double l0 = y0 > 0 ? t.lnAlpha[At(k)] : std::log(kTinyShare * y1);
+    const double l1 = y1 > 0 ? t.lnAlpha[At(k + 1)] : std::log(kTinyShare * y0);
+    return std::exp(l0 + t01 * (l1 - l0));
 }
 
 // InterpolateAlpha with the band gap at y already known.

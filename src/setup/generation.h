@@ -20,6 +20,8 @@ namespace tervo {
 struct AlphaTable {
     std::vector<double> lambda; // nm, rising
     std::vector<double> alpha;  // /m
+    // ln alpha of the positive entries, formed once for the interpolations (empty: not formed).
+    std::vector<double> lnAlpha;
 };
 
 // The absorption of one layer's compositions at the wavelengths of an illumination, kept from one

@@ -186,7 +186,7 @@ TEST_F(AbsorptionTest, GradedCompositionMixesThePureMaterials) {
 
     // Half-way the gap is 1.5 times that of A: cut-off 666.7 nm.  Both spectra are stretched from
     // the anchor to the cut-off and combined as a geometric mean.
-    AlphaTable A{{250, 1000}, {4e7, 1e5}}, B{{250, 500}, {9e7, 4e5}};
+    AlphaTable A{{250, 1000}, {4e7, 1e5}, {}}, B{{250, 500}, {9e7, 4e5}, {}};
     std::vector<double> l = {250, 1000.0 / 1.5, 400}, alpha;
     InterpolateAlpha(cell.P->material[0], LAW_LINEAR, l, alpha, 3, A, B, 0.5);
     EXPECT_NEAR(alpha[0], std::sqrt(4e7 * 9e7), 1e-6 * 6e7);
