@@ -119,8 +119,19 @@ double TableValue(double position, const AlphaTable& t) {
     const int n = static_cast<int>(std::min(t.lambda.size(), t.alpha.size()));
     const double* x = t.lambda.data();
     const double* y = t.alpha.data();
-    if (t.lnAlpha.size() != At(n) || n < 2 || !(position >= x[0]) || position > x[n - 1])
+    if (t.lnAlpha.size() != At(n) || n < 2 || !(position >= x[0] || position < x[0]))
         return LogInterpolateFromTable(position, x, y, n);
+    if (position < x[0] || position > x[n - 1]) {
+        // Outside: the end value, continued on the logarithm where the table grows towards that end.
+        const int end = position < x[0] ? 0 : n - 1, inner = position < x[0] ? 1 : n - 2;
+        const double yEnd = y[end];
+        if (!(yEnd > 0)) return 0.0;
+        if (y[inner] > 0 && yEnd > y[inner] && x[end] != x[inner]) {
+            const double slope = (t.lnAlpha[At(end)] - t.lnAlpha[At(inner)]) / (x[end] - x[inner]);
+            return std::exp(t.lnAlpha[At(end)] + slope * (position - x[end]));
+        }
+        return yEnd;
+    }
     const int k = std::clamp(static_cast<int>(std::upper_bound(x, x + n, position) - x) - 1, 0, n - 2);
     const double x0 = x[k], x1 = x[k + 1];
     const double y0 = y[k], y1 = y[k + 1];
