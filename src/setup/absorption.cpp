@@ -112,35 +112,12 @@ double BandGapAtComposition(const MaterialParameters& m, double y) {
     return value;
 }
 
-// LogInterpolateFromTable inside a table whose logarithms are at hand: the same value, without the
-// two logarithms a call forms anew (a graded layer interpolates two tables at every wavelength for
-// each of some hundreds of compositions).
+// The logarithms of a table's entries are formed once (a graded layer interpolates two tables at
+// every wavelength for each of some hundreds of compositions).
 double TableValue(double position, const AlphaTable& t) {
     const int n = static_cast<int>(std::min(t.lambda.size(), t.alpha.size()));
-    const double* x = t.lambda.data();
-    const double* y = t.alpha.data();
-    if (t.lnAlpha.size() != At(n) || n < 2 || !(position >= x[0] || position < x[0]))
-        return LogInterpolateFromTable(position, x, y, n);
-    if (position < x[0] || position > x[n - 1]) {
-        // Outside: the end value, continued on the logarithm where the table grows towards that end.
-        const int end = position < x[0] ? 0 : n - 1, inner = position < x[0] ? 1 : n - 2;
-        const double yEnd = y[end];
-        if (!(yEnd > 0)) return 0.0;
-        if (y[inner] > 0 && yEnd > y[inner] && x[end] != x[inner]) {
-            const double slope = (t.lnAlpha[At(end)] - t.lnAlpha[At(inner)]) / (x[end] - x[inner]);
-            return std::exp(t.lnAlpha[At(end)] + slope * (position - x[end]));
-        }
-        return yEnd;
-    }
-    const int k = std::clamp(static_cast<int>(std::upper_bound(x, x + n, position) - x) - 1, 0, n - 2);
-    const double x0 = x[k], x1 = x[k + 1];
-    const double y0 = y[k], y1 = y[k + 1];
-    if (y0 == y1 || x0 == x1) return LogInterpolateFromTable(position, x, y, n);
-    const double t01 = (position - x0) / (x1 - x0);
-    if (!(y0 > 0) && !(y1 > 0)) return y0 + t01 * (y1 - y0);
-    const double l0 = y0 > 0 ? t.lnAlpha[At(k)] : std::log(kTinyShare * y1);
-    const double l1 = y1 > 0 ? t.lnAlpha[At(k + 1)] : std::log(kTinyShare * y0);
-    return std::exp(l0 + t01 * (l1 - l0));
+    return LogInterpolateFromTable(position, t.lambda.data(), t.alpha.data(), n,
+                                   t.lnAlpha.size() == At(n) ? t.lnAlpha.data() : nullptr);
 }
 
 // InterpolateAlpha with the band gap at y already known.
@@ -359,14 +336,15 @@ void OpticalCaptureModel(OpticalCaptureProperties& o, double E0) {
 // ---------------------------------------------------------------------------------------------------
 // Alpha.
 
-double LogInterpolateFromTable(double position, const double* x, const double* y, int n) {
+double LogInterpolateFromTable(double position, const double* x, const double* y, int n, const double* lnY) {
     if (n <= 0 || x == nullptr || y == nullptr) return 0.0;
+    const auto ln = [&](int i) { return lnY != nullptr ? lnY[i] : std::log(y[i]); };
     const auto outside = [&](int end, int inner) {
         const double yEnd = y[end];
         if (!(yEnd > 0)) return 0.0;
         if (inner >= 0 && inner < n && y[inner] > 0 && yEnd > y[inner] && x[end] != x[inner]) {
-            const double slope = (std::log(yEnd) - std::log(y[inner])) / (x[end] - x[inner]);
-            return std::exp(std::log(yEnd) + slope * (position - x[end]));
+            const double slope = (ln(end) - ln(inner)) / (x[end] - x[inner]);
+            return std::exp(ln(end) + slope * (position - x[end]));
         }
         return yEnd;
     };
@@ -375,14 +353,15 @@ double LogInterpolateFromTable(double position, const double* x, const double* y
 
     const int k = std::clamp(static_cast<int>(std::upper_bound(x, x + n, position) - x) - 1, 0, n - 2);
     const double x0 = x[k], x1 = x[k + 1];
-    double y0 = y[k], y1 = y[k + 1];
+    const double y0 = y[k], y1 = y[k + 1];
     if (y0 == y1) return y0;
     if (x0 == x1) return (y0 > 0 && y1 > 0) ? std::sqrt(y0 * y1) : 0.5 * (y0 + y1);
     const double t = (position - x0) / (x1 - x0);
     if (!(y0 > 0) && !(y1 > 0)) return y0 + t * (y1 - y0);
-    if (!(y0 > 0)) y0 = kTinyShare * y1;
-    if (!(y1 > 0)) y1 = kTinyShare * y0;
-    return std::exp(std::log(y0) + t * (std::log(y1) - std::log(y0)));
+    // A value not above 0 counts as a tiny share of the other.
+    const double l0 = y0 > 0 ? ln(k) : std::log(kTinyShare * y1);
+    const double l1 = y1 > 0 ? ln(k + 1) : std::log(kTinyShare * y0);
+    return std::exp(l0 + t * (l1 - l0));
 }
 
 int DetermineLayerAlpha(const MaterialParameters& m, std::vector<double>& wavelengths,

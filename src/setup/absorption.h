@@ -45,7 +45,9 @@ void InterpolateAlpha(const MaterialParameters& material, int law, const std::ve
 // Value of a table (x rising) at `position`, interpolated linearly in ln y.  Outside the table the end
 // value (0 for an end value that is not above 0), continued on the logarithm where the table grows
 // towards that end.
-double LogInterpolateFromTable(double position, const double* x, const double* y, int n);
+// `lnY`, when given, holds ln y of the positive entries, which are then not formed anew.
+double LogInterpolateFromTable(double position, const double* x, const double* y, int n,
+                               const double* lnY = nullptr);
 
 // Alpha of every layer at every wavelength of `gp` on the mesh of `cv` (AlphaOfPoint, AlphaLOfPoint)
 // and the cut-off wavelength of each point, and refreshes the cut-off wavelengths of the pure materials in
