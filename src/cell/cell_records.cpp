@@ -1,6 +1,7 @@
 #include "cell/cell_records.h"
 
 #include <cmath>
+#include <memory>
 #include <numbers>
 
 #include "cell/definition_file.h"
@@ -240,7 +241,9 @@ void InitialiseConvergenceParameters(ConvergenceParameters& p) {
 }
 
 void InitialiseCellDefinition(CellDefinition& p) {
-    p = CellDefinition{};
+    // Made anew in place: an assignment from a fresh record would first build its 150 kB on the stack.
+    std::destroy_at(&p);
+    std::construct_at(&p);
     for (int i = 0; i < MAX_LAYERS; ++i) InitialiseLayerParameters(p.layer[static_cast<size_t>(i)], i, 1);
     for (int i = 0; i < MAX_INTERFACES; ++i)
         InitialiseInterfaceParameters(p.interface[static_cast<size_t>(i)], i);

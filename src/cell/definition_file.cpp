@@ -2,6 +2,8 @@
 // (cell/definition_reader.h), and the readers for batch use.
 #include "cell/definition_file.h"
 
+#include <memory>
+
 #include "cell/definition_reader.h"
 #include "cell/grading.h"
 #include "platform/format.h"
@@ -139,17 +141,17 @@ int lees_structuurfile(const std::string& path, InputParameters& p, DefinitionWo
     return 1;
 }
 int ReadCeldefVariableFromDefFile(const std::string& path, CellDefinition& cell) {
-    InputParameters p;
+    const auto p = std::make_unique<InputParameters>();
     DefinitionWorkingSettings s;
-    const int r = lees_structuurfile(path, p, s, 1);
-    if (r == 1) cell = p.cellParas;
+    const int r = lees_structuurfile(path, *p, s, 1);
+    if (r == 1) cell = p->cellParas;
     return r;
 }
 
 int ReadShortCeldefVariableFromDefFile(const std::string& path, ShortCellDefinition& shortCell) {
-    CellDefinition cell;
-    const int r = ReadCeldefVariableFromDefFile(path, cell);
-    if (r == 1) LongToShortCellDefinition(cell, shortCell);
+    const auto cell = std::make_unique<CellDefinition>();
+    const int r = ReadCeldefVariableFromDefFile(path, *cell);
+    if (r == 1) LongToShortCellDefinition(*cell, shortCell);
     return r;
 }
 

@@ -98,6 +98,8 @@ bool MakeAlphaTable(const MaterialParameters& m, int which, AlphaTable& table) {
     while (used < table.lambda.size() && !(table.lambda[used] > ALPHA_GRID_REQUEST)) ++used;
     table.lambda.resize(used);
     table.alpha.resize(used);
+    table.lnAlpha.resize(used);
+    for (size_t i = 0; i < used; ++i) table.lnAlpha[i] = table.alpha[i] > 0 ? std::log(table.alpha[i]) : 0.0;
     return used > 0;
 }
 
@@ -110,9 +112,12 @@ double BandGapAtComposition(const MaterialParameters& m, double y) {
     return value;
 }
 
+// The logarithms of a table's entries are formed once (a graded layer interpolates two tables at
+// every wavelength for each of some hundreds of compositions).
 double TableValue(double position, const AlphaTable& t) {
-    return LogInterpolateFromTable(position, t.lambda.data(), t.alpha.data(),
-                                   static_cast<int>(t.lambda.size()));
+    const int n = static_cast<int>(std::min(t.lambda.size(), t.alpha.size()));
+    return LogInterpolateFromTable(position, t.lambda.data(), t.alpha.data(), n,
+                                   t.lnAlpha.size() == At(n) ? t.lnAlpha.data() : nullptr);
 }
 
 // InterpolateAlpha with the band gap at y already known.
@@ -193,11 +198,7 @@ void FillLayerAlpha(const CalculationVariables& cv, GenerationParameters& gp, in
     const int n = std::clamp(mesh.n_points, 0, MAX_MESH_POINTS);
     const int first = std::max(mesh.first_point[At(layer)], 0);
     const int last = std::min(mesh.last_point[At(layer)], n - 1);
-    if (rows.length != L) {
-        rows.length = L;
-        for (size_t r = 0; r < rows.rows.size(); ++r)
-            for (size_t k = 0; k < rows.rows[r].size(); ++k) rows.rowsL[r][k] = rows.rows[r][k] * L;
-    }
+    rows.length = L;
     const auto key = [&](int j) { return std::bit_cast<std::uint64_t>(mesh.y[At(j)]); };
     const auto find = [&](std::uint64_t k) {
         return static_cast<size_t>(std::lower_bound(rows.keys.begin(), rows.keys.end(), k) -
@@ -207,15 +208,15 @@ void FillLayerAlpha(const CalculationVariables& cv, GenerationParameters& gp, in
         const std::uint64_t k = key(j);
         const size_t index = find(k);
         if (index < rows.keys.size() && rows.keys[index] == k) continue;
-        std::vector<double> row, rowL(At(nl));
+        std::vector<double> row;
         InterpolateAlpha(m, rows.law, gp.lambda, row, nl, rows.tableA, rows.tableB, mesh.y[At(j)]);
-        for (int w = 0; w < nl; ++w) rowL[At(w)] = row[At(w)] * L;
+        int extent = std::min(nl, static_cast<int>(row.size()));
+        while (extent > 0 && row[At(extent - 1)] == 0) --extent;
+        row.resize(At(extent));
+        row.shrink_to_fit();
         const auto at = static_cast<std::ptrdiff_t>(index);
         rows.keys.insert(rows.keys.begin() + at, k);
         rows.rows.insert(rows.rows.begin() + at, std::move(row));
-        rows.rowsL.insert(rows.rowsL.begin() + at, std::move(rowL));
-        int extent = nl;
-        while (extent > 0 && rows.rows[index][At(extent - 1)] == 0) --extent;
         rows.extent.insert(rows.extent.begin() + at, extent);
     }
     if (rows.keys.size() > 2 * At(last - first + 1)) {
@@ -229,14 +230,12 @@ void FillLayerAlpha(const CalculationVariables& cv, GenerationParameters& gp, in
             if (kept != r) {
                 rows.keys[kept] = rows.keys[r];
                 rows.rows[kept] = std::move(rows.rows[r]);
-                rows.rowsL[kept] = std::move(rows.rowsL[r]);
                 rows.extent[kept] = rows.extent[r];
             }
             ++kept;
         }
         rows.keys.resize(kept);
         rows.rows.resize(kept);
-        rows.rowsL.resize(kept);
         rows.extent.resize(kept);
     }
     for (int j = first; j <= last; ++j) {
@@ -341,14 +340,15 @@ void OpticalCaptureModel(OpticalCaptureProperties& o, double E0) {
 // ---------------------------------------------------------------------------------------------------
 // Alpha.
 
-double LogInterpolateFromTable(double position, const double* x, const double* y, int n) {
+double LogInterpolateFromTable(double position, const double* x, const double* y, int n, const double* lnY) {
     if (n <= 0 || x == nullptr || y == nullptr) return 0.0;
+    const auto ln = [&](int i) { return lnY != nullptr ? lnY[i] : std::log(y[i]); };
     const auto outside = [&](int end, int inner) {
         const double yEnd = y[end];
         if (!(yEnd > 0)) return 0.0;
         if (inner >= 0 && inner < n && y[inner] > 0 && yEnd > y[inner] && x[end] != x[inner]) {
-            const double slope = (std::log(yEnd) - std::log(y[inner])) / (x[end] - x[inner]);
-            return std::exp(std::log(yEnd) + slope * (position - x[end]));
+            const double slope = (ln(end) - ln(inner)) / (x[end] - x[inner]);
+            return std::exp(ln(end) + slope * (position - x[end]));
         }
         return yEnd;
     };
@@ -357,14 +357,15 @@ double LogInterpolateFromTable(double position, const double* x, const double* y
 
     const int k = std::clamp(static_cast<int>(std::upper_bound(x, x + n, position) - x) - 1, 0, n - 2);
     const double x0 = x[k], x1 = x[k + 1];
-    double y0 = y[k], y1 = y[k + 1];
+    const double y0 = y[k], y1 = y[k + 1];
     if (y0 == y1) return y0;
     if (x0 == x1) return (y0 > 0 && y1 > 0) ? std::sqrt(y0 * y1) : 0.5 * (y0 + y1);
     const double t = (position - x0) / (x1 - x0);
     if (!(y0 > 0) && !(y1 > 0)) return y0 + t * (y1 - y0);
-    if (!(y0 > 0)) y0 = kTinyShare * y1;
-    if (!(y1 > 0)) y1 = kTinyShare * y0;
-    return std::exp(std::log(y0) + t * (std::log(y1) - std::log(y0)));
+    // A value not above 0 counts as a tiny share of the other.
+    const double l0 = y0 > 0 ? ln(k) : std::log(kTinyShare * y1);
+    const double l1 = y1 > 0 ? ln(k + 1) : std::log(kTinyShare * y0);
+    return std::exp(l0 + t * (l1 - l0));
 }
 
 int DetermineLayerAlpha(const MaterialParameters& m, std::vector<double>& wavelengths,
@@ -553,32 +554,52 @@ bool BeerLambert(const CalculationVariables& cv, const GenerationParameters& gp,
     return true;
 }
 
-// The alpha L rows of the n mesh points (null for alpha 0), or false when the absorption is not on
-// this mesh.
-bool AlphaRowsOfMesh(const GenerationParameters& gp, int n, std::array<const double*, MAX_MESH_POINTS>& a) {
+// The alpha row of each of the n mesh points (null for alpha 0) with its length, and the length L
+// of alpha L, or false when the absorption is not on this mesh.
+struct MeshAlphaRows {
+    std::array<const double*, MAX_MESH_POINTS> row;
+    std::array<int, MAX_MESH_POINTS> extent;
+    double L = 0;
+    // Alpha L of point j at wavelength k: 0 where the row holds nothing.
+    double operator()(int j, int k) const {
+        return row[At(j)] != nullptr && k < extent[At(j)] ? row[At(j)][k] * L : 0.0;
+    }
+};
+
+const LayerAlphaRows* RowsOfPoint(const GenerationParameters& gp, int j, int& r) {
+    if (j < 0 || j >= std::min(gp.alphaPoints, MAX_MESH_POINTS)) return nullptr;
+    r = gp.alphaRowOfPoint[At(j)];
+    const int layer = gp.alphaLayerOfPoint[At(j)];
+    if (r < 0 || layer < 0 || layer >= MAX_LAYERS) return nullptr;
+    const LayerAlphaRows& rows = gp.alphaRows[At(layer)];
+    return At(r) < rows.rows.size() ? &rows : nullptr;
+}
+
+bool AlphaRowsOfMesh(const GenerationParameters& gp, int n, MeshAlphaRows& a) {
     if (gp.alphaPoints != n) return false;
-    for (int j = 0; j < n; ++j) a[At(j)] = AlphaLOfPoint(gp, j);
+    for (int j = 0; j < n; ++j) {
+        int r = 0;
+        const LayerAlphaRows* rows = RowsOfPoint(gp, j, r);
+        a.row[At(j)] = rows != nullptr ? rows->rows[At(r)].data() : nullptr;
+        a.extent[At(j)] = rows != nullptr ? rows->extent[At(r)] : 0;
+        if (rows != nullptr) a.L = rows->length;
+    }
     return true;
 }
 
 } // namespace
 
-const double* AlphaOfPoint(const GenerationParameters& gp, int j) {
-    if (j < 0 || j >= std::min(gp.alphaPoints, MAX_MESH_POINTS)) return nullptr;
-    const int r = gp.alphaRowOfPoint[At(j)];
-    const int layer = gp.alphaLayerOfPoint[At(j)];
-    if (r < 0 || layer < 0 || layer >= MAX_LAYERS) return nullptr;
-    const LayerAlphaRows& rows = gp.alphaRows[At(layer)];
-    return At(r) < rows.rows.size() ? rows.rows[At(r)].data() : nullptr;
+double AlphaOfPoint(const GenerationParameters& gp, int j, int k) {
+    int r = 0;
+    const LayerAlphaRows* rows = RowsOfPoint(gp, j, r);
+    return rows != nullptr && k >= 0 && k < rows->extent[At(r)] ? rows->rows[At(r)][At(k)] : 0.0;
 }
 
-const double* AlphaLOfPoint(const GenerationParameters& gp, int j) {
-    if (j < 0 || j >= std::min(gp.alphaPoints, MAX_MESH_POINTS)) return nullptr;
-    const int r = gp.alphaRowOfPoint[At(j)];
-    const int layer = gp.alphaLayerOfPoint[At(j)];
-    if (r < 0 || layer < 0 || layer >= MAX_LAYERS) return nullptr;
-    const LayerAlphaRows& rows = gp.alphaRows[At(layer)];
-    return At(r) < rows.rowsL.size() ? rows.rowsL[At(r)].data() : nullptr;
+double AlphaLOfPoint(const GenerationParameters& gp, int j, int k) {
+    int r = 0;
+    const LayerAlphaRows* rows = RowsOfPoint(gp, j, r);
+    return rows != nullptr && k >= 0 && k < rows->extent[At(r)] ? rows->rows[At(r)][At(k)] * rows->length
+                                                                : 0.0;
 }
 
 void CalculateFluxesEverywhere(CalculationVariables& cv, GenerationParameters& gp, int k, int fromFile,
@@ -588,10 +609,7 @@ void CalculateFluxesEverywhere(CalculationVariables& cv, GenerationParameters& g
     const int nl = gp.numberOfWavelengths;
     if (n == 0 || k < 0 || k >= nl || gp.fluxPoints != n || gp.flux.size() < FluxIndex(gp, nl, 0)) return;
     AlphaColumn alpha;
-    for (int j = 0; j < n; ++j) {
-        const double* row = gp.alphaPoints == n ? AlphaLOfPoint(gp, j) : nullptr;
-        alpha[At(j)] = row != nullptr ? row[k] : 0.0;
-    }
+    for (int j = 0; j < n; ++j) alpha[At(j)] = gp.alphaPoints == n ? AlphaLOfPoint(gp, j, k) : 0.0;
     BeerLambert(cv, gp, k, fromFile, frontReflection, alpha.data(), gp.flux.data() + FluxIndex(gp, k, 0));
 }
 
@@ -612,14 +630,14 @@ void CalculateGeneration(CalculationVariables& cv, GenerationParameters& gp) {
     const int n = std::clamp(cv.mesh.n_points, 0, MAX_MESH_POINTS);
     const int nl = std::max(gp.numberOfWavelengths, 0);
     gp.G.fill(0.0);
-    std::array<const double*, MAX_MESH_POINTS> a;
+    MeshAlphaRows a;
     if (gp.fluxPoints != n || gp.flux.size() != At(nl) * At(n) || !AlphaRowsOfMesh(gp, n, a)) return;
     // Wavelength by wavelength along the rows of the flux; each G[j] adds its terms in the order of
     // the wavelengths.
     for (int k = 0; k < nl; ++k) {
         const double* flux = gp.flux.data() + FluxIndex(gp, k, 0);
         for (int j = 0; j < n; ++j)
-            if (a[At(j)] != nullptr) gp.G[At(j)] += flux[j] * a[At(j)][k];
+            if (a.row[At(j)] != nullptr) gp.G[At(j)] += flux[j] * a(j, k);
     }
 }
 
@@ -636,7 +654,7 @@ void CalculateOpticalGeneration(CalculationVariables& cv, GenerationParameters& 
     gp.flux.clear();
     gp.flux.shrink_to_fit();
     gp.G.fill(0.0);
-    std::array<const double*, MAX_MESH_POINTS> a;
+    MeshAlphaRows a;
     if (cv.parameters == nullptr || n == 0 || !AlphaRowsOfMesh(gp, n, a)) return;
     // The rows of alpha hold one point's wavelengths side by side; a block of wavelengths is taken out
     // of them at once, a stretch of each row in turn, so that each pass through the stack reads one
@@ -656,12 +674,14 @@ void CalculateOpticalGeneration(CalculationVariables& cv, GenerationParameters& 
         const int width = std::min(kBlock, used - k0);
         std::array<bool, kBlock> absorbed{};
         for (int j = 0; j < n; ++j) {
-            const double* row = a[At(j)];
-            for (int b = 0; b < width; ++b) {
-                const double value = row != nullptr ? row[k0 + b] : 0.0;
+            const double* row = a.row[At(j)];
+            const int end = row != nullptr ? std::clamp(a.extent[At(j)] - k0, 0, width) : 0;
+            for (int b = 0; b < end; ++b) {
+                const double value = row[k0 + b] * a.L;
                 block[At(b) * At(n) + At(j)] = value;
                 absorbed[At(b)] = absorbed[At(b)] || value != 0;
             }
+            for (int b = end; b < width; ++b) block[At(b) * At(n) + At(j)] = 0.0;
         }
         for (int b = 0; b < width; ++b) {
             const int k = k0 + b;
@@ -671,17 +691,17 @@ void CalculateOpticalGeneration(CalculationVariables& cv, GenerationParameters& 
             const double* band = block.data() + At(b) * At(n);
             if (!BeerLambert(cv, gp, k, fromFile, Rfront, band, flux.data())) continue;
             for (int j = 0; j < n; ++j)
-                if (a[At(j)] != nullptr) gp.G[At(j)] += flux[At(j)] * band[j];
+                if (a.row[At(j)] != nullptr) gp.G[At(j)] += flux[At(j)] * band[j];
         }
     }
 }
 
 double GenerationAt(const GenerationParameters& gp, int k, int j) {
-    const double* a = AlphaLOfPoint(gp, j);
-    if (a == nullptr || j >= gp.fluxPoints || k < 0 || k >= gp.numberOfWavelengths ||
+    if (j < 0 || j >= gp.fluxPoints || k < 0 || k >= gp.numberOfWavelengths ||
         gp.flux.size() <= FluxIndex(gp, k, j))
         return 0.0;
-    return gp.flux[FluxIndex(gp, k, j)] * a[k];
+    const double a = AlphaLOfPoint(gp, j, k);
+    return a != 0 ? gp.flux[FluxIndex(gp, k, j)] * a : 0.0;
 }
 
 void AddQEGeneration(const GenerationParameters& spectrum, const GenerationParameters& mono,

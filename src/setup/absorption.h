@@ -45,7 +45,9 @@ void InterpolateAlpha(const MaterialParameters& material, int law, const std::ve
 // Value of a table (x rising) at `position`, interpolated linearly in ln y.  Outside the table the end
 // value (0 for an end value that is not above 0), continued on the logarithm where the table grows
 // towards that end.
-double LogInterpolateFromTable(double position, const double* x, const double* y, int n);
+// `lnY`, when given, holds ln y of the positive entries, which are then not formed anew.
+double LogInterpolateFromTable(double position, const double* x, const double* y, int n,
+                               const double* lnY = nullptr);
 
 // Alpha of every layer at every wavelength of `gp` on the mesh of `cv` (AlphaOfPoint, AlphaLOfPoint)
 // and the cut-off wavelength of each point, and refreshes the cut-off wavelengths of the pure materials in
@@ -86,10 +88,10 @@ void CalculateOpticalGeneration(CalculationVariables& cv, GenerationParameters& 
 // The generation of wavelength k at mesh point j, flux times alpha L (0 where no flux is kept).
 double GenerationAt(const GenerationParameters& gp, int k, int j);
 
-// Alpha (/m) and alpha L of mesh point j at every wavelength of `gp`, as bepaal_alfa set them; null
-// where alpha is 0 (a layer whose absorption could not be determined, a point off the mesh).
-const double* AlphaOfPoint(const GenerationParameters& gp, int j);
-const double* AlphaLOfPoint(const GenerationParameters& gp, int j);
+// Alpha (/m) and alpha L of mesh point j at wavelength k of `gp`, as bepaal_alfa set them; 0 below
+// the gap, for a layer whose absorption could not be determined and off the mesh.
+double AlphaOfPoint(const GenerationParameters& gp, int j, int k);
+double AlphaLOfPoint(const GenerationParameters& gp, int j, int k);
 
 // While a monochromatic probe is added to a generation from a file: the total G becomes the file's G
 // (held by `spectrum`) plus the probe's G, and back.

@@ -20,6 +20,8 @@ namespace tervo {
 struct AlphaTable {
     std::vector<double> lambda; // nm, rising
     std::vector<double> alpha;  // /m
+    // ln alpha of the positive entries, formed once for the interpolations (empty: not formed).
+    std::vector<double> lnAlpha;
 };
 
 // The absorption of one layer's compositions at the wavelengths of an illumination, kept from one
@@ -32,10 +34,12 @@ struct LayerAlphaRows {
     int law = 0;
     double length = 0; // L of alpha L
     AlphaTable tableA, tableB;
-    std::vector<std::uint64_t> keys;        // bit patterns of the compositions y, rising
-    std::vector<std::vector<double>> rows;  // alpha (/m) at each wavelength, one row per composition
-    std::vector<std::vector<double>> rowsL; // alpha L, normalised
-    std::vector<int> extent;                // of each row: 1 + the index of its last non-zero alpha
+    std::vector<std::uint64_t> keys; // bit patterns of the compositions y, rising
+    // Alpha (/m) at each wavelength, one row per composition, up to its last non-zero value: what
+    // lies beyond (the wavelengths below the gap, mostly) is 0 and not kept, which in a graded layer
+    // of a few hundred compositions saves megabytes.  Alpha L is formed from it where it is used.
+    std::vector<std::vector<double>> rows;
+    std::vector<int> extent; // of each row: 1 + the index of its last non-zero alpha, its length
 };
 
 struct GenerationParameters {

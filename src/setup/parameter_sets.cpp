@@ -245,7 +245,7 @@ void SelectEpsilonForMottSchottky(const CellDefinition& cell, MottSchottkySettin
     nw.majorityN = nd > na ? 1 : 0;
 }
 
-void parameterset2_to_1(CellDefinition cell) {
+void parameterset2_to_1(const CellDefinition& cell) {
     CellDefinition& target = parameterset1.cellParas;
     CopyCellParameters(target, cell);
     const UnitChange toFile{true};
@@ -278,10 +278,11 @@ void parameterset1_to_2(CellDefinition& target, const InputParameters& source) {
 }
 
 void InitialiseParameterset2(CellDefinition& cell) {
-    InputParameters defaults;
-    InitialiseConvergenceParameters(defaults.convergence);
-    InitialiseCellDefinition(defaults.cellParas);
-    parameterset1_to_2(cell, defaults);
+    // The record is some 150 kB: on the heap, not on the stack, whose pages stay resident.
+    const auto defaults = std::make_unique<InputParameters>();
+    InitialiseConvergenceParameters(defaults->convergence);
+    InitialiseCellDefinition(defaults->cellParas);
+    parameterset1_to_2(cell, *defaults);
     // A new cell has no layers in use, but every layer and interface that the user adds later starts
     // from these records, so all of them are given in user form.
     const UnitChange toUser{false};

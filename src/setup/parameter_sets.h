@@ -379,7 +379,7 @@ extern CalculationVariables werkpuntcv;
 
 // User form to file form, into `parameterset1.cellParas`; layers of uniform composition get uniform
 // properties, and the permittivity of the Mott-Schottky analysis is refreshed.
-void parameterset2_to_1(CellDefinition cell);
+void parameterset2_to_1(const CellDefinition& cell);
 // File form to user form.
 void parameterset1_to_2(CellDefinition& target, const InputParameters& source);
 

@@ -118,7 +118,7 @@ TEST(OpticalCapture, EmptyLevelsAttenuateSubGapLightByTheirHoleCrossSection) {
     const Ipv s(1e21);
     ASSERT_EQ(s.d->P->srh[0][0][0].optCaptHoles.firstWavelength, 1) << "900 nm lies outside the table";
     ASSERT_LT(s.Level().f_t[0], 1e-6) << "the level lies far above the Fermi level";
-    EXPECT_EQ(AlphaLOfPoint(*s.d->light, 0)[1], 0.0) << "no band-to-band absorption below the gap";
+    EXPECT_EQ(AlphaLOfPoint(*s.d->light, 0, 1), 0.0) << "no band-to-band absorption below the gap";
     const double alpha = s.sigma * s.Nt * s.Level().een_min_f_t[0];
     for (const int i : {s.d->points() / 3, s.d->points() - 1})
         EXPECT_NEAR(s.Flux(i) / s.Flux(0), std::exp(-alpha * s.d->cv->mesh.x_m[At(i)]), 1e-6);

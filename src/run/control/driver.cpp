@@ -18,6 +18,7 @@
 #include "run/sweeps/cv_sweep.h"
 #include "run/sweeps/iv_sweep.h"
 #include "run/sweeps/operating_points.h"
+#include "run/sweeps/point_recovery.h"
 #include "run/sweeps/qe_sweep.h"
 #include "setup/absorption.h"
 #include "setup/generation.h"
@@ -153,11 +154,28 @@ int ComputeGeneration(CalculationVariables& cv, GenerationParameters& gp, const 
     return bereken_generatie_uit_file(cv, gp, w.dark, w.generationFile, w.attenuation);
 }
 
+// One solve after the light changed, from the guess of the carriers for the new generation; when
+// that solve fails, once more from the state before the guess, as without it.
+void SolveUnderNewLight(CalculationVariables& cv, SolvedState& kept) {
+    if (cv.iteration_count == -1) {
+        onder_belichting(cv);
+        return;
+    }
+    KeepSolvedState(kept, cv);
+    if (GuessCarriersForNewGeneration(cv)) {
+        onder_belichting(cv);
+        if (!CONVERGENTIEFALING) return;
+    }
+    RestoreSolvedState(cv, kept);
+    onder_belichting(cv);
+}
+
 // The short circuit under light, from equilibrium.  With a fixed mesh the light is ramped up in equal
 // steps of its logarithm from 1e-10 of its strength, so that each solve starts near its answer.
 void SolveShortCircuit(CalculationVariables& cv, GenerationParameters& gp, const WorkPoint& w) {
     CopyCalculationVariables(cv, evenwichtcv);
     Full_x_Dependence(cv);
+    SolvedState kept;
     if (meshSettings.recalculateMesh == 0) {
         const int n = std::max(w.numberofpoints, 2);
         const int points = cv.mesh.n_points;
@@ -166,12 +184,12 @@ void SolveShortCircuit(CalculationVariables& cv, GenerationParameters& gp, const
             const double factor = std::pow(1e-10, 1.0 - static_cast<double>(i) / (n - 1));
             for (int j = 0; j < points; ++j)
                 gp.G[static_cast<size_t>(j)] = full[static_cast<size_t>(j)] * factor;
-            onder_belichting(cv);
+            SolveUnderNewLight(cv, kept);
             if (CONVERGENTIEFALING) break;
         }
         std::copy(full.begin(), full.end(), gp.G.begin());
     } else {
-        onder_belichting(cv);
+        SolveUnderNewLight(cv, kept);
     }
 }
 

@@ -1,5 +1,7 @@
 #include "run/control/problem.h"
 
+#include <memory>
+
 #include "cell/definition_file.h"
 #include "cell/structure_ops.h"
 #include "cell/working_settings.h"
@@ -87,7 +89,10 @@ int Laad_data_uit_file(const std::string& path) {
     }
     const size_t messagesBefore = ReportedMessages().size();
     DefinitionWorkingSettings settings = SessionSettings();
-    InputParameters loaded;
+    // Read aside, so that a file that fails leaves the session's problem as it was; on the heap, as
+    // the record is some 150 kB.
+    const auto read = std::make_unique<InputParameters>();
+    InputParameters& loaded = *read;
     if (lees_structuurfile(fullPath, loaded, settings) != 1) {
         // The reader is silent about a file without any layer; a user who named it is told.
         if (ReportedMessages().size() == messagesBefore)

@@ -18,6 +18,7 @@
 #include "setup/generation.h"
 #include "solver/discrete_equations.h"
 #include "solver/gummel.h"
+#include "solver/small_linalg.h"
 
 namespace tervo {
 
@@ -110,14 +111,99 @@ void eerste_schatting(CalculationVariables& cv) {
     }
 }
 
+namespace {
+
+// Newton's method on Poisson's equation alone from the present psi, with every point's step limited
+// on its own: a step d (in kT) becomes c ln(1 + |d|/c) with its sign, c = 2 kT.  Small steps are
+// taken nearly whole, so that the iteration ends quadratically; a large one grows only with its
+// logarithm, which keeps exp(psi) in the space charge from overshooting.  The iteration that limits
+// the whole step by one factor to the clamp moves the potential of a depleted layer by the clamp per
+// step, and a junction bends by some 40 kT.  The number of steps when the last step was below the
+// termination of psi, or -1 when there was no convergence within `limit` steps.
+int PoissonNewton(CalculationVariables& cv, int limit) {
+    constexpr double c = 2.0;
+    const int n = MeshPoints(cv);
+    const double termination = cv.parameters->convergence.termination_psi;
+    trimatrix J(n);
+    std::vector<double> rhs(At(n)), delta(At(n));
+    InterfaceExtra extra{};
+    for (int k = 0; k <= limit; ++k) {
+        if (!RefreshRecombination(cv)) return -1;
+        bereken_stelsel_psi_Gummel(cv, rhs);
+        bereken_jac_psi_Gummel(cv, J, extra);
+        if (bereken_delta_psi_Gummel(cv, J, extra, rhs, delta) < 0) return -1;
+        double largest = 0;
+        for (const double d : delta) largest = std::max(largest, std::fabs(d));
+        if (!std::isfinite(largest)) return -1;
+        // The last step, below the termination, is taken too: it costs nothing and leaves psi
+        // within the square of it.
+        for (size_t i = 0; i < At(n); ++i)
+            cv.psi[i] += std::copysign(c * std::log1p(std::fabs(delta[i]) / c), delta[i]);
+        update_psivar(cv);
+        if (largest <= termination) return k + 1;
+    }
+    return -1;
+}
+
+} // namespace
+
 void equilibrium(CalculationVariables& cv) {
     InitialiseTunnelCurrent(cv, 0);
     eerste_schatting(cv);
+    // The iteration of the solver takes over from the limited Newton steps, and on its own from the
+    // first guess when they did not converge; they take some ten steps on the shipped cells.
+    const int steps = PoissonNewton(cv, std::min(cv.parameters->convergence.maxiter_psi_start, 50));
+    if (steps < 0) eerste_schatting(cv);
     psi_iteratie_Gummel(cv, 1);
+    if (steps > 0 && cv.psi_iterations >= 0) cv.psi_iterations += steps;
     cv.iteration_count = cv.psi_iterations;
     const int failed = cv.iteration_count == -1 ? 1 : 0;
     EquilibriumConvergenceFailure = failed;
     CONVERGENTIEFALING = failed;
+}
+
+bool GuessCarriersForNewGeneration(CalculationVariables& cv) {
+    if (cv.iteration_count == -1) return false;
+    const int n = MeshPoints(cv);
+    if (n == 0) return false;
+    const ConvergenceParameters& c = cv.parameters->convergence;
+    const double fall = std::exp(-c.clamp_n);
+    const double termination = std::min(c.termination_Fn, c.termination_Fp);
+    trimatrix J(n);
+    std::vector<double> rhs(At(n)), delta(At(n));
+    // A second pass corrects what the first left through the nonlinearity of the recombination, so
+    // that the solve does not stop at once on a guess that is only within its termination.
+    for (int pass = 0; pass < 3; ++pass) {
+        double largest = 0; // change of a quasi-Fermi level, kT
+        for (const int carrier : {-1, 1}) {
+            const bool electrons = carrier == -1;
+            if (!RefreshRecombination(cv)) return false;
+            if (electrons) {
+                bereken_jac_u_Gummel(cv, J);
+                bereken_stelsel_u_Gummel(cv, rhs);
+            } else {
+                bereken_jac_v_Gummel(cv, J);
+                bereken_stelsel_v_Gummel(cv, rhs);
+            }
+            if (bereken_delta_u_of_v_Gummel(cv, J, rhs, delta) < 0) return false;
+            MeshArray& w = electrons ? cv.u : cv.v;
+            MeshArray& level = electrons ? cv.EFn : cv.EFp;
+            const double offset = electrons ? cv.a_n : cv.a_p;
+            for (size_t i = 0; i < At(n); ++i) {
+                // The density at a point is proportional to offset + w.  A fall is held to the clamp
+                // of the solver, which also keeps the density positive; a rise is taken whole.
+                const double before = offset + w[i];
+                double after = before + delta[i];
+                if (!(after >= before * fall)) after = before * fall;
+                if (!std::isfinite(after)) return false;
+                w[i] = after - offset;
+                level[i] = electrons ? std::log(after) : -std::log(after);
+                largest = std::max(largest, std::fabs(std::log(after / before)));
+            }
+        }
+        if (largest <= termination) break;
+    }
+    return true;
 }
 
 int onder_belichting(CalculationVariables& cv) {

@@ -27,6 +27,15 @@ void eerste_schatting(CalculationVariables& cv);
 // Poisson count; EquilibriumConvergenceFailure and CONVERGENTIEFALING are 1 on failure, else 0.
 void equilibrium(CalculationVariables& cv);
 
+// The guess for a solve after the generation changed (a step of the light): one Newton step of each
+// continuity equation with psi held, taken whole, first u and then v.  Under low injection the
+// carrier equations at fixed psi are linear in u and v, so the step lands on the new densities that
+// the clamped iteration would reach only in many steps of a fraction of kT each (the minority
+// densities in a wide-gap layer rise by tens of kT from the dark to the first light).  False, with
+// `cv` possibly changed, when a step could not be formed; the caller then starts again from its
+// kept state.
+bool GuessCarriersForNewGeneration(CalculationVariables& cv);
+
 // Solves at the present voltage with the present generation.  0, or -1 (and CONVERGENTIEFALING 1)
 // when the state had already failed; CONVERGENTIEFALING tells how the solve went.
 int onder_belichting(CalculationVariables& cv);

@@ -184,18 +184,21 @@ TEST_F(Sweeps, CvGivesTheDopingAndMergesIntoTheIVCurveCfTheSmallSignalSolveAndBo
     }
 
     // Shunt over the cell, series resistance outside both: the admittance of the cell alone at
-    // 10 kHz, G + i w C, in S/m2.
-    const double w4 = 2 * M_PI * 1e4;
-    const std::complex<double> y(f.cfcon[2] * 1e4, w4 * f.cfcap[2] * 1e-5);
+    // 1 MHz, G + i w C, in S/m2.  At the lower frequencies the conductance of this junction lies
+    // below the floor of 1e-12 S/cm2 of the files or is rounding of either sign, so that the value
+    // kept is not the one the small-signal solve gave.
+    const double w6 = 2 * M_PI * 1e6;
+    ASSERT_GT(f.cfcon[0], 1e-9);
+    const std::complex<double> y(f.cfcon[0] * 1e4, w6 * f.cfcap[0] * 1e-5);
     wp.RshPresent = wp.RsPresent = 1;
     wp.Gsh = 50;  // S/m2
     wp.Rs = 2e-4; // ohm m2
     ASSERT_EQ(calccf(cv, a), 1);
     const DataListElement& e2 = *pointer_naar_huidige();
     const std::complex<double> Y = 1.0 / (2e-4 + 1.0 / (y + 50.0));
-    EXPECT_NEAR(e2.cfcap[2], Y.imag() / w4 * 1e5, 1e-9 * e2.cfcap[2]);
-    EXPECT_NEAR(e2.cfcon[2], Y.real() * 1e-4, 1e-9 * e2.cfcon[2]);
-    EXPECT_NEAR(e2.cfZre[2], (1.0 / Y).real() * 1e4, 1e-9 * e2.cfZre[2]);
+    EXPECT_NEAR(e2.cfcap[0], Y.imag() / w6 * 1e5, 1e-9 * e2.cfcap[0]);
+    EXPECT_NEAR(e2.cfcon[0], Y.real() * 1e-4, 1e-9 * e2.cfcon[0]);
+    EXPECT_NEAR(e2.cfZre[0], (1.0 / Y).real() * 1e4, 1e-9 * e2.cfZre[0]);
     wp.RshPresent = wp.RsPresent = 0;
 
     // A state that fails from the next step on: C-f refuses it, C-V keeps the points before the cut.

@@ -132,6 +132,35 @@ TEST(Equilibrium, BuiltInPotentialPoissonPeakFieldFlatFermiLevelsAndAWalkThatEnd
     EXPECT_NEAR(one->cv->V_applied, 0.2, 1e-12);
 }
 
+// The guess after a step of the light in a junction of a wide gap, where the faintest light raises
+// the minority densities by tens of kT: the solve from the guess ends at the state that the solve
+// without it reaches, to the last digits of the current and with the current the same through the
+// stack.  Under low injection the guess is the solution, and the solve from it takes at most a step
+// of each equation where the one without it takes a step of the clamp after the other.
+TEST(LightStep, TheGuessForANewGenerationLeadsToTheStateTheSolveWithoutItReaches) {
+    Junction j;
+    j.m.Eg = 2.0;
+    j.m.Krad = 1e-16; // m3/s
+    auto guided = AtEquilibrium(Cell(j));
+    auto plain = AtEquilibrium(Cell(j));
+    for (const double G : {1e17, 1e27}) { // /m3 s: 1e-10 of a sun, then some 30 mA/cm2 in 2 µm
+        for (Device* d : {guided.get(), plain.get()}) {
+            d->cv->generation = d->light.get();
+            d->Illuminate(G);
+        }
+        ASSERT_TRUE(GuessCarriersForNewGeneration(*guided->cv));
+        ASSERT_EQ(onder_belichting(*guided->cv), 0);
+        ASSERT_EQ(onder_belichting(*plain->cv), 0);
+        ASSERT_EQ(CONVERGENTIEFALING, 0);
+        extraheer_stroom(*guided->cv, 0);
+        extraheer_stroom(*plain->cv, 0);
+        EXPECT_NEAR(guided->cv->J_median / plain->cv->J_median, 1.0, 1e-7) << G;
+        EXPECT_LT(guided->cv->J_spread, 1e-7 * std::fabs(guided->cv->J_median)) << G;
+        EXPECT_LE(guided->cv->inner_iterations, 3) << G;
+        EXPECT_GT(plain->cv->inner_iterations, 20) << G;
+    }
+}
+
 // With recombination at the contacts only, the dark current of the short-base diode, on the fixed
 // first mesh and on the mesh that adapts to the solution during the passes; with radiative
 // recombination only, that of the whole volume of a thick junction.
