@@ -102,7 +102,9 @@ void Reinstate(ConvergenceParameters& c, const SolverChoice& kept) {
 
 void KeepSolvedState(SolvedState& kept, const CalculationVariables& cv) {
     const int n = MeshPoints(cv);
-    kept.mesh = cv.mesh;
+    // The mesh record is large and mostly the same from one solve to the next: copied only when its
+    // points changed.
+    if (!kept.valid || !SameMesh(kept.mesh, cv.mesh)) kept.mesh = cv.mesh;
     KeepArray(kept.psi, cv.psi, n);
     KeepArray(kept.u, cv.u, n);
     KeepArray(kept.v, cv.v, n);

@@ -28,9 +28,10 @@ inline constexpr int RECOVERY_SCHEME = 13;
 // equilibrium density at the other contact, a_n + u = 1, is lost in the rounding of a_n + u, and a
 // thick absorber whose minority carriers stay at that level over tens of µm cannot be solved.
 inline constexpr int RECOVERY_OFFSETS = 0;
-// With the recovery on, the Gummel passes of a solve after which the coupled iteration finishes it:
-// a point that needs more passes converges slowly, and the update that ends the passes then hides
-// errors of some 1e-4 in the current.
+// With the recovery on, the Gummel passes of a solve after which the coupled iteration finishes it
+// (also when the first pass moved nothing): the separate blocks converge linearly, and where they
+// are slow (high injection) the update that ends them hides errors of some 1e-4 in the current, as
+// does a guess that starts within the termination; the coupled finish leaves the square of that.
 inline constexpr int GUMMEL_PASSES_BEFORE_NEWTON = 1;
 
 // The variables of a solved state that a new solve starts from: the potential, the carrier variables
