@@ -546,6 +546,10 @@ int los_totaal_dc_stelsel_op_Gummel(CalculationVariables& cv) {
         return -1;
     };
 
+    // With the coupled finish on, the separate blocks (11, 12 and any unknown code) hand over to the
+    // coupled iteration after gummelPassesBeforeNewton passes, or at once when a pass stands still.
+    const bool newtonFinish =
+        gummelPassesBeforeNewton > 0 && c.coupling_scheme != 13 && c.coupling_scheme != 14;
     int k = 0;
     bool finishNow = false; // the Gummel passes stand still: one coupled pass ends the solve
     for (;;) {
@@ -555,8 +559,7 @@ int los_totaal_dc_stelsel_op_Gummel(CalculationVariables& cv) {
         // coupled Newton iteration, which converges fast once it is close.
         if (c.coupling_scheme == 14)
             c.active_scheme = k < c.gummelPassesFirst ? 11 : 13;
-        else if (c.coupling_scheme != 13 && gummelPassesBeforeNewton > 0 &&
-                 (k > gummelPassesBeforeNewton || finishNow))
+        else if (newtonFinish && (k > gummelPassesBeforeNewton || finishNow))
             c.active_scheme = 13;
         else
             c.active_scheme = c.coupling_scheme;
@@ -614,8 +617,7 @@ int los_totaal_dc_stelsel_op_Gummel(CalculationVariables& cv) {
             // steps, which at high injection (or after a guess that was already that close) hides
             // errors well above those of a Newton step: with the coupled finish on, one coupled pass
             // takes the state to within the square of that distance.
-            if (gummelPassesBeforeNewton > 0 && c.active_scheme != 13 && c.coupling_scheme != 14 &&
-                c.coupling_scheme != 13 && k < c.maxiter) {
+            if (newtonFinish && c.active_scheme != 13 && k < c.maxiter) {
                 finishNow = true;
                 continue;
             }
